@@ -1,0 +1,442 @@
+#include "cconnection.h"
+
+#include "currency.h"
+
+#include <QAtomicInt>
+#include <QDate>
+#include <QDateTime>
+#include <QDir>
+#include <QSqlDriver>
+#include <QSqlError>
+#include <QUrl>
+#include <QUrlQuery>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QAtomicInt s_connectionCounter;
+
+QString describe(const QSqlError &error)
+{
+    QString text = error.databaseText().trimmed();
+    const QString driver = error.driverText().trimmed();
+    if (text.isEmpty()) {
+        text = driver;
+    } else if (!driver.isEmpty() && !text.contains(driver)) {
+        text = driver + u": "_s + text;
+    }
+    return text.isEmpty() ? u"未知的数据库错误"_s : text;
+}
+
+// SQLite turns decimal text in a NUMERIC column into a double once its first 15 digits survive, which loses the
+// rest. Amount columns therefore take no affinity: amounts of up to 15 digits are bound as doubles (numeric, and
+// printed back exactly), longer ones as text, which is kept as written.
+#define SQLITE_AMOUNT "/* DECIMAL(19,4) */"
+
+struct TableDdl
+{
+    const char *name;
+    const char *sqlite;
+    const char *postgresql;
+    const char *indexes; // ';'-separated, the same on both engines
+};
+
+// Column order of T_Item is the order in which an item is read and written.
+constexpr TableDdl kTables[] = {
+    {"T_Item",
+     "CREATE TABLE T_Item (F_ID INTEGER NOT NULL PRIMARY KEY, F_ItemNo TEXT, F_ItemName TEXT, "
+     "F_ItemTypeID SMALLINT NOT NULL DEFAULT 0, F_Standard TEXT, F_Spell TEXT, F_ParentID INTEGER DEFAULT 0, "
+     "F_Remark TEXT, F_LimitUp REAL DEFAULT 0, F_LimitDown REAL DEFAULT 0, F_Address TEXT, F_Tel1 TEXT, "
+     "F_Tel2 TEXT, F_Tel3 TEXT, F_LinkMen TEXT, F_PostCode TEXT, F_Tag1 INTEGER DEFAULT 0, "
+     "F_Tag2 INTEGER DEFAULT 0, F_Tag3 INTEGER DEFAULT 0, F_OweWarring " SQLITE_AMOUNT " DEFAULT 0, "
+     "F_OweStop " SQLITE_AMOUNT " DEFAULT 0, F_Bank TEXT, F_BankAccount TEXT, F_OrderByID INTEGER DEFAULT 0, "
+     "F_Date DATE, F_IsSpecial BOOLEAN DEFAULT 0, F_ArtificialPerson TEXT, F_IRDNumber TEXT, "
+     "F_Price1 " SQLITE_AMOUNT ", F_Price2 " SQLITE_AMOUNT ", F_Price3 " SQLITE_AMOUNT ", F_Price4 " SQLITE_AMOUNT ", "
+     "F_PackageAmount REAL DEFAULT 1, F_Time1 DATETIME, F_Time2 DATETIME, F_Tag4 INTEGER DEFAULT 0, "
+     "F_Tag5 INTEGER DEFAULT 0, F_Tag6 INTEGER DEFAULT 0)",
+     "CREATE TABLE T_Item (F_ID INTEGER NOT NULL PRIMARY KEY, F_ItemNo TEXT, F_ItemName TEXT, "
+     "F_ItemTypeID SMALLINT NOT NULL DEFAULT 0, F_Standard TEXT, F_Spell TEXT, F_ParentID INTEGER DEFAULT 0, "
+     "F_Remark TEXT, F_LimitUp REAL DEFAULT 0, F_LimitDown REAL DEFAULT 0, F_Address TEXT, F_Tel1 TEXT, "
+     "F_Tel2 TEXT, F_Tel3 TEXT, F_LinkMen TEXT, F_PostCode TEXT, F_Tag1 INTEGER DEFAULT 0, "
+     "F_Tag2 INTEGER DEFAULT 0, F_Tag3 INTEGER DEFAULT 0, F_OweWarring NUMERIC(19,4) DEFAULT 0, "
+     "F_OweStop NUMERIC(19,4) DEFAULT 0, F_Bank TEXT, F_BankAccount TEXT, F_OrderByID INTEGER DEFAULT 0, "
+     "F_Date DATE, F_IsSpecial BOOLEAN DEFAULT FALSE, F_ArtificialPerson TEXT, F_IRDNumber TEXT, "
+     "F_Price1 NUMERIC(19,4), F_Price2 NUMERIC(19,4), F_Price3 NUMERIC(19,4), F_Price4 NUMERIC(19,4), "
+     "F_PackageAmount REAL DEFAULT 1, F_Time1 TIMESTAMP(0), F_Time2 TIMESTAMP(0), F_Tag4 INTEGER DEFAULT 0, "
+     "F_Tag5 INTEGER DEFAULT 0, F_Tag6 INTEGER DEFAULT 0)",
+     "CREATE INDEX IX_Item_Type_No ON T_Item (F_ItemTypeID, F_ItemNo, F_ItemName);"
+     "CREATE INDEX IX_Item_Parent ON T_Item (F_ParentID);"
+     "CREATE INDEX IX_Item_Tag1 ON T_Item (F_Tag1);"
+     "CREATE INDEX IX_Item_Tag2 ON T_Item (F_Tag2);"
+     "CREATE INDEX IX_Item_Tag3 ON T_Item (F_Tag3);"
+     "CREATE INDEX IX_Item_Tag4 ON T_Item (F_Tag4)"},
+    {"T_KeyID", "CREATE TABLE T_KeyID (F_TableName VARCHAR(64) NOT NULL PRIMARY KEY, F_MaxID INTEGER NOT NULL)",
+     "CREATE TABLE T_KeyID (F_TableName VARCHAR(64) NOT NULL PRIMARY KEY, F_MaxID INTEGER NOT NULL)", ""},
+    {"T_GoodsPrice",
+     "CREATE TABLE T_GoodsPrice (F_ID INTEGER NOT NULL PRIMARY KEY, F_GoodsID INTEGER NOT NULL DEFAULT 0, "
+     "F_ClientID INTEGER NOT NULL DEFAULT 0, F_ClientTypeID INTEGER NOT NULL DEFAULT 0, "
+     "F_Price " SQLITE_AMOUNT " DEFAULT 0)",
+     "CREATE TABLE T_GoodsPrice (F_ID INTEGER NOT NULL PRIMARY KEY, F_GoodsID INTEGER NOT NULL DEFAULT 0, "
+     "F_ClientID INTEGER NOT NULL DEFAULT 0, F_ClientTypeID INTEGER NOT NULL DEFAULT 0, "
+     "F_Price NUMERIC(19,4) DEFAULT 0)",
+     "CREATE INDEX IX_GoodsPrice_Goods ON T_GoodsPrice (F_GoodsID, F_ClientID, F_ClientTypeID)"},
+    {"T_GoodsInOutList",
+     "CREATE TABLE T_GoodsInOutList (F_ID INTEGER NOT NULL PRIMARY KEY, F_GoodsID INTEGER NOT NULL DEFAULT 0, "
+     "F_Amount " SQLITE_AMOUNT " DEFAULT 0, F_Price " SQLITE_AMOUNT " DEFAULT 0, F_Date DATE)",
+     "CREATE TABLE T_GoodsInOutList (F_ID INTEGER NOT NULL PRIMARY KEY, F_GoodsID INTEGER NOT NULL DEFAULT 0, "
+     "F_Amount NUMERIC(19,4) DEFAULT 0, F_Price NUMERIC(19,4) DEFAULT 0, F_Date DATE)",
+     "CREATE INDEX IX_GoodsInOutList_Goods ON T_GoodsInOutList (F_GoodsID)"},
+};
+
+} // namespace
+
+DbError::DbError(const QString &message)
+    : std::runtime_error(message.toStdString())
+    , m_message(message)
+{ }
+
+DatabaseUrl DatabaseUrl::parse(const QString &url)
+{
+    DatabaseUrl result;
+    const QString trimmed = url.trimmed();
+    if (trimmed.startsWith(u"sqlite:"_s, Qt::CaseInsensitive)) {
+        result.engine = Engine::SQLite;
+        QString rest = trimmed.mid(7);
+        const qsizetype q = rest.indexOf(u'?');
+        if (q >= 0) {
+            const QUrlQuery query(rest.mid(q + 1));
+            result.readOnly = query.queryItemValue(u"mode"_s) == u"ro"_s;
+            rest.truncate(q);
+        }
+        if (rest == u":memory:"_s) {
+            result.databaseName = rest;
+        } else if (rest.startsWith(u"//"_s)) {
+            // sqlite:///abs/path.db: an empty authority followed by an absolute path.
+            const QString path = QUrl::fromPercentEncoding(rest.mid(2).toUtf8());
+            if (!path.startsWith(u'/')) {
+                result.error = u"SQLite 地址必须是 sqlite:///绝对路径 或 sqlite:相对路径: "_s + url;
+                result.engine = Engine::Invalid;
+                return result;
+            }
+            result.databaseName = path;
+        } else {
+            result.databaseName = QDir::current().absoluteFilePath(QUrl::fromPercentEncoding(rest.toUtf8()));
+        }
+        if (result.databaseName.isEmpty() || result.databaseName == u"/"_s) {
+            result.error = u"数据库地址缺少文件名: "_s + url;
+            result.engine = Engine::Invalid;
+        }
+        return result;
+    }
+    if (trimmed.startsWith(u"postgresql://"_s, Qt::CaseInsensitive)
+        || trimmed.startsWith(u"postgres://"_s, Qt::CaseInsensitive)) {
+        const QUrl parsed(trimmed, QUrl::StrictMode);
+        if (!parsed.isValid() || parsed.host().isEmpty()) {
+            result.error = u"无效的 PostgreSQL 地址: "_s + url;
+            return result;
+        }
+        result.engine = Engine::PostgreSQL;
+        result.host = parsed.host();
+        result.port = parsed.port(5432);
+        result.user = parsed.userName();
+        result.password = parsed.password();
+        result.databaseName = parsed.path().mid(1);
+        if (result.databaseName.isEmpty()) {
+            result.databaseName = result.user.isEmpty() ? u"postgres"_s : result.user;
+        }
+        return result;
+    }
+    result.error = u"不支持的数据库地址(应为 sqlite: 或 postgresql://): "_s + url;
+    return result;
+}
+
+CConnection::CConnection(const QString &connectionName, const QString &url, Engine engine)
+    : m_connectionName(connectionName)
+    , m_url(url)
+    , m_engine(engine)
+{ }
+
+std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *errorMessage)
+{
+    const DatabaseUrl where = DatabaseUrl::parse(url);
+    if (where.engine == Engine::Invalid) {
+        if (errorMessage) {
+            *errorMessage = where.error;
+        }
+        return {};
+    }
+    const QString name = u"quillon-"_s + QString::number(s_connectionCounter.fetchAndAddRelaxed(1));
+    const QString driver = where.engine == Engine::SQLite ? u"QSQLITE"_s : u"QPSQL"_s;
+    if (!QSqlDatabase::isDriverAvailable(driver)) {
+        if (errorMessage) {
+            *errorMessage = u"缺少数据库驱动 "_s + driver;
+        }
+        return {};
+    }
+    std::shared_ptr<CConnection> connection(new CConnection(name, url, where.engine));
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(driver, name);
+        db.setDatabaseName(where.databaseName);
+        if (where.engine == Engine::SQLite) {
+            QString options = u"QSQLITE_BUSY_TIMEOUT=30000"_s;
+            if (where.readOnly) {
+                options += u";QSQLITE_OPEN_READONLY"_s;
+            }
+            db.setConnectOptions(options);
+        } else {
+            db.setHostName(where.host);
+            db.setPort(where.port);
+            db.setUserName(where.user);
+            db.setPassword(where.password);
+            db.setConnectOptions(u"connect_timeout=10"_s);
+        }
+        if (!db.open()) {
+            if (errorMessage) {
+                *errorMessage = u"无法打开数据库 "_s + url + u": "_s + describe(db.lastError());
+            }
+            return {};
+        }
+    }
+    try {
+        if (where.engine == Engine::SQLite) {
+            if (where.databaseName != u":memory:"_s && !where.readOnly) {
+                // WAL lets readers go on while a writer commits; NORMAL sync is durable against a crashed
+                // program, which is what a desktop store needs.
+                connection->Select(u"PRAGMA journal_mode=WAL"_s);
+            }
+            connection->Execute(u"PRAGMA synchronous=NORMAL"_s);
+        } else {
+            connection->Execute(u"SET client_min_messages TO WARNING"_s);
+        }
+    } catch (const DbError &) {
+        // A read-only file cannot switch its journal; it still serves reads.
+    }
+    return connection;
+}
+
+CConnection::~CConnection()
+{
+    Close();
+}
+
+QSqlDatabase CConnection::database() const
+{
+    return QSqlDatabase::database(m_connectionName, false);
+}
+
+bool CConnection::isOpen() const
+{
+    return QSqlDatabase::contains(m_connectionName) && database().isOpen();
+}
+
+void CConnection::Close()
+{
+    if (!QSqlDatabase::contains(m_connectionName)) {
+        return;
+    }
+    {
+        QSqlDatabase db = database();
+        if (db.isOpen()) {
+            if (m_depth > 0) {
+                db.rollback();
+            }
+            db.close();
+        }
+    }
+    QSqlDatabase::removeDatabase(m_connectionName);
+    m_depth = 0;
+}
+
+QSqlQuery CConnection::prepare(const QString &sql, const QVariantList &params)
+{
+    if (!isOpen()) {
+        throw DbError(u"数据库连接已关闭"_s);
+    }
+    QSqlQuery query(database());
+    query.setForwardOnly(true);
+    query.setNumericalPrecisionPolicy(QSql::HighPrecision);
+    if (params.isEmpty()) {
+        return query;
+    }
+    if (!query.prepare(sql)) {
+        throw DbError(describe(query.lastError()) + u"\n"_s + sql);
+    }
+    for (const QVariant &param : params) {
+        query.addBindValue(toSqlValue(param));
+    }
+    return query;
+}
+
+int CConnection::Execute(const QString &sql, const QVariantList &params)
+{
+    QSqlQuery query = prepare(sql, params);
+    const bool ok = params.isEmpty() ? query.exec(sql) : query.exec();
+    if (!ok) {
+        throw DbError(describe(query.lastError()));
+    }
+    return query.numRowsAffected();
+}
+
+QSqlQuery CConnection::Select(const QString &sql, const QVariantList &params)
+{
+    QSqlQuery query = prepare(sql, params);
+    const bool ok = params.isEmpty() ? query.exec(sql) : query.exec();
+    if (!ok) {
+        throw DbError(describe(query.lastError()));
+    }
+    return query;
+}
+
+QSqlRecord CConnection::tableRecord(const QString &table) const
+{
+    if (!isOpen()) {
+        return {};
+    }
+    QSqlDatabase db = database();
+    QSqlRecord record = db.record(table);
+    if (record.isEmpty() && m_engine == Engine::PostgreSQL) {
+        // Unquoted names are folded to lower case by PostgreSQL.
+        record = db.record(table.toLower());
+    }
+    return record;
+}
+
+bool CConnection::hasTable(const QString &table) const
+{
+    if (!isOpen()) {
+        return false;
+    }
+    const QStringList tables = database().tables(QSql::Tables);
+    for (const QString &name : tables) {
+        if (name.compare(table, Qt::CaseInsensitive) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void CConnection::BeginTrans()
+{
+    if (m_depth == 0) {
+        m_rollbackOnly = false;
+        Execute(m_engine == Engine::SQLite ? u"BEGIN IMMEDIATE"_s : u"BEGIN"_s);
+    }
+    ++m_depth;
+}
+
+void CConnection::CommitTrans()
+{
+    if (m_depth <= 0) {
+        throw DbError(u"没有可提交的事务"_s);
+    }
+    if (--m_depth > 0) {
+        return;
+    }
+    if (m_rollbackOnly) {
+        m_rollbackOnly = false;
+        try {
+            Execute(u"ROLLBACK"_s);
+        } catch (const DbError &) { }
+        throw DbError(u"事务中的一步已失败,全部修改已撤销"_s);
+    }
+    try {
+        Execute(u"COMMIT"_s);
+    } catch (const DbError &) {
+        try {
+            Execute(u"ROLLBACK"_s);
+        } catch (const DbError &) { }
+        throw;
+    }
+}
+
+void CConnection::RollbackTrans()
+{
+    if (m_depth <= 0) {
+        return;
+    }
+    if (--m_depth > 0) {
+        m_rollbackOnly = true;
+        return;
+    }
+    m_rollbackOnly = false;
+    try {
+        Execute(u"ROLLBACK"_s);
+    } catch (const DbError &) {
+        // The server may already have ended the transaction (lost connection); nothing is left to undo.
+    }
+}
+
+void CConnection::EnsureSchema()
+{
+    QList<const TableDdl *> missing;
+    for (const TableDdl &table : kTables) {
+        if (!hasTable(QString::fromLatin1(table.name))) {
+            missing.append(&table);
+        }
+    }
+    if (missing.isEmpty()) {
+        return;
+    }
+    CTransaction transaction(*this);
+    for (const TableDdl *t : std::as_const(missing)) {
+        const TableDdl &table = *t;
+        Execute(QString::fromLatin1(m_engine == Engine::SQLite ? table.sqlite : table.postgresql));
+        const QStringList indexes = QString::fromLatin1(table.indexes).split(u';', Qt::SkipEmptyParts);
+        for (const QString &index : indexes) {
+            Execute(index);
+        }
+    }
+    transaction.Commit();
+}
+
+QVariant CConnection::toSqlValue(const QVariant &value) const
+{
+    if (value.isNull()) {
+        return value;
+    }
+    switch (value.metaType().id()) {
+    case QMetaType::QDate:
+        return value.toDate().toString(u"yyyy-MM-dd"_s);
+    case QMetaType::QDateTime:
+        return value.toDateTime().toString(u"yyyy-MM-dd HH:mm:ss"_s);
+    case QMetaType::Bool:
+        if (m_engine == Engine::SQLite) {
+            return value.toBool() ? 1 : 0;
+        }
+        return value;
+    default:
+        break;
+    }
+    if (value.metaType() == QMetaType::fromType<Currency>()) {
+        const Currency amount = value.value<Currency>();
+        if (m_engine == Engine::SQLite) {
+            const qint64 scaled = amount.scaled();
+            constexpr qint64 fifteenDigits = Q_INT64_C(999999999999999);
+            if (scaled <= fifteenDigits && scaled >= -fifteenDigits) {
+                return amount.toDouble();
+            }
+        }
+        return amount.toFixed(4);
+    }
+    return value;
+}
+
+CTransaction::CTransaction(CConnection &connection)
+    : m_connection(connection)
+{
+    m_connection.BeginTrans();
+}
+
+CTransaction::~CTransaction()
+{
+    if (!m_done) {
+        m_connection.RollbackTrans();
+    }
+}
+
+void CTransaction::Commit()
+{
+    m_done = true;
+    m_connection.CommitTrans();
+}

@@ -1,0 +1,260 @@
+#include "citem.h"
+
+#include "cconnection.h"
+#include "crecordset.h"
+#include "sqlvalue.h"
+
+#include <array>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const CItem::Column kColumns[] = {
+    {u"F_ID"_s, CItem::ColumnType::Int32, 0, false},
+    {u"F_ItemNo"_s, CItem::ColumnType::Text, 0, false},
+    {u"F_ItemName"_s, CItem::ColumnType::Text, 1, false},
+    {u"F_ItemTypeID"_s, CItem::ColumnType::Int16, 0, false},
+    {u"F_Standard"_s, CItem::ColumnType::Text, 2, false},
+    {u"F_Spell"_s, CItem::ColumnType::Text, 3, false},
+    {u"F_ParentID"_s, CItem::ColumnType::Int32, 1, false},
+    {u"F_Remark"_s, CItem::ColumnType::Text, 4, false},
+    {u"F_LimitUp"_s, CItem::ColumnType::Single, 0, false},
+    {u"F_LimitDown"_s, CItem::ColumnType::Single, 1, false},
+    {u"F_Address"_s, CItem::ColumnType::Text, 5, false},
+    {u"F_Tel1"_s, CItem::ColumnType::Text, 6, false},
+    {u"F_Tel2"_s, CItem::ColumnType::Text, 7, false},
+    {u"F_Tel3"_s, CItem::ColumnType::Text, 8, false},
+    {u"F_LinkMen"_s, CItem::ColumnType::Text, 9, false},
+    {u"F_PostCode"_s, CItem::ColumnType::Text, 10, false},
+    {u"F_Tag1"_s, CItem::ColumnType::Int32, 2, false},
+    {u"F_Tag2"_s, CItem::ColumnType::Int32, 3, false},
+    {u"F_Tag3"_s, CItem::ColumnType::Int32, 4, false},
+    {u"F_OweWarring"_s, CItem::ColumnType::Currency, 0, false},
+    {u"F_OweStop"_s, CItem::ColumnType::Currency, 1, false},
+    {u"F_Bank"_s, CItem::ColumnType::Text, 11, false},
+    {u"F_BankAccount"_s, CItem::ColumnType::Text, 12, false},
+    {u"F_OrderByID"_s, CItem::ColumnType::Int32, 5, false},
+    {u"F_Date"_s, CItem::ColumnType::Date, 0, true},
+    {u"F_IsSpecial"_s, CItem::ColumnType::Boolean, 0, false},
+    {u"F_ArtificialPerson"_s, CItem::ColumnType::Text, 13, false},
+    {u"F_IRDNumber"_s, CItem::ColumnType::Text, 14, false},
+    {u"F_Price1"_s, CItem::ColumnType::Currency, 2, true},
+    {u"F_Price2"_s, CItem::ColumnType::Currency, 3, true},
+    {u"F_Price3"_s, CItem::ColumnType::Currency, 4, true},
+    {u"F_Price4"_s, CItem::ColumnType::Currency, 5, true},
+    {u"F_PackageAmount"_s, CItem::ColumnType::Single, 2, true},
+    {u"F_Time1"_s, CItem::ColumnType::DateTime, 1, true},
+    {u"F_Time2"_s, CItem::ColumnType::DateTime, 2, true},
+    {u"F_Tag4"_s, CItem::ColumnType::Int32, 6, false},
+    {u"F_Tag5"_s, CItem::ColumnType::Int32, 7, false},
+    {u"F_Tag6"_s, CItem::ColumnType::Int32, 8, false},
+};
+
+const std::array<QString, std::size(kColumns)> kColumnNames = [] {
+    std::array<QString, std::size(kColumns)> names;
+    for (std::size_t i = 0; i < std::size(kColumns); ++i) {
+        names[i] = kColumns[i].name;
+    }
+    return names;
+}();
+
+QString conversionError(const CItem::Column &column, const QVariant &value)
+{
+    if (!value.isValid() || value.isNull()) {
+        return u"字段 "_s + column.name + u" 为空值(NULL)"_s;
+    }
+    return u"字段 "_s + column.name + u" 的值无法转换: "_s + value.toString().left(64);
+}
+
+} // namespace
+
+std::span<const CItem::Column> CItem::columns()
+{
+    return kColumns;
+}
+
+std::span<const QString> CItem::columnNames()
+{
+    return kColumnNames;
+}
+
+int CItem::columnIndex(const QString &name)
+{
+    for (std::size_t i = 0; i < std::size(kColumns); ++i) {
+        if (kColumns[i].name.compare(name, Qt::CaseInsensitive) == 0) {
+            return int(i);
+        }
+    }
+    return -1;
+}
+
+QDateTime CItem::zeroDate()
+{
+    return QDateTime(QDate(1899, 12, 30), QTime(0, 0));
+}
+
+bool CItem::isLaterThanZeroDate(const QDateTime &date)
+{
+    return date.isValid() && date > zeroDate();
+}
+
+CItem::CItem() = default;
+
+QVariant CItem::value(int column) const
+{
+    if (column < 0 || column >= int(std::size(kColumns))) {
+        return {};
+    }
+    const Column &c = kColumns[column];
+    switch (c.type) {
+    case ColumnType::Int32:
+        return m_int[c.slot];
+    case ColumnType::Int16:
+        return QVariant::fromValue(m_int16);
+    case ColumnType::Text:
+        return m_text[c.slot];
+    case ColumnType::Single:
+        return m_single[c.slot];
+    case ColumnType::Currency:
+        return QVariant::fromValue(m_currency[c.slot]);
+    case ColumnType::Date:
+    case ColumnType::DateTime:
+        return m_date[c.slot];
+    case ColumnType::Boolean:
+        return m_bool;
+    }
+    return {};
+}
+
+bool CItem::setValue(int column, const QVariant &value, QString *error)
+{
+    if (column < 0 || column >= int(std::size(kColumns))) {
+        if (error) {
+            *error = u"没有第 "_s + QString::number(column) + u" 列"_s;
+        }
+        return false;
+    }
+    const Column &c = kColumns[column];
+    const bool null = !value.isValid() || value.isNull();
+    auto fail = [&] {
+        if (error) {
+            *error = conversionError(c, value);
+        }
+        return false;
+    };
+    switch (c.type) {
+    case ColumnType::Text:
+        m_text[c.slot] = SqlValue::toText(value);
+        return true;
+    case ColumnType::Int32: {
+        const auto v = SqlValue::toInt32(value);
+        if (!v) {
+            return fail();
+        }
+        m_int[c.slot] = *v;
+        return true;
+    }
+    case ColumnType::Int16: {
+        const auto v = SqlValue::toInt16(value);
+        if (!v) {
+            return fail();
+        }
+        m_int16 = *v;
+        return true;
+    }
+    case ColumnType::Single: {
+        if (null && c.hasNullRule) {
+            // Pieces per package default to one: a package of nothing makes no sense.
+            m_single[c.slot] = 1.0f;
+            return true;
+        }
+        const auto v = SqlValue::toSingle(value);
+        if (!v) {
+            return fail();
+        }
+        m_single[c.slot] = *v;
+        return true;
+    }
+    case ColumnType::Currency: {
+        if (null && c.hasNullRule) {
+            m_currency[c.slot] = Currency();
+            return true;
+        }
+        const auto v = SqlValue::toCurrency(value);
+        if (!v) {
+            return fail();
+        }
+        m_currency[c.slot] = *v;
+        return true;
+    }
+    case ColumnType::Date:
+    case ColumnType::DateTime: {
+        if (null) {
+            if (!c.hasNullRule) {
+                return fail();
+            }
+            m_date[c.slot] = QDateTime();
+            return true;
+        }
+        const auto v = SqlValue::toDateTime(value);
+        if (!v) {
+            return fail();
+        }
+        m_date[c.slot] = *v;
+        return true;
+    }
+    case ColumnType::Boolean: {
+        const auto v = SqlValue::toBoolean(value);
+        if (!v) {
+            return fail();
+        }
+        m_bool = *v;
+        return true;
+    }
+    }
+    return fail();
+}
+
+bool CItem::UpdateDataFromRst(CRecordset &rst, bool fromRst, QString *error)
+{
+    try {
+        if (fromRst) {
+            const QList<int> &indexes = rst.fieldIndexes(kColumnNames);
+            for (std::size_t i = 0; i < std::size(kColumns); ++i) {
+                const int index = indexes.at(qsizetype(i));
+                if (index < 0) {
+                    throw DbError(u"找不到字段: "_s + kColumns[i].name);
+                }
+                QString message;
+                if (!setValue(int(i), rst.value(index), &message)) {
+                    throw DbError(message);
+                }
+            }
+            return true;
+        }
+        for (std::size_t i = 0; i < std::size(kColumns); ++i) {
+            const Column &c = kColumns[i];
+            QVariant v = value(int(i));
+            if (c.type == ColumnType::Date) {
+                // Only the day is kept; no date at all is stored as NULL.
+                const QDateTime &date = m_date[c.slot];
+                v = isLaterThanZeroDate(date) ? QVariant(date.date()) : QVariant(QMetaType::fromType<QDate>());
+            } else if (c.type == ColumnType::DateTime && !m_date[c.slot].isValid()) {
+                v = QVariant(QMetaType::fromType<QDateTime>());
+            }
+            rst.setField(c.name, v);
+        }
+        return true;
+    } catch (const DbError &e) {
+        if (error) {
+            *error = e.message();
+        }
+        return false;
+    } catch (const std::exception &e) {
+        if (error) {
+            *error = QString::fromLocal8Bit(e.what());
+        }
+        return false;
+    }
+}

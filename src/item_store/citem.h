@@ -1,0 +1,166 @@
+#ifndef QUILLON_CITEM_H
+#define QUILLON_CITEM_H
+
+#include "currency.h"
+#include "quillon_export.h"
+
+#include <QDateTime>
+#include <QString>
+#include <QVariant>
+
+#include <span>
+
+class CRecordset;
+
+/**
+ * One row of T_Item held in memory, of any item type, plus the working fields that pickers attach to a goods line.
+ *
+ * Plain storage: setters neither validate nor notify. It does no database work beyond copying to and from the
+ * current row of a CRecordset.
+ */
+class QUILLON_EXPORT CItem
+{
+public:
+    enum class ColumnType { Int32, Int16, Text, Single, Currency, Date, DateTime, Boolean };
+
+    struct Column
+    {
+        QString name;
+        ColumnType type;
+        int slot;
+        bool hasNullRule;
+    };
+
+    /// The columns of T_Item in the order in which an item is read and written.
+    static std::span<const Column> columns();
+    static std::span<const QString> columnNames();
+    /// Position of a column in columns() (case-insensitive), or -1.
+    static int columnIndex(const QString &name);
+    /// The zero date: a date at or before it counts as no date.
+    static QDateTime zeroDate();
+    static bool isLaterThanZeroDate(const QDateTime &date);
+
+    CItem();
+
+    /// Copies the cursor's current row into the item (`fromRst` true) or the item into the cursor's edit buffer.
+    /// A column that is missing or fails to convert ends the copy there; the columns before it keep their new
+    /// values. Returns false in that case, with the reason in `error` when given.
+    bool UpdateDataFromRst(CRecordset &rst, bool fromRst, QString *error = nullptr);
+
+    /// A column's value as the item holds it (qint32, qint16, QString, float, Currency, QDateTime or bool).
+    QVariant value(int column) const;
+    /// Converts and stores a value into a column; NULL follows the column's NULL rule. Returns false, leaving the
+    /// item unchanged, when the value does not convert.
+    bool setValue(int column, const QVariant &value, QString *error = nullptr);
+
+    qint32 F_ID() const { return m_int[0]; }
+    void setF_ID(qint32 value) { m_int[0] = value; }
+    const QString &F_ItemNo() const { return m_text[0]; }
+    void setF_ItemNo(const QString &value) { m_text[0] = value; }
+    const QString &F_ItemName() const { return m_text[1]; }
+    void setF_ItemName(const QString &value) { m_text[1] = value; }
+    qint16 F_ItemTypeID() const { return m_int16; }
+    void setF_ItemTypeID(qint16 value) { m_int16 = value; }
+    const QString &F_Standard() const { return m_text[2]; }
+    void setF_Standard(const QString &value) { m_text[2] = value; }
+    const QString &F_Spell() const { return m_text[3]; }
+    void setF_Spell(const QString &value) { m_text[3] = value; }
+    qint32 F_ParentID() const { return m_int[1]; }
+    void setF_ParentID(qint32 value) { m_int[1] = value; }
+    const QString &F_Remark() const { return m_text[4]; }
+    void setF_Remark(const QString &value) { m_text[4] = value; }
+    float F_LimitUp() const { return m_single[0]; }
+    void setF_LimitUp(float value) { m_single[0] = value; }
+    float F_LimitDown() const { return m_single[1]; }
+    void setF_LimitDown(float value) { m_single[1] = value; }
+    const QString &F_Address() const { return m_text[5]; }
+    void setF_Address(const QString &value) { m_text[5] = value; }
+    const QString &F_Tel1() const { return m_text[6]; }
+    void setF_Tel1(const QString &value) { m_text[6] = value; }
+    const QString &F_Tel2() const { return m_text[7]; }
+    void setF_Tel2(const QString &value) { m_text[7] = value; }
+    const QString &F_Tel3() const { return m_text[8]; }
+    void setF_Tel3(const QString &value) { m_text[8] = value; }
+    const QString &F_LinkMen() const { return m_text[9]; }
+    void setF_LinkMen(const QString &value) { m_text[9] = value; }
+    const QString &F_PostCode() const { return m_text[10]; }
+    void setF_PostCode(const QString &value) { m_text[10] = value; }
+    qint32 F_Tag1() const { return m_int[2]; }
+    void setF_Tag1(qint32 value) { m_int[2] = value; }
+    qint32 F_Tag2() const { return m_int[3]; }
+    void setF_Tag2(qint32 value) { m_int[3] = value; }
+    qint32 F_Tag3() const { return m_int[4]; }
+    void setF_Tag3(qint32 value) { m_int[4] = value; }
+    Currency F_OweWarring() const { return m_currency[0]; }
+    void setF_OweWarring(Currency value) { m_currency[0] = value; }
+    Currency F_OweStop() const { return m_currency[1]; }
+    void setF_OweStop(Currency value) { m_currency[1] = value; }
+    const QString &F_Bank() const { return m_text[11]; }
+    void setF_Bank(const QString &value) { m_text[11] = value; }
+    const QString &F_BankAccount() const { return m_text[12]; }
+    void setF_BankAccount(const QString &value) { m_text[12] = value; }
+    qint32 F_OrderByID() const { return m_int[5]; }
+    void setF_OrderByID(qint32 value) { m_int[5] = value; }
+    const QDateTime &F_Date() const { return m_date[0]; }
+    void setF_Date(const QDateTime &value) { m_date[0] = value; }
+    bool F_IsSpecial() const { return m_bool; }
+    void setF_IsSpecial(bool value) { m_bool = value; }
+    const QString &F_ArtificialPerson() const { return m_text[13]; }
+    void setF_ArtificialPerson(const QString &value) { m_text[13] = value; }
+    const QString &F_IRDNumber() const { return m_text[14]; }
+    void setF_IRDNumber(const QString &value) { m_text[14] = value; }
+    Currency F_PriceEnterPack() const { return m_currency[2]; }
+    void setF_PriceEnterPack(Currency value) { m_currency[2] = value; }
+    Currency F_PriceEnter() const { return m_currency[3]; }
+    void setF_PriceEnter(Currency value) { m_currency[3] = value; }
+    Currency F_PriceSalePack() const { return m_currency[4]; }
+    void setF_PriceSalePack(Currency value) { m_currency[4] = value; }
+    Currency F_PriceSale() const { return m_currency[5]; }
+    void setF_PriceSale(Currency value) { m_currency[5] = value; }
+    float F_PackageAmount() const { return m_single[2]; }
+    void setF_PackageAmount(float value) { m_single[2] = value; }
+    const QDateTime &F_Time1() const { return m_date[1]; }
+    void setF_Time1(const QDateTime &value) { m_date[1] = value; }
+    const QDateTime &F_Time2() const { return m_date[2]; }
+    void setF_Time2(const QDateTime &value) { m_date[2] = value; }
+    qint32 F_Tag4() const { return m_int[6]; }
+    void setF_Tag4(qint32 value) { m_int[6] = value; }
+    qint32 F_Tag5() const { return m_int[7]; }
+    void setF_Tag5(qint32 value) { m_int[7] = value; }
+    qint32 F_Tag6() const { return m_int[8]; }
+    void setF_Tag6(qint32 value) { m_int[8] = value; }
+
+    // Working fields of a goods line; never stored in T_Item.
+    Currency Price() const { return m_price; }
+    void setPrice(Currency value) { m_price = value; }
+    Currency Amount() const { return m_amount; }
+    void setAmount(Currency value) { m_amount = value; }
+    Currency Money() const { return m_money; }
+    void setMoney(Currency value) { m_money = value; }
+    bool PriceChangeFlag() const { return m_priceChangeFlag; }
+    void setPriceChangeFlag(bool value) { m_priceChangeFlag = value; }
+    const QString &mWorkerID() const { return m_workerID; }
+    void setmWorkerID(const QString &value) { m_workerID = value; }
+    const QString &mTypeName() const { return m_typeName; }
+    void setmTypeName(const QString &value) { m_typeName = value; }
+    const QString &mUnitName() const { return m_unitName; }
+    void setmUnitName(const QString &value) { m_unitName = value; }
+
+private:
+    qint32 m_int[9] = {};
+    qint16 m_int16 = 0;
+    bool m_bool = false;
+    bool m_priceChangeFlag = false;
+    float m_single[3] = {};
+    QString m_text[15];
+    Currency m_currency[6];
+    QDateTime m_date[3];
+    Currency m_price;
+    Currency m_amount;
+    Currency m_money;
+    QString m_workerID;
+    QString m_typeName;
+    QString m_unitName;
+};
+
+#endif

@@ -1,0 +1,188 @@
+#include "crecordset.h"
+
+#include "cconnection.h"
+
+using namespace Qt::StringLiterals;
+
+CRecordset::CRecordset(CConnection &connection)
+    : m_connection(connection)
+{ }
+
+CRecordset::~CRecordset() = default;
+
+void CRecordset::rebuildNames(const QSqlRecord &record)
+{
+    m_names.clear();
+    m_index.clear();
+    m_cachedNames = nullptr;
+    for (int i = 0; i < record.count(); ++i) {
+        m_names.append(record.fieldName(i));
+        m_index.insert(record.fieldName(i).toLower(), i);
+    }
+}
+
+void CRecordset::Open(const QString &sql, const QVariantList &params)
+{
+    Close();
+    m_query = m_connection.Select(sql, params);
+    rebuildNames(m_query.record());
+    m_open = true;
+    m_eof = !m_query.next();
+}
+
+void CRecordset::OpenTable(const QString &table, const QString &keyColumn, const QVariant &key)
+{
+    Close();
+    const QSqlRecord columns = m_connection.tableRecord(table);
+    if (columns.isEmpty()) {
+        throw DbError(u"数据表不存在: "_s + table);
+    }
+    m_query = m_connection.Select(u"Select * From "_s + table + u" Where "_s + keyColumn + u"=?"_s, {key});
+    rebuildNames(m_query.record());
+    m_table = table;
+    m_keyColumn = keyColumn;
+    m_open = true;
+    m_eof = !m_query.next();
+}
+
+void CRecordset::Close()
+{
+    m_query = QSqlQuery();
+    m_open = false;
+    m_eof = true;
+    m_table.clear();
+    m_keyColumn.clear();
+    m_editMode = EditMode::None;
+    m_buffer.clear();
+    m_changed.clear();
+}
+
+void CRecordset::MoveNext()
+{
+    if (!m_open || m_eof) {
+        throw DbError(u"记录集已到末尾"_s);
+    }
+    m_editMode = EditMode::None;
+    m_eof = !m_query.next();
+}
+
+int CRecordset::fieldIndex(const QString &name) const
+{
+    return m_index.value(name.toLower(), -1);
+}
+
+QString CRecordset::fieldName(int index) const
+{
+    return m_names.value(index);
+}
+
+const QList<int> &CRecordset::fieldIndexes(std::span<const QString> names) const
+{
+    if (m_cachedNames != names.data() || m_cachedIndexes.size() != qsizetype(names.size())) {
+        m_cachedIndexes.clear();
+        m_cachedIndexes.reserve(qsizetype(names.size()));
+        for (const QString &name : names) {
+            m_cachedIndexes.append(fieldIndex(name));
+        }
+        m_cachedNames = names.data();
+    }
+    return m_cachedIndexes;
+}
+
+QVariant CRecordset::value(int index) const
+{
+    if (index < 0 || index >= m_names.size()) {
+        throw DbError(u"字段序号超出范围: "_s + QString::number(index));
+    }
+    if (m_editMode != EditMode::None) {
+        return m_buffer.at(index);
+    }
+    if (!m_open || m_eof) {
+        throw DbError(u"没有当前记录"_s);
+    }
+    return m_query.value(index);
+}
+
+QVariant CRecordset::Fields(const QString &name) const
+{
+    const int index = fieldIndex(name);
+    if (index < 0) {
+        throw DbError(u"找不到字段: "_s + name);
+    }
+    return value(index);
+}
+
+void CRecordset::fetchCurrent()
+{
+    m_buffer.clear();
+    m_buffer.reserve(m_names.size());
+    for (int i = 0; i < m_names.size(); ++i) {
+        m_buffer.append(m_query.value(i));
+    }
+    m_changed = QList<bool>(m_names.size(), false);
+    const int key = fieldIndex(m_keyColumn);
+    m_originalKey = key >= 0 ? m_buffer.at(key) : QVariant();
+}
+
+void CRecordset::AddNew()
+{
+    if (m_table.isEmpty()) {
+        throw DbError(u"记录集不可更新"_s);
+    }
+    m_editMode = EditMode::AddNew;
+    m_buffer = QVariantList(m_names.size());
+    m_changed = QList<bool>(m_names.size(), false);
+    m_originalKey = QVariant();
+}
+
+void CRecordset::setField(const QString &name, const QVariant &value)
+{
+    if (m_table.isEmpty()) {
+        throw DbError(u"记录集不可更新"_s);
+    }
+    const int index = fieldIndex(name);
+    if (index < 0) {
+        throw DbError(u"找不到字段: "_s + name);
+    }
+    if (m_editMode == EditMode::None) {
+        if (!m_open || m_eof) {
+            throw DbError(u"没有当前记录"_s);
+        }
+        fetchCurrent();
+        m_editMode = EditMode::Edit;
+    }
+    m_buffer[index] = value;
+    m_changed[index] = true;
+}
+
+void CRecordset::Update()
+{
+    if (m_editMode == EditMode::None) {
+        return;
+    }
+    QStringList columns;
+    QVariantList params;
+    for (int i = 0; i < m_names.size(); ++i) {
+        if (m_changed.at(i)) {
+            columns.append(m_names.at(i));
+            params.append(m_buffer.at(i));
+        }
+    }
+    if (m_editMode == EditMode::AddNew) {
+        if (columns.isEmpty()) {
+            throw DbError(u"新记录没有任何字段值"_s);
+        }
+        const QString marks = QString(u",?"_s).repeated(columns.size()).mid(1);
+        m_connection.Execute(
+            u"Insert Into "_s + m_table + u" ("_s + columns.join(u',') + u") Values ("_s + marks + u')', params);
+    } else if (!columns.isEmpty()) {
+        params.append(m_originalKey);
+        const int affected = m_connection.Execute(u"Update "_s + m_table + u" Set "_s + columns.join(u"=?,"_s)
+                                                      + u"=? Where "_s + m_keyColumn + u"=?"_s,
+                                                  params);
+        if (affected < 1) {
+            throw DbError(u"要更新的记录已不存在"_s);
+        }
+    }
+    m_editMode = EditMode::None;
+}

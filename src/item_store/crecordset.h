@@ -1,0 +1,83 @@
+#ifndef QUILLON_CRECORDSET_H
+#define QUILLON_CRECORDSET_H
+
+#include "quillon_export.h"
+
+#include <QHash>
+#include <QList>
+#include <QSqlQuery>
+#include <QSqlRecord>
+#include <QString>
+#include <QVariant>
+
+#include <span>
+
+class CConnection;
+
+/**
+ * A forward-only cursor over a query's rows, with an edit buffer for adding or changing one row of a table.
+ *
+ * Reading walks the rows of any statement. Editing needs OpenTable(), which names the table and its key column;
+ * Update() then writes the changed columns with bound parameters. There is no scrolling back and no batch update.
+ */
+class QUILLON_EXPORT CRecordset
+{
+public:
+    explicit CRecordset(CConnection &connection);
+    ~CRecordset();
+    Q_DISABLE_COPY_MOVE(CRecordset)
+
+    /// Runs a statement and positions on its first row. Throws DbError.
+    void Open(const QString &sql, const QVariantList &params = {});
+    /// Opens the rows of `table` whose `keyColumn` equals `key`, ready for AddNew() or for changing the current row.
+    void OpenTable(const QString &table, const QString &keyColumn, const QVariant &key);
+    void Close();
+
+    bool isOpen() const { return m_open; }
+    bool isEOF() const { return m_eof; }
+    void MoveNext();
+
+    /// Position of a column of the current row (case-insensitive), or -1.
+    int fieldIndex(const QString &name) const;
+    int fieldCount() const { return int(m_names.size()); }
+    QString fieldName(int index) const;
+
+    /// Positions of `names` in this cursor, looked up once per list and cached: the per-row path of bulk loads.
+    const QList<int> &fieldIndexes(std::span<const QString> names) const;
+
+    /// Value of the current row (or, while editing, of the edit buffer). Throws DbError for a missing column or
+    /// when no row is current.
+    QVariant Fields(const QString &name) const;
+    QVariant value(int index) const;
+
+    /// Starts a new row in the edit buffer, every column NULL.
+    void AddNew();
+    /// Sets a column of the edit buffer; editing the current row starts implicitly. Throws DbError for a missing
+    /// column.
+    void setField(const QString &name, const QVariant &value);
+    /// Writes the edit buffer: INSERT after AddNew(), otherwise UPDATE of the changed columns. Throws DbError.
+    void Update();
+
+private:
+    void rebuildNames(const QSqlRecord &record);
+    void fetchCurrent();
+
+    CConnection &m_connection;
+    QSqlQuery m_query;
+    QList<QString> m_names;
+    QHash<QString, int> m_index;
+    bool m_open = false;
+    bool m_eof = true;
+
+    QString m_table;
+    QString m_keyColumn;
+    enum class EditMode { None, Edit, AddNew } m_editMode = EditMode::None;
+    QVariantList m_buffer;
+    QList<bool> m_changed;
+    QVariant m_originalKey;
+
+    mutable const QString *m_cachedNames = nullptr;
+    mutable QList<int> m_cachedIndexes;
+};
+
+#endif

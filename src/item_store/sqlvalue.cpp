@@ -1,0 +1,232 @@
+#include "sqlvalue.h"
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+
+using namespace Qt::StringLiterals;
+
+namespace SqlValue {
+
+namespace {
+
+bool isNull(const QVariant &value)
+{
+    return !value.isValid() || value.isNull();
+}
+
+// Rounds half to even, as the integer conversions of the stored data always did.
+std::optional<qint64> roundToInt64(double d)
+{
+    if (!std::isfinite(d) || d >= 9.2233720368547758e18 || d < -9.2233720368547758e18) {
+        return std::nullopt;
+    }
+    return static_cast<qint64>(std::nearbyint(d));
+}
+
+} // namespace
+
+std::optional<qint64> toInt64(const QVariant &value)
+{
+    if (isNull(value)) {
+        return std::nullopt;
+    }
+    switch (value.metaType().id()) {
+    case QMetaType::Bool:
+        return value.toBool() ? -1 : 0;
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::Short:
+    case QMetaType::UShort:
+    case QMetaType::Char:
+    case QMetaType::SChar:
+    case QMetaType::UChar:
+    case QMetaType::Long:
+    case QMetaType::LongLong:
+        return value.toLongLong();
+    case QMetaType::ULong:
+    case QMetaType::ULongLong: {
+        const qulonglong u = value.toULongLong();
+        if (u > qulonglong(std::numeric_limits<qint64>::max())) {
+            return std::nullopt;
+        }
+        return qint64(u);
+    }
+    case QMetaType::Double:
+    case QMetaType::Float:
+        return roundToInt64(value.toDouble());
+    default:
+        break;
+    }
+    if (value.metaType() == QMetaType::fromType<Currency>()) {
+        return roundToInt64(value.value<Currency>().toDouble());
+    }
+    const QString text = value.toString().trimmed();
+    bool ok = false;
+    const qint64 i = text.toLongLong(&ok);
+    if (ok) {
+        return i;
+    }
+    const double d = text.toDouble(&ok);
+    if (ok) {
+        return roundToInt64(d);
+    }
+    return std::nullopt;
+}
+
+std::optional<qint32> toInt32(const QVariant &value)
+{
+    const auto wide = toInt64(value);
+    if (!wide || *wide > std::numeric_limits<qint32>::max() || *wide < std::numeric_limits<qint32>::min()) {
+        return std::nullopt;
+    }
+    return qint32(*wide);
+}
+
+std::optional<qint16> toInt16(const QVariant &value)
+{
+    const auto wide = toInt64(value);
+    if (!wide || *wide > std::numeric_limits<qint16>::max() || *wide < std::numeric_limits<qint16>::min()) {
+        return std::nullopt;
+    }
+    return qint16(*wide);
+}
+
+std::optional<float> toSingle(const QVariant &value)
+{
+    if (isNull(value)) {
+        return std::nullopt;
+    }
+    if (value.metaType() == QMetaType::fromType<Currency>()) {
+        return float(value.value<Currency>().toDouble());
+    }
+    if (value.metaType().id() == QMetaType::Bool) {
+        return value.toBool() ? -1.0f : 0.0f;
+    }
+    bool ok = false;
+    const double d =
+        value.metaType().id() == QMetaType::QString ? value.toString().trimmed().toDouble(&ok) : value.toDouble(&ok);
+    if (!ok || !std::isfinite(d) || std::fabs(d) > double(std::numeric_limits<float>::max())) {
+        return std::nullopt;
+    }
+    return float(d);
+}
+
+std::optional<Currency> toCurrency(const QVariant &value)
+{
+    if (isNull(value)) {
+        return std::nullopt;
+    }
+    if (value.metaType() == QMetaType::fromType<Currency>()) {
+        return value.value<Currency>();
+    }
+    switch (value.metaType().id()) {
+    case QMetaType::Double:
+    case QMetaType::Float:
+        return Currency::fromDouble(value.toDouble());
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::Short:
+    case QMetaType::UShort:
+    case QMetaType::Long:
+    case QMetaType::LongLong: {
+        const qint64 units = value.toLongLong();
+        if (units > std::numeric_limits<qint64>::max() / Currency::Scale
+            || units < std::numeric_limits<qint64>::min() / Currency::Scale) {
+            return std::nullopt;
+        }
+        return Currency::fromInteger(units);
+    }
+    case QMetaType::Bool:
+        return Currency::fromInteger(value.toBool() ? -1 : 0);
+    default:
+        return Currency::fromString(value.toString());
+    }
+}
+
+std::optional<QDateTime> toDateTime(const QVariant &value)
+{
+    if (isNull(value)) {
+        return std::nullopt;
+    }
+    switch (value.metaType().id()) {
+    case QMetaType::QDate:
+        return value.toDate().startOfDay();
+    case QMetaType::QDateTime: {
+        const QDateTime dt = value.toDateTime();
+        if (!dt.isValid()) {
+            return std::nullopt;
+        }
+        return dt.timeSpec() == Qt::LocalTime ? dt : QDateTime(dt.date(), dt.time());
+    }
+    default:
+        break;
+    }
+    const QString text = value.toString().trimmed();
+    if (text.isEmpty()) {
+        return std::nullopt;
+    }
+    if (text.size() == 10) {
+        const QDate date = QDate::fromString(text, u"yyyy-MM-dd"_s);
+        if (date.isValid()) {
+            return date.startOfDay();
+        }
+    }
+    QString iso = text;
+    if (iso.size() > 10 && iso.at(10) == u' ') {
+        iso[10] = u'T';
+    }
+    QDateTime dt = QDateTime::fromString(iso, Qt::ISODateWithMs);
+    if (!dt.isValid()) {
+        return std::nullopt;
+    }
+    // Zone suffixes are not part of stored dates; keep the wall-clock time.
+    return QDateTime(dt.date(), dt.time());
+}
+
+std::optional<bool> toBoolean(const QVariant &value)
+{
+    if (isNull(value)) {
+        return std::nullopt;
+    }
+    if (value.metaType().id() == QMetaType::Bool) {
+        return value.toBool();
+    }
+    if (value.metaType().id() == QMetaType::QString) {
+        const QString text = value.toString().trimmed().toLower();
+        if (text == u"true"_s || text == u"t"_s) {
+            return true;
+        }
+        if (text == u"false"_s || text == u"f"_s) {
+            return false;
+        }
+    }
+    const auto number = toCurrency(value);
+    if (!number) {
+        return std::nullopt;
+    }
+    return !number->isZero();
+}
+
+QString toText(const QVariant &value)
+{
+    if (isNull(value)) {
+        return QString();
+    }
+    if (value.metaType() == QMetaType::fromType<Currency>()) {
+        return value.value<Currency>().toString();
+    }
+    if (value.metaType().id() == QMetaType::Float) {
+        return singleToString(value.toFloat());
+    }
+    return value.toString();
+}
+
+QString singleToString(float value)
+{
+    char buffer[32];
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+    return QString::fromLatin1(buffer, result.ptr - buffer);
+}
+
+} // namespace SqlValue

@@ -1,0 +1,24 @@
+#ifndef QUILLON_TESTDATABASE_H
+#define QUILLON_TESTDATABASE_H
+
+#include <QString>
+
+#include <memory>
+
+class CConnection;
+
+/**
+ * Fresh, empty databases for tests, on the engine that QUILLON_TEST_DB names ("sqlite", the default, or
+ * "postgresql", whose server URL is read from the file that QUILLON_TEST_PG_URL_FILE names).
+ */
+namespace TestDatabase {
+
+bool isPostgreSQL();
+/// The URL of a new, empty database (nothing created in it yet).
+QString freshUrl();
+/// A connection to a new database with the schema created. Fails the test (returns null) when that fails.
+std::shared_ptr<CConnection> create();
+
+} // namespace TestDatabase
+
+#endif

@@ -1,0 +1,124 @@
+#include "cconnection.h"
+#include "testdatabase.h"
+
+#include <QSqlQuery>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class ConnectionTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void schemaHasEveryItemColumnInOrder()
+    {
+        auto db = TestDatabase::create();
+        QVERIFY(db);
+        const QSqlRecord item = db->tableRecord(u"T_Item"_s);
+        const QStringList expected = {u"F_ID"_s,         u"F_ItemNo"_s,      u"F_ItemName"_s,
+                                      u"F_ItemTypeID"_s, u"F_Standard"_s,    u"F_Spell"_s,
+                                      u"F_ParentID"_s,   u"F_Remark"_s,      u"F_LimitUp"_s,
+                                      u"F_LimitDown"_s,  u"F_Address"_s,     u"F_Tel1"_s,
+                                      u"F_Tel2"_s,       u"F_Tel3"_s,        u"F_LinkMen"_s,
+                                      u"F_PostCode"_s,   u"F_Tag1"_s,        u"F_Tag2"_s,
+                                      u"F_Tag3"_s,       u"F_OweWarring"_s,  u"F_OweStop"_s,
+                                      u"F_Bank"_s,       u"F_BankAccount"_s, u"F_OrderByID"_s,
+                                      u"F_Date"_s,       u"F_IsSpecial"_s,   u"F_ArtificialPerson"_s,
+                                      u"F_IRDNumber"_s,  u"F_Price1"_s,      u"F_Price2"_s,
+                                      u"F_Price3"_s,     u"F_Price4"_s,      u"F_PackageAmount"_s,
+                                      u"F_Time1"_s,      u"F_Time2"_s,       u"F_Tag4"_s,
+                                      u"F_Tag5"_s,       u"F_Tag6"_s};
+        QCOMPARE(item.count(), expected.size());
+        for (int i = 0; i < item.count(); ++i) {
+            QCOMPARE(item.fieldName(i).toLower(), expected.at(i).toLower());
+        }
+        for (const QString &table : {u"T_KeyID"_s, u"T_GoodsPrice"_s, u"T_GoodsInOutList"_s}) {
+            QVERIFY2(db->hasTable(table), qPrintable(table));
+        }
+        QVERIFY(db->tableRecord(u"T_GoodsPrice"_s).contains(u"F_ClientTypeID"_s));
+    }
+
+    void existingDatabaseIsUsedAsItIs()
+    {
+        const QString url = TestDatabase::freshUrl();
+        {
+            auto db = CConnection::Open(url);
+            QVERIFY(db);
+            // A store made by an older program: fewer columns, a row already in it.
+            db->Execute(u"CREATE TABLE T_Item (F_ID INTEGER PRIMARY KEY, F_ItemName TEXT)"_s);
+            db->Execute(u"INSERT INTO T_Item VALUES (5, ?)"_s, {u"旧数据"_s});
+            db->EnsureSchema();
+        }
+        auto db = CConnection::Open(url);
+        QVERIFY(db);
+        db->EnsureSchema();
+        QCOMPARE(db->tableRecord(u"T_Item"_s).count(), 2);
+        QSqlQuery q = db->Select(u"SELECT F_ItemName FROM T_Item WHERE F_ID=5"_s);
+        QVERIFY(q.next());
+        QCOMPARE(q.value(0).toString(), u"旧数据"_s);
+        QVERIFY(db->hasTable(u"T_KeyID"_s));
+    }
+
+    void innerRollbackUndoesTheWholeTransaction()
+    {
+        auto db = TestDatabase::create();
+        QVERIFY(db);
+        db->BeginTrans();
+        db->Execute(u"INSERT INTO T_KeyID VALUES ('A', 1)"_s);
+        {
+            CTransaction inner(*db);
+            db->Execute(u"INSERT INTO T_KeyID VALUES ('B', 1)"_s);
+            // leaves without Commit()
+        }
+        QCOMPARE(db->transactionDepth(), 1);
+        QVERIFY_THROWS_EXCEPTION(DbError, db->CommitTrans());
+        QCOMPARE(db->transactionDepth(), 0);
+        QSqlQuery q = db->Select(u"SELECT COUNT(*) FROM T_KeyID"_s);
+        QVERIFY(q.next());
+        QCOMPARE(q.value(0).toInt(), 0);
+    }
+
+    void failedStatementGivesTheEngineMessage()
+    {
+        auto db = TestDatabase::create();
+        QVERIFY(db);
+        try {
+            db->Execute(u"INSERT INTO T_NoSuchTable VALUES (1)"_s);
+            QFAIL("no error");
+        } catch (const DbError &e) {
+            QVERIFY2(e.message().contains(u"t_nosuchtable"_s, Qt::CaseInsensitive), qPrintable(e.message()));
+        }
+    }
+
+    void unreachableServerIsAClearError()
+    {
+        QString error;
+        QVERIFY(!CConnection::Open(u"postgresql://nobody@127.0.0.1:1/none"_s, &error));
+        QVERIFY2(error.contains(u"127.0.0.1:1"_s), qPrintable(error));
+        QVERIFY(!CConnection::Open(u"oracle://x"_s, &error));
+        QVERIFY(error.contains(u"oracle://x"_s));
+    }
+
+    void readOnlyFileRefusesWrites()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("an SQLite file property");
+        }
+        const QString url = TestDatabase::freshUrl();
+        {
+            auto db = CConnection::Open(url);
+            QVERIFY(db);
+            db->EnsureSchema();
+        }
+        auto db = CConnection::Open(url + u"?mode=ro"_s);
+        QVERIFY(db);
+        QVERIFY_THROWS_EXCEPTION(DbError, db->Execute(u"INSERT INTO T_KeyID VALUES ('A', 1)"_s));
+        QSqlQuery q = db->Select(u"SELECT COUNT(*) FROM T_KeyID"_s);
+        QVERIFY(q.next());
+        QCOMPARE(q.value(0).toInt(), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(ConnectionTest)
+#include "tst_connection.moc"
