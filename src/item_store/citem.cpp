@@ -2,8 +2,10 @@
 
 #include "cconnection.h"
 #include "crecordset.h"
+#include "itemhook.h"
 #include "sqlvalue.h"
 
+#include <algorithm>
 #include <array>
 
 using namespace Qt::StringLiterals;
@@ -59,6 +61,14 @@ const std::array<QString, std::size(kColumns)> kColumnNames = [] {
     return names;
 }();
 
+// The columns that collections look items up by.
+constexpr int kKeyColumns[] = {0, 1, 2, 16, 17, 18, 23};
+
+bool isKeyColumn(int column)
+{
+    return std::find(std::begin(kKeyColumns), std::end(kKeyColumns), column) != std::end(kKeyColumns);
+}
+
 QString conversionError(const CItem::Column &column, const QVariant &value)
 {
     if (!value.isValid() || value.isNull()) {
@@ -101,6 +111,122 @@ bool CItem::isLaterThanZeroDate(const QDateTime &date)
 
 CItem::CItem() = default;
 
+CItem::CItem(const CItem &other)
+    : m(other.m)
+{ }
+
+CItem &CItem::operator=(const CItem &other)
+{
+    if (this == &other) {
+        return *this;
+    }
+    if (!m_hooks.head) {
+        m = other.m;
+        return *this;
+    }
+    for (int column : kKeyColumns) {
+        keyAboutToChange(column);
+    }
+    m = other.m;
+    for (int column : kKeyColumns) {
+        keyChanged(column);
+    }
+    return *this;
+}
+
+CItem::~CItem() = default;
+
+void CItem::keyAboutToChange(int column)
+{
+    for (CItemHook *hook = m_hooks.head; hook; hook = hook->next) {
+        hook->watcher->itemKeyAboutToChange(hook, column);
+    }
+}
+
+void CItem::keyChanged(int column)
+{
+    for (CItemHook *hook = m_hooks.head; hook; hook = hook->next) {
+        hook->watcher->itemKeyChanged(hook, column);
+    }
+}
+
+void CItem::setF_ID(qint32 value)
+{
+    if (m_hooks.head && m.m_int[0] != value) {
+        keyAboutToChange(0);
+        m.m_int[0] = value;
+        keyChanged(0);
+        return;
+    }
+    m.m_int[0] = value;
+}
+
+void CItem::setF_ItemNo(const QString &value)
+{
+    if (m_hooks.head && m.m_text[0] != value) {
+        keyAboutToChange(1);
+        m.m_text[0] = value;
+        keyChanged(1);
+        return;
+    }
+    m.m_text[0] = value;
+}
+
+void CItem::setF_ItemName(const QString &value)
+{
+    if (m_hooks.head && m.m_text[1] != value) {
+        keyAboutToChange(2);
+        m.m_text[1] = value;
+        keyChanged(2);
+        return;
+    }
+    m.m_text[1] = value;
+}
+
+void CItem::setF_Tag1(qint32 value)
+{
+    if (m_hooks.head && m.m_int[2] != value) {
+        keyAboutToChange(16);
+        m.m_int[2] = value;
+        keyChanged(16);
+        return;
+    }
+    m.m_int[2] = value;
+}
+
+void CItem::setF_Tag2(qint32 value)
+{
+    if (m_hooks.head && m.m_int[3] != value) {
+        keyAboutToChange(17);
+        m.m_int[3] = value;
+        keyChanged(17);
+        return;
+    }
+    m.m_int[3] = value;
+}
+
+void CItem::setF_Tag3(qint32 value)
+{
+    if (m_hooks.head && m.m_int[4] != value) {
+        keyAboutToChange(18);
+        m.m_int[4] = value;
+        keyChanged(18);
+        return;
+    }
+    m.m_int[4] = value;
+}
+
+void CItem::setF_OrderByID(qint32 value)
+{
+    if (m_hooks.head && m.m_int[5] != value) {
+        keyAboutToChange(23);
+        m.m_int[5] = value;
+        keyChanged(23);
+        return;
+    }
+    m.m_int[5] = value;
+}
+
 QVariant CItem::value(int column) const
 {
     if (column < 0 || column >= int(std::size(kColumns))) {
@@ -109,20 +235,20 @@ QVariant CItem::value(int column) const
     const Column &c = kColumns[column];
     switch (c.type) {
     case ColumnType::Int32:
-        return m_int[c.slot];
+        return m.m_int[c.slot];
     case ColumnType::Int16:
-        return QVariant::fromValue(m_int16);
+        return QVariant::fromValue(m.m_int16);
     case ColumnType::Text:
-        return m_text[c.slot];
+        return m.m_text[c.slot];
     case ColumnType::Single:
-        return m_single[c.slot];
+        return m.m_single[c.slot];
     case ColumnType::Currency:
-        return QVariant::fromValue(m_currency[c.slot]);
+        return QVariant::fromValue(m.m_currency[c.slot]);
     case ColumnType::Date:
     case ColumnType::DateTime:
-        return m_date[c.slot];
+        return m.m_date[c.slot];
     case ColumnType::Boolean:
-        return m_bool;
+        return m.m_bool;
     }
     return {};
 }
@@ -135,6 +261,17 @@ bool CItem::setValue(int column, const QVariant &value, QString *error)
         }
         return false;
     }
+    if (m_hooks.head && isKeyColumn(column)) {
+        keyAboutToChange(column);
+        const bool ok = assign(column, value, error);
+        keyChanged(column);
+        return ok;
+    }
+    return assign(column, value, error);
+}
+
+bool CItem::assign(int column, const QVariant &value, QString *error)
+{
     const Column &c = kColumns[column];
     const bool null = !value.isValid() || value.isNull();
     auto fail = [&] {
@@ -145,14 +282,14 @@ bool CItem::setValue(int column, const QVariant &value, QString *error)
     };
     switch (c.type) {
     case ColumnType::Text:
-        m_text[c.slot] = SqlValue::toText(value);
+        m.m_text[c.slot] = SqlValue::toText(value);
         return true;
     case ColumnType::Int32: {
         const auto v = SqlValue::toInt32(value);
         if (!v) {
             return fail();
         }
-        m_int[c.slot] = *v;
+        m.m_int[c.slot] = *v;
         return true;
     }
     case ColumnType::Int16: {
@@ -160,32 +297,32 @@ bool CItem::setValue(int column, const QVariant &value, QString *error)
         if (!v) {
             return fail();
         }
-        m_int16 = *v;
+        m.m_int16 = *v;
         return true;
     }
     case ColumnType::Single: {
         if (null && c.hasNullRule) {
             // Pieces per package default to one: a package of nothing makes no sense.
-            m_single[c.slot] = 1.0f;
+            m.m_single[c.slot] = 1.0f;
             return true;
         }
         const auto v = SqlValue::toSingle(value);
         if (!v) {
             return fail();
         }
-        m_single[c.slot] = *v;
+        m.m_single[c.slot] = *v;
         return true;
     }
     case ColumnType::Currency: {
         if (null && c.hasNullRule) {
-            m_currency[c.slot] = Currency();
+            m.m_currency[c.slot] = Currency();
             return true;
         }
         const auto v = SqlValue::toCurrency(value);
         if (!v) {
             return fail();
         }
-        m_currency[c.slot] = *v;
+        m.m_currency[c.slot] = *v;
         return true;
     }
     case ColumnType::Date:
@@ -194,14 +331,14 @@ bool CItem::setValue(int column, const QVariant &value, QString *error)
             if (!c.hasNullRule) {
                 return fail();
             }
-            m_date[c.slot] = QDateTime();
+            m.m_date[c.slot] = QDateTime();
             return true;
         }
         const auto v = SqlValue::toDateTime(value);
         if (!v) {
             return fail();
         }
-        m_date[c.slot] = *v;
+        m.m_date[c.slot] = *v;
         return true;
     }
     case ColumnType::Boolean: {
@@ -209,7 +346,7 @@ bool CItem::setValue(int column, const QVariant &value, QString *error)
         if (!v) {
             return fail();
         }
-        m_bool = *v;
+        m.m_bool = *v;
         return true;
     }
     }
@@ -238,9 +375,9 @@ bool CItem::UpdateDataFromRst(CRecordset &rst, bool fromRst, QString *error)
             QVariant v = value(int(i));
             if (c.type == ColumnType::Date) {
                 // Only the day is kept; no date at all is stored as NULL.
-                const QDateTime &date = m_date[c.slot];
+                const QDateTime &date = m.m_date[c.slot];
                 v = isLaterThanZeroDate(date) ? QVariant(date.date()) : QVariant(QMetaType::fromType<QDate>());
-            } else if (c.type == ColumnType::DateTime && !m_date[c.slot].isValid()) {
+            } else if (c.type == ColumnType::DateTime && !m.m_date[c.slot].isValid()) {
                 v = QVariant(QMetaType::fromType<QDateTime>());
             }
             rst.setField(c.name, v);

@@ -8,9 +8,11 @@
 #include <QString>
 #include <QVariant>
 
+#include <memory>
 #include <span>
 
 class CRecordset;
+struct CItemHook;
 
 /**
  * One row of T_Item held in memory, of any item type, plus the working fields that pickers attach to a goods line.
@@ -53,114 +55,137 @@ public:
     /// item unchanged, when the value does not convert.
     bool setValue(int column, const QVariant &value, QString *error = nullptr);
 
-    qint32 F_ID() const { return m_int[0]; }
-    void setF_ID(qint32 value) { m_int[0] = value; }
-    const QString &F_ItemNo() const { return m_text[0]; }
-    void setF_ItemNo(const QString &value) { m_text[0] = value; }
-    const QString &F_ItemName() const { return m_text[1]; }
-    void setF_ItemName(const QString &value) { m_text[1] = value; }
-    qint16 F_ItemTypeID() const { return m_int16; }
-    void setF_ItemTypeID(qint16 value) { m_int16 = value; }
-    const QString &F_Standard() const { return m_text[2]; }
-    void setF_Standard(const QString &value) { m_text[2] = value; }
-    const QString &F_Spell() const { return m_text[3]; }
-    void setF_Spell(const QString &value) { m_text[3] = value; }
-    qint32 F_ParentID() const { return m_int[1]; }
-    void setF_ParentID(qint32 value) { m_int[1] = value; }
-    const QString &F_Remark() const { return m_text[4]; }
-    void setF_Remark(const QString &value) { m_text[4] = value; }
-    float F_LimitUp() const { return m_single[0]; }
-    void setF_LimitUp(float value) { m_single[0] = value; }
-    float F_LimitDown() const { return m_single[1]; }
-    void setF_LimitDown(float value) { m_single[1] = value; }
-    const QString &F_Address() const { return m_text[5]; }
-    void setF_Address(const QString &value) { m_text[5] = value; }
-    const QString &F_Tel1() const { return m_text[6]; }
-    void setF_Tel1(const QString &value) { m_text[6] = value; }
-    const QString &F_Tel2() const { return m_text[7]; }
-    void setF_Tel2(const QString &value) { m_text[7] = value; }
-    const QString &F_Tel3() const { return m_text[8]; }
-    void setF_Tel3(const QString &value) { m_text[8] = value; }
-    const QString &F_LinkMen() const { return m_text[9]; }
-    void setF_LinkMen(const QString &value) { m_text[9] = value; }
-    const QString &F_PostCode() const { return m_text[10]; }
-    void setF_PostCode(const QString &value) { m_text[10] = value; }
-    qint32 F_Tag1() const { return m_int[2]; }
-    void setF_Tag1(qint32 value) { m_int[2] = value; }
-    qint32 F_Tag2() const { return m_int[3]; }
-    void setF_Tag2(qint32 value) { m_int[3] = value; }
-    qint32 F_Tag3() const { return m_int[4]; }
-    void setF_Tag3(qint32 value) { m_int[4] = value; }
-    Currency F_OweWarring() const { return m_currency[0]; }
-    void setF_OweWarring(Currency value) { m_currency[0] = value; }
-    Currency F_OweStop() const { return m_currency[1]; }
-    void setF_OweStop(Currency value) { m_currency[1] = value; }
-    const QString &F_Bank() const { return m_text[11]; }
-    void setF_Bank(const QString &value) { m_text[11] = value; }
-    const QString &F_BankAccount() const { return m_text[12]; }
-    void setF_BankAccount(const QString &value) { m_text[12] = value; }
-    qint32 F_OrderByID() const { return m_int[5]; }
-    void setF_OrderByID(qint32 value) { m_int[5] = value; }
-    const QDateTime &F_Date() const { return m_date[0]; }
-    void setF_Date(const QDateTime &value) { m_date[0] = value; }
-    bool F_IsSpecial() const { return m_bool; }
-    void setF_IsSpecial(bool value) { m_bool = value; }
-    const QString &F_ArtificialPerson() const { return m_text[13]; }
-    void setF_ArtificialPerson(const QString &value) { m_text[13] = value; }
-    const QString &F_IRDNumber() const { return m_text[14]; }
-    void setF_IRDNumber(const QString &value) { m_text[14] = value; }
-    Currency F_PriceEnterPack() const { return m_currency[2]; }
-    void setF_PriceEnterPack(Currency value) { m_currency[2] = value; }
-    Currency F_PriceEnter() const { return m_currency[3]; }
-    void setF_PriceEnter(Currency value) { m_currency[3] = value; }
-    Currency F_PriceSalePack() const { return m_currency[4]; }
-    void setF_PriceSalePack(Currency value) { m_currency[4] = value; }
-    Currency F_PriceSale() const { return m_currency[5]; }
-    void setF_PriceSale(Currency value) { m_currency[5] = value; }
-    float F_PackageAmount() const { return m_single[2]; }
-    void setF_PackageAmount(float value) { m_single[2] = value; }
-    const QDateTime &F_Time1() const { return m_date[1]; }
-    void setF_Time1(const QDateTime &value) { m_date[1] = value; }
-    const QDateTime &F_Time2() const { return m_date[2]; }
-    void setF_Time2(const QDateTime &value) { m_date[2] = value; }
-    qint32 F_Tag4() const { return m_int[6]; }
-    void setF_Tag4(qint32 value) { m_int[6] = value; }
-    qint32 F_Tag5() const { return m_int[7]; }
-    void setF_Tag5(qint32 value) { m_int[7] = value; }
-    qint32 F_Tag6() const { return m_int[8]; }
-    void setF_Tag6(qint32 value) { m_int[8] = value; }
+    qint32 F_ID() const { return m.m_int[0]; }
+    void setF_ID(qint32 value);
+    const QString &F_ItemNo() const { return m.m_text[0]; }
+    void setF_ItemNo(const QString &value);
+    const QString &F_ItemName() const { return m.m_text[1]; }
+    void setF_ItemName(const QString &value);
+    qint16 F_ItemTypeID() const { return m.m_int16; }
+    void setF_ItemTypeID(qint16 value) { m.m_int16 = value; }
+    const QString &F_Standard() const { return m.m_text[2]; }
+    void setF_Standard(const QString &value) { m.m_text[2] = value; }
+    const QString &F_Spell() const { return m.m_text[3]; }
+    void setF_Spell(const QString &value) { m.m_text[3] = value; }
+    qint32 F_ParentID() const { return m.m_int[1]; }
+    void setF_ParentID(qint32 value) { m.m_int[1] = value; }
+    const QString &F_Remark() const { return m.m_text[4]; }
+    void setF_Remark(const QString &value) { m.m_text[4] = value; }
+    float F_LimitUp() const { return m.m_single[0]; }
+    void setF_LimitUp(float value) { m.m_single[0] = value; }
+    float F_LimitDown() const { return m.m_single[1]; }
+    void setF_LimitDown(float value) { m.m_single[1] = value; }
+    const QString &F_Address() const { return m.m_text[5]; }
+    void setF_Address(const QString &value) { m.m_text[5] = value; }
+    const QString &F_Tel1() const { return m.m_text[6]; }
+    void setF_Tel1(const QString &value) { m.m_text[6] = value; }
+    const QString &F_Tel2() const { return m.m_text[7]; }
+    void setF_Tel2(const QString &value) { m.m_text[7] = value; }
+    const QString &F_Tel3() const { return m.m_text[8]; }
+    void setF_Tel3(const QString &value) { m.m_text[8] = value; }
+    const QString &F_LinkMen() const { return m.m_text[9]; }
+    void setF_LinkMen(const QString &value) { m.m_text[9] = value; }
+    const QString &F_PostCode() const { return m.m_text[10]; }
+    void setF_PostCode(const QString &value) { m.m_text[10] = value; }
+    qint32 F_Tag1() const { return m.m_int[2]; }
+    void setF_Tag1(qint32 value);
+    qint32 F_Tag2() const { return m.m_int[3]; }
+    void setF_Tag2(qint32 value);
+    qint32 F_Tag3() const { return m.m_int[4]; }
+    void setF_Tag3(qint32 value);
+    Currency F_OweWarring() const { return m.m_currency[0]; }
+    void setF_OweWarring(Currency value) { m.m_currency[0] = value; }
+    Currency F_OweStop() const { return m.m_currency[1]; }
+    void setF_OweStop(Currency value) { m.m_currency[1] = value; }
+    const QString &F_Bank() const { return m.m_text[11]; }
+    void setF_Bank(const QString &value) { m.m_text[11] = value; }
+    const QString &F_BankAccount() const { return m.m_text[12]; }
+    void setF_BankAccount(const QString &value) { m.m_text[12] = value; }
+    qint32 F_OrderByID() const { return m.m_int[5]; }
+    void setF_OrderByID(qint32 value);
+    const QDateTime &F_Date() const { return m.m_date[0]; }
+    void setF_Date(const QDateTime &value) { m.m_date[0] = value; }
+    bool F_IsSpecial() const { return m.m_bool; }
+    void setF_IsSpecial(bool value) { m.m_bool = value; }
+    const QString &F_ArtificialPerson() const { return m.m_text[13]; }
+    void setF_ArtificialPerson(const QString &value) { m.m_text[13] = value; }
+    const QString &F_IRDNumber() const { return m.m_text[14]; }
+    void setF_IRDNumber(const QString &value) { m.m_text[14] = value; }
+    Currency F_PriceEnterPack() const { return m.m_currency[2]; }
+    void setF_PriceEnterPack(Currency value) { m.m_currency[2] = value; }
+    Currency F_PriceEnter() const { return m.m_currency[3]; }
+    void setF_PriceEnter(Currency value) { m.m_currency[3] = value; }
+    Currency F_PriceSalePack() const { return m.m_currency[4]; }
+    void setF_PriceSalePack(Currency value) { m.m_currency[4] = value; }
+    Currency F_PriceSale() const { return m.m_currency[5]; }
+    void setF_PriceSale(Currency value) { m.m_currency[5] = value; }
+    float F_PackageAmount() const { return m.m_single[2]; }
+    void setF_PackageAmount(float value) { m.m_single[2] = value; }
+    const QDateTime &F_Time1() const { return m.m_date[1]; }
+    void setF_Time1(const QDateTime &value) { m.m_date[1] = value; }
+    const QDateTime &F_Time2() const { return m.m_date[2]; }
+    void setF_Time2(const QDateTime &value) { m.m_date[2] = value; }
+    qint32 F_Tag4() const { return m.m_int[6]; }
+    void setF_Tag4(qint32 value) { m.m_int[6] = value; }
+    qint32 F_Tag5() const { return m.m_int[7]; }
+    void setF_Tag5(qint32 value) { m.m_int[7] = value; }
+    qint32 F_Tag6() const { return m.m_int[8]; }
+    void setF_Tag6(qint32 value) { m.m_int[8] = value; }
 
     // Working fields of a goods line; never stored in T_Item.
-    Currency Price() const { return m_price; }
-    void setPrice(Currency value) { m_price = value; }
-    Currency Amount() const { return m_amount; }
-    void setAmount(Currency value) { m_amount = value; }
-    Currency Money() const { return m_money; }
-    void setMoney(Currency value) { m_money = value; }
-    bool PriceChangeFlag() const { return m_priceChangeFlag; }
-    void setPriceChangeFlag(bool value) { m_priceChangeFlag = value; }
-    const QString &mWorkerID() const { return m_workerID; }
-    void setmWorkerID(const QString &value) { m_workerID = value; }
-    const QString &mTypeName() const { return m_typeName; }
-    void setmTypeName(const QString &value) { m_typeName = value; }
-    const QString &mUnitName() const { return m_unitName; }
-    void setmUnitName(const QString &value) { m_unitName = value; }
+    Currency Price() const { return m.m_price; }
+    void setPrice(Currency value) { m.m_price = value; }
+    Currency Amount() const { return m.m_amount; }
+    void setAmount(Currency value) { m.m_amount = value; }
+    Currency Money() const { return m.m_money; }
+    void setMoney(Currency value) { m.m_money = value; }
+    bool PriceChangeFlag() const { return m.m_priceChangeFlag; }
+    void setPriceChangeFlag(bool value) { m.m_priceChangeFlag = value; }
+    const QString &mWorkerID() const { return m.m_workerID; }
+    void setmWorkerID(const QString &value) { m.m_workerID = value; }
+    const QString &mTypeName() const { return m.m_typeName; }
+    void setmTypeName(const QString &value) { m.m_typeName = value; }
+    const QString &mUnitName() const { return m.m_unitName; }
+    void setmUnitName(const QString &value) { m.m_unitName = value; }
+
+    CItem(const CItem &other);
+    /// Assigning into an item that a collection holds keeps the collection's look-ups in step.
+    CItem &operator=(const CItem &other);
+    ~CItem();
 
 private:
-    qint32 m_int[9] = {};
-    qint16 m_int16 = 0;
-    bool m_bool = false;
-    bool m_priceChangeFlag = false;
-    float m_single[3] = {};
-    QString m_text[15];
-    Currency m_currency[6];
-    QDateTime m_date[3];
-    Currency m_price;
-    Currency m_amount;
-    Currency m_money;
-    QString m_workerID;
-    QString m_typeName;
-    QString m_unitName;
+    friend class CItemWatcher;
+
+    bool assign(int column, const QVariant &value, QString *error);
+    void keyAboutToChange(int column);
+    void keyChanged(int column);
+
+    struct Fields
+    {
+        qint32 m_int[9] = {};
+        qint16 m_int16 = 0;
+        bool m_bool = false;
+        bool m_priceChangeFlag = false;
+        float m_single[3] = {};
+        QString m_text[15];
+        Currency m_currency[6];
+        QDateTime m_date[3];
+        Currency m_price;
+        Currency m_amount;
+        Currency m_money;
+        QString m_workerID;
+        QString m_typeName;
+        QString m_unitName;
+    } m;
+
+    // The collections that hold this item, so that their look-ups follow changes of the looked-up fields.
+    struct Hooks
+    {
+        CItemHook *head = nullptr;
+    } m_hooks;
 };
+
+using CItemPtr = std::shared_ptr<CItem>;
+Q_DECLARE_METATYPE(CItemPtr)
 
 #endif

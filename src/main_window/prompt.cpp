@@ -74,6 +74,11 @@ QString CPrompt::applicationTitle()
     return QCoreApplication::applicationName();
 }
 
+QString CPrompt::messageTitle()
+{
+    return u"Quillon软件提示您"_s;
+}
+
 int QtPrompt::MsgBox(const QString &text, int style, const QString &title)
 {
     QMessageBox box(QApplication::activeWindow());

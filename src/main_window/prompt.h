@@ -19,15 +19,20 @@
 class QUILLON_EXPORT CPrompt
 {
 public:
-    enum Buttons {
+    enum Style {
         vbOKOnly = 0,
         vbOKCancel = 1,
         vbAbortRetryIgnore = 2,
         vbYesNoCancel = 3,
         vbYesNo = 4,
-        vbRetryCancel = 5
+        vbRetryCancel = 5,
+        vbCritical = 16,
+        vbQuestion = 32,
+        vbExclamation = 48,
+        vbInformation = 64,
+        vbDefaultButton2 = 256,
+        vbDefaultButton3 = 512,
     };
-    enum Icon { vbCritical = 16, vbQuestion = 32, vbExclamation = 48, vbInformation = 64 };
     enum Answer { vbOK = 1, vbCancel = 2, vbAbort = 3, vbRetry = 4, vbIgnore = 5, vbYes = 6, vbNo = 7 };
 
     CPrompt() = default;
@@ -48,6 +53,8 @@ public:
 
     /// The title that a box with an empty title bears.
     static QString applicationTitle();
+    /// The title of the library's confirmation and refusal boxes: "Quillon软件提示您".
+    static QString messageTitle();
 };
 
 /**

@@ -1,0 +1,186 @@
+#include "cbus.h"
+
+#include "cconnection.h"
+
+using namespace Qt::StringLiterals;
+
+CBus::CBus(QObject *parent)
+    : QObject(parent)
+    , m_clients(std::make_shared<CItems>())
+    , m_allGoods(std::make_shared<CItems>())
+    , m_units(std::make_shared<CItems>())
+    , m_types(std::make_shared<CItems>())
+    , m_stocks(std::make_shared<CItems>())
+    , m_departments(std::make_shared<CItems>())
+    , m_llrs(std::make_shared<CItems>())
+    , m_clientTypes(std::make_shared<CItems>())
+    , m_areas(std::make_shared<CItems>())
+    , m_rights(std::make_shared<CItems>())
+    , m_softwareUsers(std::make_shared<CItems>())
+    , m_options(std::make_shared<CItems>())
+{ }
+
+CBus::~CBus()
+{
+    m_clients.reset();
+    m_allGoods.reset();
+    m_units.reset();
+    m_types.reset();
+    m_stocks.reset();
+    m_departments.reset();
+    m_llrs.reset();
+    m_clientTypes.reset();
+    m_areas.reset();
+    m_rights.reset();
+    m_softwareUsers.reset();
+    m_options.reset();
+}
+
+std::shared_ptr<CConnection> CBus::connection() const
+{
+    return m_connection;
+}
+
+void CBus::setSoftwareUserDefaults(const CItem &defaults)
+{
+    m_softwareUserDefaults = defaults;
+}
+
+std::shared_ptr<CItems> CBus::collection(int itemType) const
+{
+    switch (itemType) {
+    case itClient:
+        return m_clients;
+    case itUnit:
+        return m_units;
+    case itGoodsType:
+        return m_types;
+    case itGoods:
+        return m_allGoods;
+    case itStorm:
+        return m_stocks;
+    case itDepartment:
+        return m_departments;
+    case itOption:
+        return m_options;
+    case itClientType:
+        return m_clientTypes;
+    case itArea:
+        return m_areas;
+    case itUserRight:
+        return m_rights;
+    case itLLR:
+        return m_llrs;
+    case itSoftwareUserInfor:
+        return m_softwareUsers;
+    default:
+        return {};
+    }
+}
+
+bool CBus::InitItems(const std::shared_ptr<CConnection> &connection, int itemType, QObject *boundControl)
+{
+    m_connection = connection;
+    if (itemType < 1 || itemType > 12 || itemType == itOption) {
+        return false;
+    }
+    const std::shared_ptr<CItems> items = collection(itemType);
+    if (!items) {
+        return false;
+    }
+    const bool loaded = items->InitInstance(connection, itemType, boundControl);
+    if (itemType == itClient) {
+        JoinClientTypeNames();
+    } else if (itemType == itSoftwareUserInfor) {
+        if (items->Count() >= 1) {
+            m_softwareUserInfor = items->Item(1);
+        } else {
+            auto record = std::make_shared<CItem>(m_softwareUserDefaults);
+            record->setF_ID(0);
+            record->setF_ItemTypeID(itSoftwareUserInfor);
+            m_softwareUserInfor = record;
+            items->SaveItem(record);
+        }
+    }
+    return loaded;
+}
+
+void CBus::JoinClientTypeNames()
+{
+    if (!m_clients || !m_clientTypes) {
+        return;
+    }
+    for (const CItemPtr &client : *m_clients) {
+        if (const CItemPtr type = m_clientTypes->GetItemByID(client->F_ParentID())) {
+            client->setmTypeName(type->F_ItemName());
+        }
+    }
+}
+
+void CBus::JoinGoodsNames()
+{
+    if (!m_allGoods || !m_units || !m_types) {
+        return;
+    }
+    for (const CItemPtr &goods : *m_allGoods) {
+        if (const CItemPtr unit = m_units->GetItemByID(goods->F_Tag1())) {
+            goods->setmUnitName(unit->F_ItemName());
+        }
+        if (const CItemPtr type = m_types->GetItemByID(goods->F_ParentID())) {
+            goods->setmTypeName(type->F_ItemName());
+        }
+    }
+}
+
+bool CBus::InitAllData(const std::shared_ptr<CConnection> &connection)
+{
+    struct Step
+    {
+        const char16_t *text;
+        int itemType;
+    };
+    // Client types come before clients so that the clients can take their type names.
+    static const Step steps[] = {
+        {u"客户类别", itClientType},
+        {u"地区信息", itArea},
+        {u"化客户信息", itClient},
+        {u"单位信息", itUnit},
+        {u"商品类别", itGoodsType},
+        {u"商品信息", itGoods},
+        {nullptr, 0},
+        {u"仓库信息", itStorm},
+        {u"部门信息", itDepartment},
+        {u"用户权限", itUserRight},
+        {u"领料人", itLLR},
+        {u"软件使用者信息", itSoftwareUserInfor},
+    };
+    for (const Step &step : steps) {
+        if (!step.text) {
+            JoinGoodsNames();
+            continue;
+        }
+        Q_EMIT OnInitItem(QString::fromUtf16(step.text));
+        InitItems(connection, step.itemType);
+    }
+    return false;
+}
+
+qint32 CBus::SaveItemToDB(const CItemPtr &item, const std::shared_ptr<CConnection> &connection)
+{
+    if (!item) {
+        return 0;
+    }
+    CItems items;
+    items.Attach(connection, item->F_ItemTypeID());
+    if (!items.SaveItem(item)) {
+        return 0;
+    }
+    return item->F_ID();
+}
+
+void CBus::SaveSoftwareUserInfor()
+{
+    if (m_softwareUserInfor && m_softwareUsers) {
+        m_softwareUsers->SaveItem(m_softwareUserInfor);
+    }
+}

@@ -1,0 +1,114 @@
+#ifndef QUILLON_CBUS_H
+#define QUILLON_CBUS_H
+
+#include "citem.h"
+#include "citems.h"
+#include "quillon_export.h"
+
+#include <QObject>
+
+#include <memory>
+
+class CConnection;
+
+/**
+ * The library's entry object: holds one shared collection per item type, loads them, and hands the same
+ * collection objects to every window and dialog, so that a change made in one is seen by all.
+ *
+ * One set of collections per facade. Window and dialog operations come with their windows.
+ */
+class QUILLON_EXPORT CBus : public QObject
+{
+    Q_OBJECT
+
+public:
+    enum ItemType {
+        itClient = 1,
+        itUnit = 2,
+        itGoodsType = 3,
+        itGoods = 4,
+        itStorm = 5,
+        itDepartment = 6,
+        itOption = 7,
+        itClientType = 8,
+        itArea = 9,
+        itUserRight = 10,
+        itLLR = 11,
+        itSoftwareUserInfor = 12,
+    };
+    Q_ENUM(ItemType)
+
+    explicit CBus(QObject *parent = nullptr);
+    ~CBus() override;
+    Q_DISABLE_COPY_MOVE(CBus)
+
+    /// Loads every list in the fixed order, raising OnInitItem before each. Always returns false: the result of
+    /// the single loads is not gathered, and callers do not rely on it.
+    bool InitAllData(const std::shared_ptr<CConnection> &connection);
+    /// (Re)loads the list of one item type (not 7) and remembers the connection for all later work.
+    bool InitItems(const std::shared_ptr<CConnection> &connection, int itemType, QObject *boundControl = nullptr);
+
+    /// Stores a new item through a collection of its own (the shared lists are not touched); its new F_ID, or 0.
+    qint32 SaveItemToDB(const CItemPtr &item, const std::shared_ptr<CConnection> &connection);
+    /// Stores the company's own record.
+    void SaveSoftwareUserInfor();
+
+    /// The values a newly created company record starts with (empty unless the host sets them).
+    void setSoftwareUserDefaults(const CItem &defaults);
+
+    std::shared_ptr<CConnection> connection() const;
+
+    std::shared_ptr<CItems> mClients() const { return m_clients; }
+    void setmClients(const std::shared_ptr<CItems> &items) { m_clients = items; }
+    std::shared_ptr<CItems> mUnits() const { return m_units; }
+    void setmUnits(const std::shared_ptr<CItems> &items) { m_units = items; }
+    std::shared_ptr<CItems> mTypes() const { return m_types; }
+    void setmTypes(const std::shared_ptr<CItems> &items) { m_types = items; }
+    std::shared_ptr<CItems> mAllGoods() const { return m_allGoods; }
+    void setmAllGoods(const std::shared_ptr<CItems> &items) { m_allGoods = items; }
+    std::shared_ptr<CItems> mStocks() const { return m_stocks; }
+    void setmStocks(const std::shared_ptr<CItems> &items) { m_stocks = items; }
+    std::shared_ptr<CItems> mDepartments() const { return m_departments; }
+    void setmDepartments(const std::shared_ptr<CItems> &items) { m_departments = items; }
+    std::shared_ptr<CItems> mOptions() const { return m_options; }
+    void setmOptions(const std::shared_ptr<CItems> &items) { m_options = items; }
+    std::shared_ptr<CItems> mClientTypes() const { return m_clientTypes; }
+    void setmClientTypes(const std::shared_ptr<CItems> &items) { m_clientTypes = items; }
+    std::shared_ptr<CItems> mAreas() const { return m_areas; }
+    void setmAreas(const std::shared_ptr<CItems> &items) { m_areas = items; }
+    std::shared_ptr<CItems> mRights() const { return m_rights; }
+    void setmRights(const std::shared_ptr<CItems> &items) { m_rights = items; }
+    std::shared_ptr<CItems> mLLRs() const { return m_llrs; }
+    void setmLLRs(const std::shared_ptr<CItems> &items) { m_llrs = items; }
+    CItemPtr mSoftwareUserInfor() const { return m_softwareUserInfor; }
+
+    /// The collection that holds an item type (the software-user collection for 12), or none.
+    std::shared_ptr<CItems> collection(int itemType) const;
+
+    /// Fills mUnitName and mTypeName of every goods item from the units and goods types.
+    void JoinGoodsNames();
+    /// Fills mTypeName of every client from the client types.
+    void JoinClientTypeNames();
+
+Q_SIGNALS:
+    void OnInitItem(const QString &ItemTypeName);
+
+private:
+    std::shared_ptr<CItems> m_clients;
+    std::shared_ptr<CItems> m_allGoods;
+    std::shared_ptr<CItems> m_units;
+    std::shared_ptr<CItems> m_types;
+    std::shared_ptr<CItems> m_stocks;
+    std::shared_ptr<CItems> m_departments;
+    std::shared_ptr<CItems> m_llrs;
+    std::shared_ptr<CItems> m_clientTypes;
+    std::shared_ptr<CItems> m_areas;
+    std::shared_ptr<CItems> m_rights;
+    std::shared_ptr<CItems> m_softwareUsers;
+    std::shared_ptr<CItems> m_options;
+    CItemPtr m_softwareUserInfor;
+    CItem m_softwareUserDefaults;
+    std::shared_ptr<CConnection> m_connection;
+};
+
+#endif

@@ -1,0 +1,617 @@
+#include "citems.h"
+
+#include "cconnection.h"
+#include "crecordset.h"
+#include "itemhook.h"
+#include "itemindex.h"
+#include "itemlist.h"
+#include "keyid.h"
+#include "module1.h"
+#include "prompt.h"
+
+#include <QComboBox>
+#include <QListWidget>
+#include <QSqlQuery>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const char16_t *const kTypeNames[] = {u"客户", u"单位",     u"商品类别", u"商品",     u"仓库",   u"部门",
+                                      u"选项", u"客户类别", u"地区",     u"用户权限", u"领料人", u"软件使用者信息"};
+
+constexpr int kGoods = 4;
+
+} // namespace
+
+class CItemsPrivate : public CItemWatcher
+{
+public:
+    explicit CItemsPrivate(CItems *q)
+        : q(q)
+    { }
+    ~CItemsPrivate() override { clear(); }
+
+    CItemHook *hookAt(qsizetype pos) const { return list.at(pos); }
+    CItemHook *hookOf(const CItem *item) const
+    {
+        for (CItemHook *hook = firstHook(item); hook; hook = hook->next) {
+            if (hook->watcher == this) {
+                return hook;
+            }
+        }
+        return nullptr;
+    }
+
+    void insertAt(qsizetype pos, const CItemPtr &item)
+    {
+        auto *hook = new CItemHook;
+        hook->watcher = this;
+        hook->item = item;
+        if (isGoods() && pos > 0 && pos < list.size()) {
+            inversions -= outOfOrder(pos - 1, pos);
+        }
+        list.insert(pos, hook);
+        attach(hook);
+        index.insert(hook);
+        if (isGoods()) {
+            inversions += outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
+        }
+    }
+
+    void append(const CItemPtr &item) { insertAt(list.size(), item); }
+
+    void removeAt(qsizetype pos)
+    {
+        if (pos < 0 || pos >= list.size()) {
+            return;
+        }
+        if (isGoods()) {
+            inversions -= outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
+        }
+        CItemHook *hook = list.takeAt(pos);
+        if (isGoods()) {
+            inversions += outOfOrder(pos - 1, pos);
+        }
+        index.remove(hook);
+        detach(hook);
+        delete hook;
+    }
+
+    void clear()
+    {
+        index.clear();
+        for (CItemHook *hook : list.takeAll()) {
+            detach(hook);
+            delete hook;
+        }
+        inversions = 0;
+    }
+
+    bool isGoods() const { return itemType == kGoods; }
+
+    // 1 when the items at a and b (adjacent positions) are out of goods-number order.
+    qsizetype outOfOrder(qsizetype a, qsizetype b) const
+    {
+        if (a < 0 || b >= list.size()) {
+            return 0;
+        }
+        return list.at(a)->item->F_ItemNo().compare(list.at(b)->item->F_ItemNo()) > 0 ? 1 : 0;
+    }
+
+    // Goods go before the first item whose number compares greater; everything else at the end.
+    qsizetype orderedPosition(const CItem &item) const
+    {
+        if (!isGoods()) {
+            return list.size();
+        }
+        const QString &no = item.F_ItemNo();
+        if (inversions == 0) {
+            // Sorted list: the first greater number is found by bisection.
+            qsizetype low = 0;
+            qsizetype high = list.size();
+            while (low < high) {
+                const qsizetype mid = low + (high - low) / 2;
+                if (list.at(mid)->item->F_ItemNo().compare(no) > 0) {
+                    high = mid;
+                } else {
+                    low = mid + 1;
+                }
+            }
+            return low;
+        }
+        qsizetype pos = 0;
+        for (CItemHook *hook : list) {
+            if (hook->item->F_ItemNo().compare(no) > 0) {
+                return pos;
+            }
+            ++pos;
+        }
+        return pos;
+    }
+
+    void itemKeyAboutToChange(CItemHook *hook, int column) override
+    {
+        index.remove(ItemIndex::keyOfColumn(column), hook);
+        if (column == 1 && isGoods()) {
+            const qsizetype pos = list.positionOf(hook);
+            inversions -= outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
+        }
+    }
+
+    void itemKeyChanged(CItemHook *hook, int column) override
+    {
+        index.insert(ItemIndex::keyOfColumn(column), hook);
+        if (column == 1 && isGoods()) {
+            const qsizetype pos = list.positionOf(hook);
+            inversions += outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
+        }
+    }
+
+    void reload()
+    {
+        if (!connection) {
+            throw DbError(u"没有数据库连接"_s);
+        }
+        CRecordset rst(*connection);
+        rst.Open(CItems::loadStatement(itemType));
+        clear();
+        while (!rst.isEOF()) {
+            auto item = std::make_shared<CItem>();
+            item->UpdateDataFromRst(rst, true);
+            append(item);
+            rst.MoveNext();
+        }
+    }
+
+    CItemPtr refreshOne(qint32 id)
+    {
+        if (!connection) {
+            throw DbError(u"没有数据库连接"_s);
+        }
+        CRecordset rst(*connection);
+        rst.Open(u"Select * From T_Item Where F_ID="_s + QString::number(id));
+        if (rst.isEOF()) {
+            return {};
+        }
+        CItemPtr item = q->SearchItemByID(id);
+        if (!item) {
+            item = std::make_shared<CItem>();
+            item->setF_ItemNo(rst.Fields(u"F_ItemNo"_s).toString());
+            insertAt(orderedPosition(*item), item);
+        }
+        item->UpdateDataFromRst(rst, true);
+        rst.Close();
+        Q_EMIT q->SomeOneChanged(item);
+        return item;
+    }
+
+    CItemPtr first(ItemIndex::Key key, qint32 value) const
+    {
+        CItemHook *hook = index.findInt(key, value, list);
+        return hook ? hook->item : CItemPtr();
+    }
+
+    CItems *q;
+    std::shared_ptr<CConnection> connection;
+    int itemType = 0;
+    QString typeName;
+    qint32 clientTypeID = 0;
+    ItemList list;
+    mutable ItemIndex index;
+    qsizetype inversions = 0;
+};
+
+QString CItems::typeName(int itemTypeID)
+{
+    if (itemTypeID < 1 || itemTypeID > 12) {
+        return QString();
+    }
+    return QString::fromUtf16(kTypeNames[itemTypeID - 1]);
+}
+
+QString CItems::loadStatement(int itemTypeID)
+{
+    const QString type = QString::number(itemTypeID);
+    switch (itemTypeID) {
+    case 3:
+        return u"Select * From T_Item Where F_Tag3 <= 0 And F_ItemTypeID="_s + type + u" Order By F_Tag1"_s;
+    case 4:
+        return u"Select * From T_Item Where F_Tag3 <= 0 And F_ItemTypeID="_s + type + u" Order By F_ItemNo"_s;
+    case 10:
+        return u"Select * From T_Item Where F_ItemTypeID="_s + type + u" Order By F_Tag1"_s;
+    default:
+        return u"Select * From T_Item Where F_ItemTypeID="_s + type + u" Order By F_ItemNo,F_ItemName"_s;
+    }
+}
+
+CItems::CItems(QObject *parent)
+    : QObject(parent)
+    , d(std::make_unique<CItemsPrivate>(this))
+{ }
+
+CItems::~CItems() = default;
+
+bool CItems::InitInstance(const std::shared_ptr<CConnection> &connection, int itemTypeID, QObject *boundControl)
+{
+    d->connection = connection;
+    d->itemType = itemTypeID;
+    if (itemTypeID >= 1 && itemTypeID <= 12) {
+        d->typeName = typeName(itemTypeID);
+    }
+    try {
+        d->reload();
+    } catch (const DbError &e) {
+        d->clear();
+        Module1::SetErr(e.message());
+        Module1::ShowErrMsg(u"读取"_s + d->typeName + u"数据失败:"_s);
+        return false;
+    }
+    if (boundControl) {
+        BindComboBox(boundControl);
+    }
+    return true;
+}
+
+void CItems::Attach(const std::shared_ptr<CConnection> &connection, int itemTypeID)
+{
+    d->clear();
+    d->connection = connection;
+    d->itemType = itemTypeID;
+    if (itemTypeID >= 1 && itemTypeID <= 12) {
+        d->typeName = typeName(itemTypeID);
+    }
+}
+
+CItemPtr CItems::Refresh(qint32 id)
+{
+    try {
+        if (id < 1) {
+            d->reload();
+            return {};
+        }
+        return d->refreshOne(id);
+    } catch (const DbError &e) {
+        Module1::SetErr(e.message());
+        Module1::ShowErrMsg(u"读取"_s + d->typeName + u"数据失败:"_s);
+        return {};
+    }
+}
+
+CItemPtr CItems::Add(const CItemPtr &item)
+{
+    if (item) {
+        d->append(item);
+    }
+    return item;
+}
+
+CItemPtr CItems::Item(qint32 index) const
+{
+    CItemHook *hook = d->hookAt(qsizetype(index) - 1);
+    return hook ? hook->item : CItemPtr();
+}
+
+qint32 CItems::Count() const
+{
+    return qint32(d->list.size());
+}
+
+void CItems::Remove(qint32 index)
+{
+    d->removeAt(qsizetype(index) - 1);
+}
+
+CItemPtr CItems::GetItemByID(qint32 id, bool refreshFirst)
+{
+    if (refreshFirst) {
+        Refresh(id);
+    }
+    return d->first(ItemIndex::ID, id);
+}
+
+CItemPtr CItems::GetItemByOrderID(qint32 orderID, bool refreshFirst)
+{
+    if (refreshFirst) {
+        Refresh(orderID);
+    }
+    return d->first(ItemIndex::OrderByID, orderID);
+}
+
+CItemPtr CItems::GetItemByTag(qint32 value, int tagNo) const
+{
+    switch (tagNo) {
+    case 1:
+        return d->first(ItemIndex::Tag1, value);
+    case 2:
+        return d->first(ItemIndex::Tag2, value);
+    case 3:
+        return d->first(ItemIndex::Tag3, value);
+    default:
+        return {};
+    }
+}
+
+CItemPtr CItems::GetItemByItemNo(const QString &itemNo) const
+{
+    CItemHook *hook = d->index.findText(ItemIndex::ItemNo, itemNo, d->list);
+    return hook ? hook->item : CItemPtr();
+}
+
+CItemPtr CItems::GetItemByItemName(const QString &itemName) const
+{
+    CItemHook *hook = d->index.findText(ItemIndex::ItemName, itemName, d->list);
+    return hook ? hook->item : CItemPtr();
+}
+
+CItemPtr CItems::SearchItemByID(qint32 id) const
+{
+    return d->first(ItemIndex::ID, id);
+}
+
+QString CItems::ItemTypeName() const
+{
+    return d->typeName;
+}
+
+void CItems::setItemTypeName(const QString &name)
+{
+    d->typeName = name;
+}
+
+qint32 CItems::mlngClientTypeID() const
+{
+    return d->clientTypeID;
+}
+
+void CItems::setmlngClientTypeID(qint32 id)
+{
+    d->clientTypeID = id;
+}
+
+int CItems::itemTypeID() const
+{
+    return d->itemType;
+}
+
+std::shared_ptr<CConnection> CItems::connection() const
+{
+    return d->connection;
+}
+
+bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
+{
+    if (!item) {
+        return false;
+    }
+    const qint32 previousID = item->F_ID();
+    try {
+        if (!d->connection) {
+            throw DbError(u"没有数据库连接"_s);
+        }
+        const bool isNew = previousID < 1;
+        qint32 id = previousID;
+        {
+            CTransaction transaction(*d->connection);
+            if (isNew) {
+                id = Module1::GetNewID(*d->connection, u"T_Item"_s, true);
+                item->setF_ID(id);
+            }
+            CRecordset rst(*d->connection);
+            rst.OpenTable(u"T_Item"_s, u"F_ID"_s, id);
+            if (isNew) {
+                rst.AddNew();
+            } else if (rst.isEOF()) {
+                throw DbError(u"数据库中已没有这条记录(F_ID="_s + QString::number(id) + u")"_s);
+            }
+            QString error;
+            if (!item->UpdateDataFromRst(rst, false, &error)) {
+                throw DbError(error);
+            }
+            rst.Update();
+            rst.Close();
+            transaction.Commit();
+        }
+        d->refreshOne(id);
+        if (CItemHook *stale = d->index.findInt(ItemIndex::ID, id, d->list)) {
+            d->removeAt(d->list.positionOf(stale));
+        }
+        d->insertAt(d->orderedPosition(*item), item);
+        if (boundControl) {
+            BindComboBox(boundControl);
+            SearchIDInCombox(boundControl, id);
+        }
+        return true;
+    } catch (const std::exception &e) {
+        if (item->F_ID() != previousID && !d->hookOf(item.get())) {
+            // The key was drawn inside the rolled-back transaction; the item is still unsaved.
+            item->setF_ID(previousID);
+        }
+        const auto *db = dynamic_cast<const DbError *>(&e);
+        Module1::SetErr(db ? db->message() : QString::fromLocal8Bit(e.what()));
+        Module1::ShowErrMsg(u"保存元素失败!"_s);
+        return false;
+    }
+}
+
+bool CItems::SaveItemInfo(qint32 id, const QString &itemNo, const QString &itemName, qint32 orderByID, qint32 tag1,
+                          const QDateTime &date, bool isSpecial, qint16 itemTypeID, QObject *boundControl)
+{
+    auto item = std::make_shared<CItem>();
+    item->setF_ID(id);
+    item->setF_ItemNo(itemNo);
+    item->setF_ItemName(itemName);
+    item->setF_OrderByID(orderByID);
+    item->setF_Tag1(tag1);
+    item->setF_Date(CItem::isLaterThanZeroDate(date) ? date.date().startOfDay() : date);
+    item->setF_IsSpecial(isSpecial);
+    item->setF_ItemTypeID(itemTypeID);
+    return SaveItem(item, boundControl);
+}
+
+void CItems::AddNewItem(QObject *boundControl)
+{
+    QString title;
+    const QString name = Module1::ShowInput(u"请输入新的"_s + d->typeName + u"名称:"_s, title, QString()).trimmed();
+    if (name.isEmpty()) {
+        return;
+    }
+    SaveItemInfo(0, QString(), name, 0, 0, QDateTime::currentDateTime(), false, qint16(d->itemType), boundControl);
+}
+
+void CItems::ModifyItem(qint32 id, QObject *boundControl)
+{
+    const CItemPtr item = SearchItemByID(id);
+    if (!item) {
+        return;
+    }
+    QString title;
+    const QString name =
+        Module1::ShowInput(u"请输入新的"_s + d->typeName + u"名称:"_s, title, item->F_ItemName()).trimmed();
+    if (name.isEmpty()) {
+        return;
+    }
+    item->setF_ItemName(name);
+    SaveItem(item, boundControl);
+}
+
+bool CItems::RemoveItem(qint32 id)
+{
+    const QString sid = QString::number(id);
+    const auto inUse = [&] {
+        CPrompt::current().MsgBox(u"该记录已经被使用,禁止删除!"_s, CPrompt::vbExclamation, CPrompt::messageTitle());
+        return false;
+    };
+    try {
+        if (!d->connection || !SearchItemByID(id)) {
+            // Only items of the list are ever deleted.
+            return false;
+        }
+        CConnection &db = *d->connection;
+        const auto hasRow = [&](const QString &sql) {
+            return db.Select(sql).next();
+        };
+        const QString goodsMovements = u"Select F_GoodsID From T_GoodsInOutList Where F_GoodsID="_s + sid;
+
+        bool forced = false;
+        if (d->itemType == kGoods && hasRow(goodsMovements)) {
+            // Asked before the transaction starts, so that no lock is held while the user thinks.
+            const int answer =
+                CPrompt::current().MsgBox(u"该商品记录已经被使用!\r\n您确实要强制删除吗?"_s,
+                                          CPrompt::vbYesNo | CPrompt::vbQuestion, CPrompt::messageTitle());
+            if (answer != CPrompt::vbYes) {
+                return false;
+            }
+            forced = true;
+        }
+
+        int affected = 0;
+        {
+            CTransaction transaction(db);
+            switch (d->itemType) {
+            case 2:
+                if (hasRow(u"Select F_ID From T_Item Where (F_Tag1="_s + sid + u" OR F_Tag2="_s + sid + u" OR F_Tag3="_s
+                           + sid + u" OR F_Tag4="_s + sid + u") AND F_ItemTypeID="_s + QString::number(kGoods))) {
+                    return inUse();
+                }
+                break;
+            case 3:
+            case 8:
+                if (hasRow(u"Select F_ID From T_Item Where F_ParentID="_s + sid)) {
+                    return inUse();
+                }
+                break;
+            case kGoods:
+                if (forced) {
+                    db.Execute(u"Delete From T_GoodsInOutList Where F_GoodsID="_s + sid);
+                } else if (hasRow(goodsMovements)) {
+                    // Movements were booked while nobody was asked.
+                    return inUse();
+                }
+                db.Execute(u"Delete From T_GoodsPrice Where F_GoodsID="_s + sid);
+                break;
+            default:
+                break;
+            }
+            affected = db.Execute(u"Delete From T_Item Where F_ID="_s + sid);
+            transaction.Commit();
+        }
+        if (affected < 1) {
+            return false;
+        }
+        if (CItemHook *hook = d->index.findInt(ItemIndex::ID, id, d->list)) {
+            d->removeAt(d->list.positionOf(hook));
+        }
+        Q_EMIT SomeOneRemoved(id);
+        return true;
+    } catch (const DbError &e) {
+        Module1::SetErr(e.message());
+        Module1::ShowErrMsg(u"删除元素错误,因为它已经被系统使用,请删除相关记录后再试!"_s);
+        return false;
+    }
+}
+
+void CItems::BindComboBox(QObject *control) const
+{
+    if (auto *combo = qobject_cast<QComboBox *>(control)) {
+        combo->clear();
+        for (CItemHook *hook : d->list) {
+            combo->addItem(hook->item->F_ItemName(), hook->item->F_ID());
+        }
+    } else if (auto *listWidget = qobject_cast<QListWidget *>(control)) {
+        listWidget->clear();
+        for (CItemHook *hook : d->list) {
+            auto *entry = new QListWidgetItem(hook->item->F_ItemName(), listWidget);
+            entry->setData(Qt::UserRole, hook->item->F_ID());
+        }
+    }
+}
+
+void CItems::SearchIDInCombox(QObject *control, qint32 id) const
+{
+    if (auto *combo = qobject_cast<QComboBox *>(control)) {
+        combo->setCurrentIndex(combo->findData(id));
+    } else if (auto *listWidget = qobject_cast<QListWidget *>(control)) {
+        for (int row = 0; row < listWidget->count(); ++row) {
+            if (listWidget->item(row)->data(Qt::UserRole).toInt() == id) {
+                listWidget->setCurrentRow(row);
+                return;
+            }
+        }
+    }
+}
+
+namespace {
+
+using Chunks = std::vector<std::vector<CItemHook *>>;
+
+} // namespace
+
+CItems::const_iterator CItems::begin() const
+{
+    const_iterator it;
+    it.m_chunks = &d->list.chunks();
+    return it;
+}
+
+CItems::const_iterator CItems::end() const
+{
+    const_iterator it;
+    it.m_chunks = &d->list.chunks();
+    it.m_chunk = d->list.chunks().size();
+    return it;
+}
+
+CItems::const_iterator::reference CItems::const_iterator::operator*() const
+{
+    return (*static_cast<const Chunks *>(m_chunks))[m_chunk][m_offset]->item;
+}
+
+CItems::const_iterator &CItems::const_iterator::operator++()
+{
+    if (++m_offset == (*static_cast<const Chunks *>(m_chunks))[m_chunk].size()) {
+        ++m_chunk;
+        m_offset = 0;
+    }
+    return *this;
+}

@@ -1,0 +1,135 @@
+#ifndef QUILLON_CITEMS_H
+#define QUILLON_CITEMS_H
+
+#include "citem.h"
+#include "quillon_export.h"
+
+#include <QDateTime>
+#include <QObject>
+#include <QString>
+
+#include <memory>
+
+class CConnection;
+class CItemsPrivate;
+
+/**
+ * All items of one item type, loaded from T_Item, in list order, with look-ups and change events; every change of
+ * master data goes through it so that all windows holding the collection stay in step.
+ *
+ * Look-ups return the first match in list order, through hash indexes that follow the list and the items' fields.
+ * Items are shared: an item taken from the collection stays valid after it left the list. Not thread-safe.
+ */
+class QUILLON_EXPORT CItems : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(QString ItemTypeName READ ItemTypeName WRITE setItemTypeName)
+    Q_PROPERTY(qint32 mlngClientTypeID READ mlngClientTypeID WRITE setmlngClientTypeID)
+
+public:
+    /// Display name of an item type ("客户", "商品" ...), empty outside 1 to 12.
+    static QString typeName(int itemTypeID);
+    /// The statement that loads every item of a type, in list order.
+    static QString loadStatement(int itemTypeID);
+
+    explicit CItems(QObject *parent = nullptr);
+    ~CItems() override;
+    Q_DISABLE_COPY_MOVE(CItems)
+
+    /// Connects the collection to a database and item type and loads it; `boundControl` (a QComboBox or QListWidget)
+    /// is filled with the names. A failed load shows the error and gives false, leaving the list empty.
+    bool InitInstance(const std::shared_ptr<CConnection> &connection, int itemTypeID, QObject *boundControl = nullptr);
+
+    /// Connects the collection to a database and item type without loading anything (for storing single items).
+    void Attach(const std::shared_ptr<CConnection> &connection, int itemTypeID);
+
+    /// `id` below 1 reloads the whole list; otherwise reloads that one item (inserting it when new to the list) and
+    /// raises SomeOneChanged. Returns the item, or none.
+    CItemPtr Refresh(qint32 id = 0);
+
+    CItemPtr Add(const CItemPtr &item);
+    /// By 1-based position; none outside 1..Count.
+    CItemPtr Item(qint32 index) const;
+    qint32 Count() const;
+    /// Takes the item at a 1-based position out of the list (the database is not touched).
+    void Remove(qint32 index);
+
+    CItemPtr GetItemByID(qint32 id, bool refreshFirst = false);
+    CItemPtr GetItemByOrderID(qint32 orderID, bool refreshFirst = false);
+    /// First item whose F_Tag1, F_Tag2 or F_Tag3 (tagNo 1 to 3) equals `value`.
+    CItemPtr GetItemByTag(qint32 value, int tagNo) const;
+    CItemPtr GetItemByItemNo(const QString &itemNo) const;
+    CItemPtr GetItemByItemName(const QString &itemName) const;
+    CItemPtr SearchItemByID(qint32 id) const;
+
+    QString ItemTypeName() const;
+    void setItemTypeName(const QString &name);
+    qint32 mlngClientTypeID() const;
+    void setmlngClientTypeID(qint32 id);
+
+    int itemTypeID() const;
+    std::shared_ptr<CConnection> connection() const;
+
+    /// Inserts or updates the item in T_Item and in the list; see the class's persistence rules.
+    bool SaveItem(const CItemPtr &item, QObject *boundControl = nullptr);
+    bool SaveItemInfo(qint32 id, const QString &itemNo, const QString &itemName, qint32 orderByID, qint32 tag1,
+                      const QDateTime &date, bool isSpecial, qint16 itemTypeID, QObject *boundControl = nullptr);
+    /// Asks for a name and adds an item of the collection's type.
+    void AddNewItem(QObject *boundControl = nullptr);
+    /// Asks for a new name of the item with that id and saves it.
+    void ModifyItem(qint32 id, QObject *boundControl = nullptr);
+    /// Deletes the item if nothing uses it (goods in use only after the user agreed); false when refused or failed.
+    bool RemoveItem(qint32 id);
+
+    /// Fills a QComboBox or QListWidget with the items' names, each with its F_ID as item data.
+    void BindComboBox(QObject *control) const;
+    /// Selects the entry of a QComboBox or QListWidget whose item data is `id`.
+    void SearchIDInCombox(QObject *control, qint32 id) const;
+
+    class const_iterator;
+    const_iterator begin() const;
+    const_iterator end() const;
+
+Q_SIGNALS:
+    void DataChanged();
+    void SomeOneChanged(const CItemPtr &item);
+    void SomeOneRemoved(qint32 id);
+    void OnInitItem(const QString &itemTypeName);
+
+private:
+    std::unique_ptr<CItemsPrivate> d;
+    friend class CItemsPrivate;
+};
+
+class QUILLON_EXPORT CItems::const_iterator
+{
+public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = CItemPtr;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const CItemPtr *;
+    using reference = const CItemPtr &;
+
+    const_iterator() = default;
+    reference operator*() const;
+    pointer operator->() const { return &**this; }
+    const_iterator &operator++();
+    const_iterator operator++(int)
+    {
+        const_iterator old = *this;
+        ++*this;
+        return old;
+    }
+    friend bool operator==(const const_iterator &a, const const_iterator &b)
+    {
+        return a.m_chunks == b.m_chunks && a.m_chunk == b.m_chunk && a.m_offset == b.m_offset;
+    }
+
+private:
+    friend class CItems;
+    const void *m_chunks = nullptr;
+    std::size_t m_chunk = 0;
+    std::size_t m_offset = 0;
+};
+
+#endif

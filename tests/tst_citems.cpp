@@ -1,0 +1,453 @@
+#include "cconnection.h"
+#include "citems.h"
+#include "itemfixtures.h"
+#include "prompt.h"
+#include "testdatabase.h"
+
+#include <QComboBox>
+#include <QListWidget>
+#include <QRandomGenerator>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using ItemFixtures::Row;
+
+class CItemsTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::shared_ptr<CConnection> m_db;
+    std::unique_ptr<ScriptedPrompt> m_prompt;
+
+    static QStringList numbers(const CItems &items)
+    {
+        QStringList out;
+        for (const CItemPtr &item : items) {
+            out.append(item->F_ItemNo());
+        }
+        return out;
+    }
+
+    std::unique_ptr<CItems> load(int type)
+    {
+        auto items = std::make_unique<CItems>();
+        [&] {
+            QVERIFY(items->InitInstance(m_db, type));
+        }();
+        return items;
+    }
+
+    int itemRows() { return ItemFixtures::count(*m_db, u"Select Count(*) From T_Item"_s); }
+
+    CItemPtr newGoods(const QString &no, const QString &name = QString())
+    {
+        auto item = std::make_shared<CItem>();
+        item->setF_ItemTypeID(4);
+        item->setF_ItemNo(no);
+        item->setF_ItemName(name.isEmpty() ? u"商品"_s + no : name);
+        return item;
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_db = TestDatabase::create();
+        QVERIFY(m_db);
+        m_prompt = std::make_unique<ScriptedPrompt>();
+        CPrompt::setCurrent(m_prompt.get());
+    }
+    void cleanup()
+    {
+        CPrompt::setCurrent(nullptr);
+        m_db.reset();
+    }
+
+    void loadFiltersAndOrdersPerType()
+    {
+        ItemFixtures::insert(*m_db, {1, 4, u"C"_s, u"丙"_s});
+        ItemFixtures::insert(*m_db, {2, 4, u"A"_s, u"甲"_s, 0, 0, 0, -1});
+        ItemFixtures::insert(*m_db, {3, 4, u"B"_s, u"隐藏"_s, 0, 0, 0, 1});
+        ItemFixtures::insert(*m_db, {4, 3, u"T1"_s, u"饮料"_s, 0, 20});
+        ItemFixtures::insert(*m_db, {5, 3, u"T0"_s, u"食品"_s, 0, 30});
+        ItemFixtures::insert(*m_db, {6, 3, u"T2"_s, u"日用"_s, 0, 10});
+        ItemFixtures::insert(*m_db, {7, 3, u"T3"_s, u"停用"_s, 0, 5, 0, 1});
+        ItemFixtures::insert(*m_db, {8, 2, u""_s, u"箱"_s});
+        ItemFixtures::insert(*m_db, {9, 2, u""_s, u"个"_s});
+
+        auto goods = load(4);
+        QCOMPARE(numbers(*goods), (QStringList {u"A"_s, u"C"_s}));
+        QCOMPARE(goods->ItemTypeName(), u"商品"_s);
+        auto types = load(3);
+        QCOMPARE(numbers(*types), (QStringList {u"T2"_s, u"T1"_s, u"T0"_s}));
+        auto units = load(2);
+        QCOMPARE(units->Count(), 2);
+        QCOMPARE(units->Item(1)->F_ItemName(), u"个"_s);
+        QVERIFY(!units->Item(0));
+        QVERIFY(!units->Item(3));
+    }
+
+    void unknownTypeKeepsItsName()
+    {
+        ItemFixtures::insert(*m_db, {1, 13, u"X"_s, u"x"_s});
+        CItems items;
+        items.setItemTypeName(u"自定义"_s);
+        QVERIFY(items.InitInstance(m_db, 13));
+        QCOMPARE(items.ItemTypeName(), u"自定义"_s);
+        QCOMPARE(items.Count(), 1);
+    }
+
+    void lookupsReturnTheFirstInListOrder()
+    {
+        ItemFixtures::insert(*m_db, {10, 9, u"01"_s, u"东区"_s, 0, 7, 8, 9, 0, 100});
+        ItemFixtures::insert(*m_db, {11, 9, u"01"_s, u"北区"_s, 0, 7, 8, 9, 0, 100});
+        ItemFixtures::insert(*m_db, {12, 9, u"02"_s, u"东区"_s, 0, 1, 2, 3, 0, 200});
+        auto areas = load(9);
+        QCOMPARE(areas->GetItemByItemNo(u"01"_s)->F_ID(), 10);
+        QCOMPARE(areas->GetItemByItemName(u"东区"_s)->F_ID(), 10);
+        QCOMPARE(areas->GetItemByTag(7, 1)->F_ID(), 10);
+        QCOMPARE(areas->GetItemByTag(8, 2)->F_ID(), 10);
+        QCOMPARE(areas->GetItemByTag(3, 3)->F_ID(), 12);
+        QVERIFY(!areas->GetItemByTag(7, 4));
+        QCOMPARE(areas->GetItemByOrderID(200)->F_ID(), 12);
+        QCOMPARE(areas->SearchItemByID(11)->F_ItemName(), u"北区"_s);
+        QVERIFY(!areas->GetItemByItemNo(u"1"_s));
+        QVERIFY(!areas->GetItemByItemName(u"东区 "_s));
+
+        // The look-ups follow the list and the items' own fields.
+        areas->Remove(1);
+        QCOMPARE(areas->GetItemByItemNo(u"01"_s)->F_ID(), 11);
+        QCOMPARE(areas->GetItemByItemName(u"东区"_s)->F_ID(), 12);
+        areas->Item(1)->setF_ItemNo(u"03"_s);
+        QVERIFY(!areas->GetItemByItemNo(u"01"_s));
+        QCOMPARE(areas->GetItemByItemNo(u"03"_s)->F_ID(), 11);
+        *areas->Item(2) = *areas->Item(1);
+        QCOMPARE(areas->GetItemByItemNo(u"03"_s)->F_ID(), 11);
+        QVERIFY(!areas->GetItemByItemNo(u"02"_s));
+        QVERIFY(!areas->SearchItemByID(12));
+    }
+
+    void indexesAgreeWithAScanUnderRandomChanges()
+    {
+        // Regression guard for the hash look-ups: after every change they must answer as a scan of the list does.
+        CItems items;
+        QRandomGenerator rng(20261123);
+        auto scan = [&](auto &&match) -> CItemPtr {
+            for (const CItemPtr &item : items) {
+                if (match(*item)) {
+                    return item;
+                }
+            }
+            return {};
+        };
+        for (int step = 0; step < 3000; ++step) {
+            const int action = rng.bounded(4);
+            if (action == 0 || items.Count() < 5) {
+                auto item = std::make_shared<CItem>();
+                item->setF_ID(rng.bounded(40));
+                item->setF_ItemNo(QString::number(rng.bounded(30)));
+                item->setF_ItemName(QString::number(rng.bounded(30)));
+                item->setF_Tag1(rng.bounded(10));
+                items.Add(item);
+            } else if (action == 1) {
+                items.Remove(rng.bounded(items.Count()) + 1);
+            } else if (action == 2) {
+                const CItemPtr item = items.Item(rng.bounded(items.Count()) + 1);
+                item->setF_ItemNo(QString::number(rng.bounded(30)));
+                item->setF_Tag1(rng.bounded(10));
+                item->setF_ID(rng.bounded(40));
+            } else {
+                const CItemPtr item = items.Item(rng.bounded(items.Count()) + 1);
+                item->setValue(CItem::columnIndex(u"F_ItemName"_s), QString::number(rng.bounded(30)));
+            }
+            const int key = rng.bounded(40);
+            const QString text = QString::number(rng.bounded(30));
+            QCOMPARE(items.SearchItemByID(key), scan([&](const CItem &i) { return i.F_ID() == key; }));
+            QCOMPARE(items.GetItemByItemNo(text), scan([&](const CItem &i) { return i.F_ItemNo() == text; }));
+            QCOMPARE(items.GetItemByItemName(text), scan([&](const CItem &i) { return i.F_ItemName() == text; }));
+            QCOMPARE(items.GetItemByTag(key % 10, 1), scan([&](const CItem &i) { return i.F_Tag1() == key % 10; }));
+        }
+    }
+
+    void fullRefreshLeavesHeldItemsValid()
+    {
+        ItemFixtures::insert(*m_db, {1, 2, u"1"_s, u"个"_s});
+        auto units = load(2);
+        const CItemPtr held = units->Item(1);
+        m_db->Execute(u"Update T_Item Set F_ItemName='件' Where F_ID=1"_s);
+        QSignalSpy changed(units.get(), &CItems::SomeOneChanged);
+        QVERIFY(!units->Refresh(0));
+        QCOMPARE(changed.count(), 0);
+        QCOMPARE(held->F_ItemName(), u"个"_s);
+        QCOMPARE(units->Item(1)->F_ItemName(), u"件"_s);
+        QVERIFY(units->Item(1) != held);
+        held->setF_ID(99); // an item that left the list no longer moves the look-ups
+        QCOMPARE(units->SearchItemByID(1), units->Item(1));
+        QVERIFY(!units->SearchItemByID(99));
+    }
+
+    void refreshOfAnEmptyTableRaisesNothing()
+    {
+        auto units = load(2);
+        QSignalSpy changed(units.get(), &CItems::SomeOneChanged);
+        QSignalSpy removed(units.get(), &CItems::SomeOneRemoved);
+        units->Refresh(0);
+        QCOMPARE(units->Count(), 0);
+        QCOMPARE(changed.count() + removed.count(), 0);
+    }
+
+    void singleRefreshInsertsInGoodsOrderAndSignalsOnce()
+    {
+        ItemFixtures::insert(*m_db, {1, 4, u"A"_s, u"甲"_s});
+        ItemFixtures::insert(*m_db, {2, 4, u"C"_s, u"丙"_s});
+        auto goods = load(4);
+        ItemFixtures::insert(*m_db, {3, 4, u"B"_s, u"乙"_s});
+        QSignalSpy changed(goods.get(), &CItems::SomeOneChanged);
+        const CItemPtr b = goods->GetItemByID(3, true);
+        QVERIFY(b);
+        QCOMPARE(b->F_ItemName(), u"乙"_s);
+        QCOMPARE(changed.count(), 1);
+        QCOMPARE(changed.at(0).at(0).value<CItemPtr>(), b);
+        QCOMPARE(numbers(*goods), (QStringList {u"A"_s, u"B"_s, u"C"_s}));
+        // A row deleted elsewhere stays in the list on a single refresh.
+        m_db->Execute(u"Delete From T_Item Where F_ID=3"_s);
+        QVERIFY(!goods->Refresh(3));
+        QCOMPARE(goods->Count(), 3);
+        QCOMPARE(changed.count(), 1);
+    }
+
+    void savingANewItemTakesAKeyAndKeepsGoodsOrder()
+    {
+        auto goods = load(4);
+        QSignalSpy changed(goods.get(), &CItems::SomeOneChanged);
+        const QStringList order = {u"M"_s, u"B"_s, u"Z"_s, u"A"_s, u"M"_s, u"C"_s};
+        for (const QString &no : order) {
+            QVERIFY(goods->SaveItem(newGoods(no)));
+        }
+        QCOMPARE(changed.count(), order.size());
+        QCOMPARE(numbers(*goods), (QStringList {u"A"_s, u"B"_s, u"C"_s, u"M"_s, u"M"_s, u"Z"_s}));
+        QCOMPARE(goods->GetItemByItemNo(u"M"_s)->F_ID(), 1);
+        QCOMPARE(itemRows(), 6);
+
+        // Renumbering and saving again updates the same row and moves the item.
+        const CItemPtr a = goods->GetItemByItemNo(u"A"_s);
+        const qint32 id = a->F_ID();
+        a->setF_ItemNo(u"N"_s);
+        QVERIFY(goods->SaveItem(a));
+        QCOMPARE(a->F_ID(), id);
+        QCOMPARE(itemRows(), 6);
+        QCOMPARE(numbers(*goods), (QStringList {u"B"_s, u"C"_s, u"M"_s, u"M"_s, u"N"_s, u"Z"_s}));
+        QCOMPARE(goods->Item(5), a);
+        QCOMPARE(changed.count(), order.size() + 1);
+        auto reloaded = load(4);
+        QCOMPARE(numbers(*reloaded), numbers(*goods));
+    }
+
+    void orderedInsertWalksAnUnsortedList()
+    {
+        // Numbers that the list holds out of order (as a database collation may deliver them): the insert goes
+        // before the first greater number, exactly as a walk from the front finds it.
+        auto goods = std::make_unique<CItems>();
+        goods->InitInstance(m_db, 4);
+        for (const QString &no : {u"b"_s, u"B"_s, u"a"_s}) {
+            goods->Add(newGoods(no));
+        }
+        QVERIFY(goods->SaveItem(newGoods(u"A"_s)));
+        QCOMPARE(numbers(*goods), (QStringList {u"A"_s, u"b"_s, u"B"_s, u"a"_s}));
+        QVERIFY(goods->SaveItem(newGoods(u"c"_s)));
+        QCOMPARE(numbers(*goods), (QStringList {u"A"_s, u"b"_s, u"B"_s, u"a"_s, u"c"_s}));
+    }
+
+    void textsWithQuotesSaveAndLoadUnchanged()
+    {
+        auto clients = load(1);
+        auto item = std::make_shared<CItem>();
+        item->setF_ItemTypeID(1);
+        item->setF_ItemName(u"O'Neil's 商行'; --"_s);
+        item->setF_Address(u"路'1号"_s);
+        QVERIFY(clients->SaveItem(item));
+        auto reloaded = load(1);
+        QCOMPARE(reloaded->Item(1)->F_ItemName(), u"O'Neil's 商行'; --"_s);
+        QCOMPARE(reloaded->Item(1)->F_Address(), u"路'1号"_s);
+    }
+
+    void failedSaveChangesNothing()
+    {
+        auto units = load(2);
+        ItemFixtures::failOn(*m_db, u"T_Item"_s, u"INSERT"_s);
+        auto item = std::make_shared<CItem>();
+        item->setF_ItemTypeID(2);
+        item->setF_ItemName(u"吨"_s);
+        QSignalSpy changed(units.get(), &CItems::SomeOneChanged);
+        QVERIFY(!units->SaveItem(item));
+        QVERIFY2(m_prompt->lastText().startsWith(u"保存元素失败!\r\n"_s), qPrintable(m_prompt->lastText()));
+        QCOMPARE(item->F_ID(), 0);
+        QCOMPARE(units->Count(), 0);
+        QCOMPARE(changed.count(), 0);
+        // The key drawn for it was given back with the rolled-back transaction.
+        QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_KeyID"_s), 0);
+
+        // Saving an item whose row is gone is a failure too, not a silent insert.
+        auto ghost = std::make_shared<CItem>();
+        ghost->setF_ID(77);
+        ghost->setF_ItemTypeID(2);
+        QVERIFY(!units->SaveItem(ghost));
+        QCOMPARE(itemRows(), 0);
+    }
+
+    void lostConnectionMidSave()
+    {
+        auto units = load(2);
+        QVERIFY(units->SaveItem(std::make_shared<CItem>()));
+        m_db->Close();
+        auto item = std::make_shared<CItem>();
+        item->setF_ItemName(u"桶"_s);
+        QVERIFY(!units->SaveItem(item));
+        QVERIFY(m_prompt->lastText().startsWith(u"保存元素失败!"_s));
+        QCOMPARE(units->Count(), 1);
+        QCOMPARE(item->F_ID(), 0);
+    }
+
+    void removeRefusesUnitsInUse()
+    {
+        ItemFixtures::insert(*m_db, {1, 2, u""_s, u"个"_s});
+        ItemFixtures::insert(*m_db, {2, 2, u""_s, u"箱"_s});
+        ItemFixtures::insert(*m_db, {3, 2, u""_s, u"斤"_s});
+        ItemFixtures::insert(*m_db, {10, 4, u"G1"_s, u"可乐"_s, 0, 0, 0, 0, 2});
+        ItemFixtures::insert(*m_db, {11, 1, u"K1"_s, u"客户"_s, 0, 3});
+        auto units = load(2);
+        QSignalSpy removed(units.get(), &CItems::SomeOneRemoved);
+        QVERIFY(!units->RemoveItem(2));
+        QCOMPARE(m_prompt->lastText(), u"该记录已经被使用,禁止删除!"_s);
+        QCOMPARE(m_prompt->shown().constLast().title, u"Quillon软件提示您"_s);
+        QCOMPARE(m_prompt->shown().constLast().style, int(CPrompt::vbExclamation));
+        QCOMPARE(units->Count(), 3);
+        // Only goods count as users of a unit.
+        QVERIFY(units->RemoveItem(3));
+        QCOMPARE(removed.count(), 1);
+        QCOMPARE(removed.at(0).at(0).toInt(), 3);
+        QCOMPARE(units->Count(), 2);
+        QCOMPARE(itemRows(), 4);
+        // Items that are not in the list are never deleted.
+        QVERIFY(!units->RemoveItem(10));
+        QCOMPARE(itemRows(), 4);
+    }
+
+    void removeRefusesTypesWithChildren_data()
+    {
+        QTest::addColumn<int>("type");
+        QTest::addColumn<int>("childType");
+        QTest::newRow("goods type") << 3 << 4;
+        QTest::newRow("client type") << 8 << 1;
+    }
+    void removeRefusesTypesWithChildren()
+    {
+        QFETCH(int, type);
+        QFETCH(int, childType);
+        ItemFixtures::insert(*m_db, {1, type, u"1"_s, u"有成员"_s});
+        ItemFixtures::insert(*m_db, {2, type, u"2"_s, u"空"_s});
+        ItemFixtures::insert(*m_db, {3, childType, u"C"_s, u"成员"_s, 1});
+        auto types = load(type);
+        QVERIFY(!types->RemoveItem(1));
+        QCOMPARE(m_prompt->lastText(), u"该记录已经被使用,禁止删除!"_s);
+        QVERIFY(types->RemoveItem(2));
+        QCOMPARE(types->Count(), 1);
+        QCOMPARE(itemRows(), 2);
+    }
+
+    void goodsInUseAreDeletedOnlyWhenTheUserAgrees()
+    {
+        ItemFixtures::insert(*m_db, {1, 4, u"G1"_s, u"可乐"_s});
+        m_db->Execute(u"Insert Into T_GoodsInOutList (F_ID, F_GoodsID, F_Amount, F_Price) Values (1, 1, 2, 3.5)"_s);
+        m_db->Execute(u"Insert Into T_GoodsPrice (F_ID, F_GoodsID, F_ClientID, F_Price) Values (1, 1, 5, 3.2)"_s);
+        auto goods = load(4);
+        QSignalSpy removed(goods.get(), &CItems::SomeOneRemoved);
+
+        m_prompt->queueAnswer(CPrompt::vbNo);
+        QVERIFY(!goods->RemoveItem(1));
+        QCOMPARE(m_prompt->lastText(), u"该商品记录已经被使用!\r\n您确实要强制删除吗?"_s);
+        QCOMPARE(m_prompt->shown().constLast().style, 36);
+        QCOMPARE(itemRows(), 1);
+        QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_GoodsInOutList"_s), 1);
+        QCOMPARE(removed.count(), 0);
+
+        m_prompt->queueAnswer(CPrompt::vbYes);
+        QVERIFY(goods->RemoveItem(1));
+        QCOMPARE(itemRows(), 0);
+        QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_GoodsInOutList"_s), 0);
+        QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_GoodsPrice"_s), 0);
+        QCOMPARE(removed.count(), 1);
+        QCOMPARE(goods->Count(), 0);
+    }
+
+    void forcedDeletionIsOneTransaction()
+    {
+        ItemFixtures::insert(*m_db, {1, 4, u"G1"_s, u"可乐"_s});
+        m_db->Execute(u"Insert Into T_GoodsInOutList (F_ID, F_GoodsID) Values (1, 1)"_s);
+        m_db->Execute(u"Insert Into T_GoodsPrice (F_ID, F_GoodsID) Values (1, 1)"_s);
+        ItemFixtures::failOn(*m_db, u"T_Item"_s, u"DELETE"_s);
+        auto goods = load(4);
+        QSignalSpy removed(goods.get(), &CItems::SomeOneRemoved);
+        m_prompt->queueAnswer(CPrompt::vbYes);
+        QVERIFY(!goods->RemoveItem(1));
+        QVERIFY2(m_prompt->lastText().startsWith(u"删除元素错误,因为它已经被系统使用,请删除相关记录后再试!\r\n"_s),
+                 qPrintable(m_prompt->lastText()));
+        QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_GoodsInOutList"_s), 1);
+        QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_GoodsPrice"_s), 1);
+        QCOMPARE(itemRows(), 1);
+        QCOMPARE(goods->Count(), 1);
+        QCOMPARE(removed.count(), 0);
+    }
+
+    void addAndRenameAskForTheName()
+    {
+        auto units = load(2);
+        m_prompt->queueInput(u"   "_s);
+        units->AddNewItem();
+        QCOMPARE(units->Count(), 0);
+        QCOMPARE(m_prompt->lastText(), u"请输入新的单位名称:"_s);
+        units->AddNewItem(); // cancelled
+        QCOMPARE(units->Count(), 0);
+
+        m_prompt->queueInput(u" 千克 "_s);
+        units->AddNewItem();
+        QCOMPARE(units->Count(), 1);
+        const CItemPtr kg = units->Item(1);
+        QCOMPARE(kg->F_ItemName(), u"千克"_s);
+        QCOMPARE(kg->F_ItemTypeID(), qint16(2));
+        QCOMPARE(kg->F_Date().time(), QTime(0, 0));
+        QCOMPARE(kg->F_Date().date(), QDate::currentDate());
+
+        m_prompt->queueInput(u"公斤"_s);
+        units->ModifyItem(kg->F_ID());
+        QCOMPARE(units->Item(1)->F_ItemName(), u"公斤"_s);
+        QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_Item Where F_ItemName='公斤'"_s), 1);
+        units->ModifyItem(999); // unknown id: nothing asked
+        QCOMPARE(m_prompt->shown().size(), 4);
+    }
+
+    void boundControlsListTheNames()
+    {
+        ItemFixtures::insert(*m_db, {5, 6, u"1"_s, u"销售部"_s});
+        ItemFixtures::insert(*m_db, {6, 6, u"2"_s, u"采购部"_s});
+        QComboBox combo;
+        CItems departments;
+        QVERIFY(departments.InitInstance(m_db, 6, &combo));
+        QCOMPARE(combo.count(), 2);
+        QCOMPARE(combo.itemText(1), u"采购部"_s);
+        QCOMPARE(combo.itemData(1).toInt(), 6);
+
+        QListWidget list;
+        auto item = std::make_shared<CItem>();
+        item->setF_ItemTypeID(6);
+        item->setF_ItemNo(u"3"_s);
+        item->setF_ItemName(u"仓储部"_s);
+        QVERIFY(departments.SaveItem(item, &list));
+        QCOMPARE(list.count(), 3);
+        QCOMPARE(list.currentItem()->text(), u"仓储部"_s);
+    }
+};
+
+QTEST_MAIN(CItemsTest)
+#include "tst_citems.moc"
