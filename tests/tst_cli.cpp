@@ -1,4 +1,9 @@
+#include "cconnection.h"
 #include "testdatabase.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 
 #include <QCoreApplication>
 #include <QProcess>
@@ -75,6 +80,108 @@ private Q_SLOTS:
         const Result noSchema = cli({u"--db"_s, url, u"newid"_s, u"T_Item"_s});
         QCOMPARE(noSchema.code, 1);
         QVERIFY2(noSchema.err.contains(u"init"_s), qPrintable(noSchema.err));
+    }
+
+    void demoListAddRenameDelete()
+    {
+        const QString url = TestDatabase::freshUrl();
+        QCOMPARE(cli({u"--db"_s, url, u"init"_s, u"--demo"_s}).code, 0);
+        const Result again = cli({u"--db"_s, url, u"init"_s, u"--demo"_s});
+        QCOMPARE(again.code, 1);
+        QVERIFY(again.err.contains(u"已有数据"_s));
+
+        const Result goods = cli({u"--db"_s, url, u"list"_s, u"goods"_s, u"--format"_s, u"json"_s});
+        QCOMPARE(goods.code, 0);
+        QJsonParseError parseError;
+        const QJsonArray array = QJsonDocument::fromJson(goods.out.toUtf8(), &parseError).array();
+        QCOMPARE(parseError.error, QJsonParseError::NoError);
+        QCOMPARE(array.size(), 200);
+        QString previous;
+        for (const QJsonValue &value : array) {
+            const QJsonObject o = value.toObject();
+            QVERIFY(o.value(u"F_ItemNo"_s).toString() > previous);
+            previous = o.value(u"F_ItemNo"_s).toString();
+            QVERIFY(!o.value(u"mUnitName"_s).toString().isEmpty());
+            QVERIFY(!o.value(u"mTypeName"_s).toString().isEmpty());
+            QVERIFY(o.value(u"F_Price4"_s).isDouble());
+            QVERIFY(o.value(u"F_Time1"_s).isNull());
+            QCOMPARE(o.value(u"F_Date"_s).toString().size(), 10);
+        }
+        const QJsonObject clientsFirst =
+            QJsonDocument::fromJson(cli({u"--db"_s, url, u"list"_s, u"1"_s, u"--format=json"_s}).out.toUtf8())
+                .array()
+                .first()
+                .toObject();
+        QVERIFY(!clientsFirst.value(u"mTypeName"_s).toString().isEmpty());
+
+        const Result added = cli({u"--db"_s, url, u"add"_s, u"unit"_s, u"--name"_s, u"O'Brien 桶"_s, u"--set"_s,
+                                  u"F_Remark=a';--"_s, u"--no"_s, u"U9"_s});
+        QCOMPARE(added.code, 0);
+        const QString id = added.out.trimmed();
+        const Result units = cli({u"--db"_s, url, u"list"_s, u"unit"_s});
+        QVERIFY2(units.out.contains(id + u"\tU9\tO'Brien 桶\t2\t"_s), qPrintable(units.out));
+        QVERIFY(units.out.contains(u"\ta';--\t"_s));
+
+        QCOMPARE(cli({u"--db"_s, url, u"rename"_s, u"unit"_s, id, u"大桶"_s}).code, 0);
+        QVERIFY(cli({u"--db"_s, url, u"list"_s, u"2"_s}).out.contains(u"\tU9\t大桶\t"_s));
+        const Result wrongKind = cli({u"--db"_s, url, u"rename"_s, u"client"_s, id, u"x"_s});
+        QCOMPARE(wrongKind.code, 1);
+        QVERIFY(wrongKind.err.contains(u"客户"_s));
+
+        // A unit that goods use is refused; the new one is not used.
+        const QJsonObject firstGoods = array.first().toObject();
+        const QString unitID = QString::number(firstGoods.value(u"F_Tag1"_s).toInt());
+        const Result usedUnit = cli({u"--db"_s, url, u"delete"_s, u"unit"_s, unitID});
+        QCOMPARE(usedUnit.code, 1);
+        QVERIFY(usedUnit.err.contains(u"该记录已经被使用,禁止删除!"_s));
+        QCOMPARE(cli({u"--db"_s, url, u"delete"_s, u"unit"_s, id}).code, 0);
+        QCOMPARE(cli({u"--db"_s, url, u"delete"_s, u"unit"_s, id}).code, 1);
+
+        // Goods with movements: No without --yes, deleted with it.
+        const QString goodsID = QString::number(firstGoods.value(u"F_ID"_s).toInt());
+        {
+            auto db = CConnection::Open(url);
+            QVERIFY(db);
+            db->Execute(u"Insert Into T_GoodsInOutList (F_ID, F_GoodsID) Values (1, ?)"_s, {goodsID.toInt()});
+        }
+        const Result asked = cli({u"--db"_s, url, u"delete"_s, u"goods"_s, goodsID});
+        QCOMPARE(asked.code, 1);
+        QVERIFY(asked.err.contains(u"您确实要强制删除吗?"_s));
+        QCOMPARE(cli({u"--db"_s, url, u"delete"_s, u"goods"_s, goodsID, u"--yes"_s}).code, 0);
+        QCOMPARE(cli({u"--db"_s, url, u"list"_s, u"goods"_s}).out.count(u'\n'), 200);
+    }
+
+    void itemCommandsRejectBadInput_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<int>("code");
+        QTest::newRow("unknown kind") << QStringList {u"list"_s, u"gadgets"_s} << 2;
+        QTest::newRow("kind out of range") << QStringList {u"list"_s, u"13"_s} << 2;
+        QTest::newRow("bad format") << QStringList {u"list"_s, u"unit"_s, u"--format"_s, u"xml"_s} << 2;
+        QTest::newRow("add without name") << QStringList {u"add"_s, u"unit"_s} << 2;
+        QTest::newRow("add blank name") << QStringList {u"add"_s, u"unit"_s, u"--name"_s, u"  "_s} << 2;
+        QTest::newRow("unknown column") << QStringList {u"add"_s, u"unit"_s,  u"--name"_s,
+                                                        u"x"_s,   u"--set"_s, u"F_Nope=1"_s}
+                                        << 2;
+        QTest::newRow("setting the key") << QStringList {u"add"_s, u"unit"_s,  u"--name"_s,
+                                                         u"x"_s,   u"--set"_s, u"F_ID=5"_s}
+                                         << 2;
+        QTest::newRow("unconvertible") << QStringList {u"add"_s, u"unit"_s,  u"--name"_s,
+                                                       u"x"_s,   u"--set"_s, u"F_Tag1=abc"_s}
+                                       << 2;
+        QTest::newRow("delete bad id") << QStringList {u"delete"_s, u"unit"_s, u"abc"_s} << 2;
+        QTest::newRow("delete unknown id") << QStringList {u"delete"_s, u"unit"_s, u"4242"_s} << 1;
+        QTest::newRow("rename unknown id") << QStringList {u"rename"_s, u"unit"_s, u"4242"_s, u"x"_s} << 1;
+    }
+    void itemCommandsRejectBadInput()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(int, code);
+        const QString url = TestDatabase::freshUrl();
+        QCOMPARE(cli({u"--db"_s, url, u"init"_s}).code, 0);
+        const Result r = cli(QStringList {u"--db"_s, url} + args);
+        QCOMPARE(r.code, code);
+        QVERIFY(!r.err.isEmpty());
     }
 
     void defaultDatabaseLivesInTheDataFolder()

@@ -1,6 +1,10 @@
 #include "clicommands.h"
 
+#include "cbus.h"
 #include "cconnection.h"
+#include "citems.h"
+#include "demodata.h"
+#include "itemformat.h"
 #include "keyid.h"
 #include "prompt.h"
 
@@ -20,8 +24,14 @@ namespace {
 
 const char16_t kUsage[] =
     u"用法: quillon-cli [--db URL] COMMAND ...\n"
-    u"  init                       创建数据表(已有的表保持不变)\n"
+    u"  init [--demo]              创建数据表(已有的表保持不变);--demo 填入演示数据\n"
     u"  newid TABLE [--peek]       取下一个键值(--peek 只查看,不占用)\n"
+    u"  list KIND [--format tsv|json]   按列表顺序列出一类资料\n"
+    u"  add KIND --name NAME [--no NUMBER] [--set COLUMN=VALUE ...]   新增一条资料并显示其 F_ID\n"
+    u"  rename KIND ID NAME        修改名称\n"
+    u"  delete KIND ID [--yes]     删除(--yes 对确认问题回答\"是\")\n"
+    u"KIND: 1-12 或 client unit goods-type goods stock department option client-type area user-right\n"
+    u"      receiver company\n"
     u"URL: sqlite:///绝对路径.db | sqlite:相对路径.db | postgresql://用户[:密码]@主机[:端口]/库名\n";
 
 struct Context
@@ -60,8 +70,13 @@ std::shared_ptr<CConnection> openDatabase(Context &c)
 
 int cmdInit(Context &c)
 {
-    if (!c.args.isEmpty()) {
-        return usage(c, u"init 不接受参数: "_s + c.args.join(u' '));
+    bool demo = false;
+    for (const QString &arg : std::as_const(c.args)) {
+        if (arg == u"--demo"_s) {
+            demo = true;
+        } else {
+            return usage(c, u"无法识别的参数: "_s + arg);
+        }
     }
     auto connection = openDatabase(c);
     if (!connection) {
@@ -73,8 +88,245 @@ int cmdInit(Context &c)
         c.err << u"创建数据表失败: "_s << e.message() << u'\n';
         return Failed;
     }
+    if (demo) {
+        QString error;
+        if (!DemoData::seed(connection, &error)) {
+            c.err << error << u'\n';
+            return Failed;
+        }
+        c.out << u"已填入演示数据\n"_s;
+    }
     c.out << u"数据库已就绪: "_s << c.dbUrl << u'\n';
     return Ok;
+}
+
+// Item type of a KIND argument, or 0.
+int parseKind(const QString &kind)
+{
+    static const char16_t *const names[] = {u"client", u"unit",       u"goods-type", u"goods",
+                                            u"stock",  u"department", u"option",     u"client-type",
+                                            u"area",   u"user-right", u"receiver",   u"company"};
+    bool isNumber = false;
+    const int number = kind.toInt(&isNumber);
+    if (isNumber) {
+        return number >= 1 && number <= 12 ? number : 0;
+    }
+    for (int i = 0; i < 12; ++i) {
+        if (kind == QStringView(names[i])) {
+            return i + 1;
+        }
+    }
+    return 0;
+}
+
+// Takes the KIND argument off the front; 0 after reporting a usage error.
+int takeKind(Context &c, int *code)
+{
+    if (c.args.isEmpty()) {
+        *code = usage(c, u"缺少资料类别 KIND"_s);
+        return 0;
+    }
+    const QString kind = c.args.takeFirst();
+    const int type = parseKind(kind);
+    if (!type) {
+        *code = usage(c, u"未知的资料类别: "_s + kind);
+    }
+    return type;
+}
+
+bool parseID(const QString &text, qint32 *id)
+{
+    bool ok = false;
+    *id = text.toInt(&ok);
+    return ok && *id >= 1;
+}
+
+// The collection of a kind loaded as the facade loads it, with the joined names that the kind shows.
+std::shared_ptr<CItems> loadKind(CBus &bus, const std::shared_ptr<CConnection> &connection, int type)
+{
+    if (type == CBus::itOption) {
+        auto options = bus.mOptions();
+        options->InitInstance(connection, type);
+        return options;
+    }
+    if (type == CBus::itGoods) {
+        bus.InitItems(connection, CBus::itUnit);
+        bus.InitItems(connection, CBus::itGoodsType);
+        bus.InitItems(connection, CBus::itGoods);
+        bus.JoinGoodsNames();
+    } else if (type == CBus::itClient) {
+        bus.InitItems(connection, CBus::itClientType);
+        bus.InitItems(connection, CBus::itClient);
+    } else {
+        bus.InitItems(connection, type);
+    }
+    return bus.collection(type);
+}
+
+int cmdList(Context &c)
+{
+    int code = Ok;
+    const int type = takeKind(c, &code);
+    if (!type) {
+        return code;
+    }
+    QString format = u"tsv"_s;
+    while (!c.args.isEmpty()) {
+        const QString arg = c.args.takeFirst();
+        if (arg == u"--format"_s && !c.args.isEmpty()) {
+            format = c.args.takeFirst();
+        } else if (arg.startsWith(u"--format="_s)) {
+            format = arg.mid(9);
+        } else {
+            return usage(c, u"无法识别的参数: "_s + arg);
+        }
+    }
+    if (format != u"tsv"_s && format != u"json"_s) {
+        return usage(c, u"未知的输出格式: "_s + format);
+    }
+    auto connection = openDatabase(c);
+    if (!connection) {
+        return Failed;
+    }
+    CBus bus;
+    const auto items = loadKind(bus, connection, type);
+    if (!c.prompt.shown().isEmpty()) {
+        return Failed;
+    }
+    c.out << (format == u"json"_s ? ItemFormat::json(*items) : ItemFormat::tsv(*items));
+    return Ok;
+}
+
+int cmdAdd(Context &c)
+{
+    int code = Ok;
+    const int type = takeKind(c, &code);
+    if (!type) {
+        return code;
+    }
+    auto item = std::make_shared<CItem>();
+    item->setF_ItemTypeID(qint16(type));
+    bool named = false;
+    while (!c.args.isEmpty()) {
+        const QString arg = c.args.takeFirst();
+        if ((arg == u"--name"_s || arg == u"--no"_s || arg == u"--set"_s) && c.args.isEmpty()) {
+            return usage(c, arg + u" 需要一个值"_s);
+        }
+        if (arg == u"--name"_s) {
+            item->setF_ItemName(c.args.takeFirst().trimmed());
+            named = !item->F_ItemName().isEmpty();
+        } else if (arg == u"--no"_s) {
+            item->setF_ItemNo(c.args.takeFirst());
+        } else if (arg == u"--set"_s) {
+            const QString assignment = c.args.takeFirst();
+            const qsizetype eq = assignment.indexOf(u'=');
+            const int column = eq > 0 ? CItem::columnIndex(assignment.left(eq)) : -1;
+            if (column < 0 || column == CItem::columnIndex(u"F_ID"_s)
+                || column == CItem::columnIndex(u"F_ItemTypeID"_s)) {
+                return usage(c, u"--set 需要 列名=值 (F_ID 与 F_ItemTypeID 除外): "_s + assignment);
+            }
+            QString error;
+            if (!item->setValue(column, assignment.mid(eq + 1), &error)) {
+                return usage(c, error);
+            }
+        } else {
+            return usage(c, u"无法识别的参数: "_s + arg);
+        }
+    }
+    if (!named) {
+        return usage(c, u"add 需要 --name"_s);
+    }
+    auto connection = openDatabase(c);
+    if (!connection) {
+        return Failed;
+    }
+    CItems items;
+    items.Attach(connection, type);
+    if (!items.SaveItem(item)) {
+        return Failed;
+    }
+    c.out << item->F_ID() << u'\n';
+    return Ok;
+}
+
+// The item with that id, when it is of the kind; reports and gives none otherwise.
+CItemPtr loadOne(Context &c, CItems &items, int type, qint32 id)
+{
+    const CItemPtr item = items.Refresh(id);
+    if (!item || item->F_ItemTypeID() != type) {
+        if (c.prompt.shown().isEmpty()) {
+            c.err << u"没有 F_ID 为 "_s << id << u" 的"_s << CItems::typeName(type) << u'\n';
+        }
+        if (item) {
+            items.Remove(1);
+        }
+        return {};
+    }
+    return item;
+}
+
+int cmdRename(Context &c)
+{
+    int code = Ok;
+    const int type = takeKind(c, &code);
+    if (!type) {
+        return code;
+    }
+    qint32 id = 0;
+    if (c.args.size() != 2 || !parseID(c.args.at(0), &id)) {
+        return usage(c, u"rename 需要 KIND ID NAME"_s);
+    }
+    const QString name = c.args.at(1).trimmed();
+    if (name.isEmpty()) {
+        return usage(c, u"名称不能为空"_s);
+    }
+    auto connection = openDatabase(c);
+    if (!connection) {
+        return Failed;
+    }
+    CItems items;
+    items.Attach(connection, type);
+    const CItemPtr item = loadOne(c, items, type, id);
+    if (!item) {
+        return Failed;
+    }
+    item->setF_ItemName(name);
+    return items.SaveItem(item) ? Ok : Failed;
+}
+
+int cmdDelete(Context &c)
+{
+    int code = Ok;
+    const int type = takeKind(c, &code);
+    if (!type) {
+        return code;
+    }
+    bool yes = false;
+    qint32 id = 0;
+    bool haveID = false;
+    for (const QString &arg : std::as_const(c.args)) {
+        if (arg == u"--yes"_s) {
+            yes = true;
+        } else if (!haveID && parseID(arg, &id)) {
+            haveID = true;
+        } else {
+            return usage(c, u"无法识别的参数: "_s + arg);
+        }
+    }
+    if (!haveID) {
+        return usage(c, u"delete 需要 KIND ID"_s);
+    }
+    auto connection = openDatabase(c);
+    if (!connection) {
+        return Failed;
+    }
+    CItems items;
+    items.Attach(connection, type);
+    if (!loadOne(c, items, type, id)) {
+        return Failed;
+    }
+    c.prompt.setDefaultAnswer(yes ? CPrompt::vbYes : CPrompt::vbNo);
+    return items.RemoveItem(id) ? Ok : Failed;
 }
 
 int cmdNewId(Context &c)
@@ -154,8 +406,8 @@ int run(const QStringList &arguments, QTextStream &out, QTextStream &err)
     const QString command = args.takeFirst();
     c.args = args;
     const std::pair<const char16_t *, std::function<int(Context &)>> commands[] = {
-        {u"init", cmdInit},
-        {u"newid", cmdNewId},
+        {u"init", cmdInit}, {u"newid", cmdNewId},   {u"list", cmdList},
+        {u"add", cmdAdd},   {u"rename", cmdRename}, {u"delete", cmdDelete},
     };
     for (const auto &[name, handler] : commands) {
         if (command == QStringView(name)) {
