@@ -67,7 +67,7 @@ private:
         item.setF_Bank(u"工商银行"_s);
         item.setF_BankAccount(u"6222 0000 1111"_s);
         item.setF_OrderByID(12);
-        item.setF_Date(QDateTime(QDate(2004, 5, 6), QTime(0, 0)));
+        item.setF_Date(QDateTime(QDate(2004, 5, 6), QTime(0, 0), Qt::UTC));
         item.setF_IsSpecial(true);
         item.setF_ArtificialPerson(u"赵六"_s);
         item.setF_IRDNumber(u"110108000000000"_s);
@@ -76,8 +76,8 @@ private:
         item.setF_PriceSalePack(*Currency::fromString(u"-12.3456"));
         item.setF_PriceSale(*Currency::fromString(u"0.0001"));
         item.setF_PackageAmount(12.25f);
-        item.setF_Time1(QDateTime(QDate(2024, 2, 29), QTime(23, 59, 58)));
-        item.setF_Time2(QDateTime(QDate(1999, 12, 31), QTime(0, 0, 1)));
+        item.setF_Time1(QDateTime(QDate(2024, 2, 29), QTime(23, 59, 58), Qt::UTC));
+        item.setF_Time2(QDateTime(QDate(1999, 12, 31), QTime(0, 0, 1), Qt::UTC));
         item.setF_Tag4(4);
         item.setF_Tag5(5);
         item.setF_Tag6(6);
@@ -180,8 +180,8 @@ private Q_SLOTS:
         auto db = TestDatabase::create();
         QVERIFY(db);
         CItem dated = fullItem(u"x"_s);
-        dated.setF_Date(QDateTime(QDate(2004, 5, 6), QTime(14, 30)));
-        dated.setF_Time1(QDateTime(QDate(2004, 5, 6), QTime(14, 30, 15)));
+        dated.setF_Date(QDateTime(QDate(2004, 5, 6), QTime(14, 30), Qt::UTC));
+        dated.setF_Time1(QDateTime(QDate(2004, 5, 6), QTime(14, 30, 15), Qt::UTC));
         write(*db, dated, true);
         CItem undated = fullItem(u"y"_s);
         undated.setF_ID(9);
@@ -192,8 +192,8 @@ private Q_SLOTS:
         before.setF_Date(CItem::zeroDate());
         write(*db, before, true);
 
-        QCOMPARE(read(*db, 7).F_Date(), QDateTime(QDate(2004, 5, 6), QTime(0, 0)));
-        QCOMPARE(read(*db, 7).F_Time1(), QDateTime(QDate(2004, 5, 6), QTime(14, 30, 15)));
+        QCOMPARE(read(*db, 7).F_Date(), QDateTime(QDate(2004, 5, 6), QTime(0, 0), Qt::UTC));
+        QCOMPARE(read(*db, 7).F_Time1(), QDateTime(QDate(2004, 5, 6), QTime(14, 30, 15), Qt::UTC));
         QSqlQuery q = db->Select(u"Select F_ID From T_Item Where F_Date Is Null Order By F_ID"_s);
         QVERIFY(q.next());
         QCOMPARE(q.value(0).toInt(), 9);
@@ -267,7 +267,7 @@ private Q_SLOTS:
         QVERIFY(item.setValue(CItem::columnIndex(u"F_Price4"_s), u"12.5"_s, &error));
         QCOMPARE(item.F_PriceSale(), *Currency::fromString(u"12.5"));
         QVERIFY(item.setValue(CItem::columnIndex(u"F_Date"_s), u"2020-01-02"_s));
-        QCOMPARE(item.F_Date(), QDateTime(QDate(2020, 1, 2), QTime(0, 0)));
+        QCOMPARE(item.F_Date(), QDateTime(QDate(2020, 1, 2), QTime(0, 0), Qt::UTC));
         QVERIFY(!item.setValue(CItem::columnIndex(u"F_Tag1"_s), u"many"_s, &error));
         QVERIFY(error.contains(u"F_Tag1"_s));
         QVERIFY(!item.setValue(CItem::columnIndex(u"F_ItemTypeID"_s), 40000));

@@ -95,7 +95,7 @@ bool CBus::InitItems(const std::shared_ptr<CConnection> &connection, int itemTyp
         if (items->Count() >= 1) {
             m_softwareUserInfor = items->Item(1);
         } else {
-            auto record = std::make_shared<CItem>(m_softwareUserDefaults);
+            auto record = CItem::create(m_softwareUserDefaults);
             record->setF_ID(0);
             record->setF_ItemTypeID(itSoftwareUserInfor);
             m_softwareUserInfor = record;

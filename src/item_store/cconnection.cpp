@@ -255,7 +255,8 @@ QSqlQuery CConnection::prepare(const QString &sql, const QVariantList &params)
     }
     QSqlQuery query(database());
     query.setForwardOnly(true);
-    query.setNumericalPrecisionPolicy(QSql::HighPrecision);
+    // SQLite keeps amounts of up to 15 digits as doubles, which print back exactly; longer ones are text anyway.
+    query.setNumericalPrecisionPolicy(m_engine == Engine::SQLite ? QSql::LowPrecisionDouble : QSql::HighPrecision);
     if (params.isEmpty()) {
         return query;
     }
@@ -293,11 +294,19 @@ QSqlRecord CConnection::tableRecord(const QString &table) const
     if (!isOpen()) {
         return {};
     }
+    const QString key = table.toLower();
+    const auto cached = m_tableRecords.constFind(key);
+    if (cached != m_tableRecords.constEnd()) {
+        return *cached;
+    }
     QSqlDatabase db = database();
     QSqlRecord record = db.record(table);
     if (record.isEmpty() && m_engine == Engine::PostgreSQL) {
         // Unquoted names are folded to lower case by PostgreSQL.
-        record = db.record(table.toLower());
+        record = db.record(key);
+    }
+    if (!record.isEmpty()) {
+        m_tableRecords.insert(key, record);
     }
     return record;
 }
@@ -378,6 +387,7 @@ void CConnection::EnsureSchema()
     if (missing.isEmpty()) {
         return;
     }
+    m_tableRecords.clear();
     CTransaction transaction(*this);
     for (const TableDdl *t : std::as_const(missing)) {
         const TableDdl &table = *t;

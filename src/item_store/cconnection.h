@@ -3,6 +3,7 @@
 
 #include "quillon_export.h"
 
+#include <QHash>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QSqlRecord>
@@ -99,6 +100,8 @@ private:
     Engine m_engine;
     int m_depth = 0;
     bool m_rollbackOnly = false;
+    // Columns per table (lower-case name); asked once, since every save opens its table.
+    mutable QHash<QString, QSqlRecord> m_tableRecords;
 };
 
 /**

@@ -3,6 +3,7 @@
 #include "cconnection.h"
 #include "crecordset.h"
 #include "itemhook.h"
+#include "itempool.h"
 #include "sqlvalue.h"
 
 #include <algorithm>
@@ -101,15 +102,25 @@ int CItem::columnIndex(const QString &name)
 
 QDateTime CItem::zeroDate()
 {
-    return QDateTime(QDate(1899, 12, 30), QTime(0, 0));
+    return QDateTime(QDate(1899, 12, 30), QTime(0, 0), Qt::UTC);
 }
 
 bool CItem::isLaterThanZeroDate(const QDateTime &date)
 {
-    return date.isValid() && date > zeroDate();
+    return date.isValid() && wallClock(date) > zeroDate();
 }
 
 CItem::CItem() = default;
+
+CItemPtr CItem::create()
+{
+    return std::allocate_shared<CItem>(ItemPool::Allocator<CItem>());
+}
+
+CItemPtr CItem::create(const CItem &copy)
+{
+    return std::allocate_shared<CItem>(ItemPool::Allocator<CItem>(), copy);
+}
 
 CItem::CItem(const CItem &other)
     : m(other.m)

@@ -38,11 +38,20 @@ public:
     static std::span<const QString> columnNames();
     /// Position of a column in columns() (case-insensitive), or -1.
     static int columnIndex(const QString &name);
+    /// Dates are wall-clock values without a zone. They are held in Qt::UTC, where no time-zone rule applies (and
+    /// none has to be looked up); this gives the same date and time in that form.
+    static QDateTime wallClock(const QDateTime &value)
+    {
+        return !value.isValid() || value.timeSpec() == Qt::UTC ? value : QDateTime(value.date(), value.time(), Qt::UTC);
+    }
     /// The zero date: a date at or before it counts as no date.
     static QDateTime zeroDate();
     static bool isLaterThanZeroDate(const QDateTime &date);
 
     CItem();
+    /// A new, empty item, allocated where collections keep their items compactly.
+    static std::shared_ptr<CItem> create();
+    static std::shared_ptr<CItem> create(const CItem &copy);
 
     /// Copies the cursor's current row into the item (`fromRst` true) or the item into the cursor's edit buffer.
     /// A column that is missing or fails to convert ends the copy there; the columns before it keep their new
@@ -104,7 +113,7 @@ public:
     qint32 F_OrderByID() const { return m.m_int[5]; }
     void setF_OrderByID(qint32 value);
     const QDateTime &F_Date() const { return m.m_date[0]; }
-    void setF_Date(const QDateTime &value) { m.m_date[0] = value; }
+    void setF_Date(const QDateTime &value) { m.m_date[0] = wallClock(value); }
     bool F_IsSpecial() const { return m.m_bool; }
     void setF_IsSpecial(bool value) { m.m_bool = value; }
     const QString &F_ArtificialPerson() const { return m.m_text[13]; }
@@ -122,9 +131,9 @@ public:
     float F_PackageAmount() const { return m.m_single[2]; }
     void setF_PackageAmount(float value) { m.m_single[2] = value; }
     const QDateTime &F_Time1() const { return m.m_date[1]; }
-    void setF_Time1(const QDateTime &value) { m.m_date[1] = value; }
+    void setF_Time1(const QDateTime &value) { m.m_date[1] = wallClock(value); }
     const QDateTime &F_Time2() const { return m.m_date[2]; }
-    void setF_Time2(const QDateTime &value) { m.m_date[2] = value; }
+    void setF_Time2(const QDateTime &value) { m.m_date[2] = wallClock(value); }
     qint32 F_Tag4() const { return m.m_int[6]; }
     void setF_Tag4(qint32 value) { m.m_int[6] = value; }
     qint32 F_Tag5() const { return m.m_int[7]; }

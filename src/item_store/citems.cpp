@@ -157,7 +157,7 @@ public:
         rst.Open(CItems::loadStatement(itemType));
         clear();
         while (!rst.isEOF()) {
-            auto item = std::make_shared<CItem>();
+            auto item = CItem::create();
             item->UpdateDataFromRst(rst, true);
             append(item);
             rst.MoveNext();
@@ -176,7 +176,7 @@ public:
         }
         CItemPtr item = q->SearchItemByID(id);
         if (!item) {
-            item = std::make_shared<CItem>();
+            item = CItem::create();
             item->setF_ItemNo(rst.Fields(u"F_ItemNo"_s).toString());
             insertAt(orderedPosition(*item), item);
         }
@@ -437,13 +437,13 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
 bool CItems::SaveItemInfo(qint32 id, const QString &itemNo, const QString &itemName, qint32 orderByID, qint32 tag1,
                           const QDateTime &date, bool isSpecial, qint16 itemTypeID, QObject *boundControl)
 {
-    auto item = std::make_shared<CItem>();
+    auto item = CItem::create();
     item->setF_ID(id);
     item->setF_ItemNo(itemNo);
     item->setF_ItemName(itemName);
     item->setF_OrderByID(orderByID);
     item->setF_Tag1(tag1);
-    item->setF_Date(CItem::isLaterThanZeroDate(date) ? date.date().startOfDay() : date);
+    item->setF_Date(CItem::isLaterThanZeroDate(date) ? date.date().startOfDay(Qt::UTC) : date);
     item->setF_IsSpecial(isSpecial);
     item->setF_ItemTypeID(itemTypeID);
     return SaveItem(item, boundControl);

@@ -5,6 +5,7 @@
 // looked-up fields reach every collection that indexes them.
 
 #include "citem.h"
+#include "itempool.h"
 
 class CItemWatcher;
 

@@ -49,41 +49,21 @@ void ItemList::relabel()
 void ItemList::insert(qsizetype pos, CItemHook *hook)
 {
     pos = std::clamp<qsizetype>(pos, 0, m_size);
-    const CItemHook *before = pos > 0 ? at(pos - 1) : nullptr;
-    const CItemHook *after = pos < m_size ? at(pos) : nullptr;
-    const quint64 low = before ? before->label : 0;
-    if (after) {
-        if (after->label - low < 2) {
-            relabel();
-            return insert(pos, hook);
-        }
-        hook->label = low + (after->label - low) / 2;
-    } else {
-        if (low > ~quint64(0) - kGap) {
-            relabel();
-            return insert(pos, hook);
-        }
-        hook->label = low + kGap;
-    }
-
-    if (m_chunks.empty()) {
-        m_chunks.emplace_back();
-        m_chunks.back().reserve(kMaxChunk);
-    }
-    std::size_t chunk;
-    std::size_t offset;
     if (pos == m_size) {
-        chunk = m_chunks.size() - 1;
-        offset = m_chunks[chunk].size();
-        if (offset >= kMaxChunk) {
-            m_chunks.emplace_back();
-            m_chunks.back().reserve(kMaxChunk);
-            ++chunk;
-            offset = 0;
-        }
-    } else {
-        std::tie(chunk, offset) = locate(pos);
+        append(hook);
+        return;
     }
+    const CItemHook *before = pos > 0 ? at(pos - 1) : nullptr;
+    const CItemHook *after = at(pos);
+    const quint64 low = before ? before->label : 0;
+    if (after->label - low < 2) {
+        relabel();
+        insert(pos, hook);
+        return;
+    }
+    hook->label = low + (after->label - low) / 2;
+
+    const auto [chunk, offset] = locate(pos);
     auto &target = m_chunks[chunk];
     target.insert(target.begin() + std::ptrdiff_t(offset), hook);
     if (target.size() > kMaxChunk) {
@@ -93,6 +73,27 @@ void ItemList::insert(qsizetype pos, CItemHook *hook)
     }
     ++m_size;
     m_prefixValid = false;
+}
+
+void ItemList::append(CItemHook *hook)
+{
+    const quint64 low = m_size > 0 ? m_chunks.back().back()->label : 0;
+    if (low > ~quint64(0) - kGap) {
+        relabel();
+        append(hook);
+        return;
+    }
+    hook->label = low + kGap;
+    if (m_chunks.empty() || m_chunks.back().size() >= kMaxChunk) {
+        // A new last chunk leaves the counts before the other chunks as they are.
+        if (m_prefixValid) {
+            m_prefix.push_back(m_size);
+        }
+        m_chunks.emplace_back();
+        m_chunks.back().reserve(kMaxChunk);
+    }
+    m_chunks.back().push_back(hook);
+    ++m_size;
 }
 
 CItemHook *ItemList::takeAt(qsizetype pos)

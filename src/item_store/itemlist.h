@@ -20,7 +20,7 @@ public:
     CItemHook *at(qsizetype pos) const;
     /// Inserts before `pos` (pos == size() appends) and labels the hook.
     void insert(qsizetype pos, CItemHook *hook);
-    void append(CItemHook *hook) { insert(m_size, hook); }
+    void append(CItemHook *hook);
     CItemHook *takeAt(qsizetype pos);
     /// Position of a hook of this list, found through its label; -1 when it is not in the list.
     qsizetype positionOf(const CItemHook *hook) const;

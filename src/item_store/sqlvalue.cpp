@@ -151,37 +151,72 @@ std::optional<QDateTime> toDateTime(const QVariant &value)
     }
     switch (value.metaType().id()) {
     case QMetaType::QDate:
-        return value.toDate().startOfDay();
+        return value.toDate().startOfDay(Qt::UTC);
     case QMetaType::QDateTime: {
         const QDateTime dt = value.toDateTime();
         if (!dt.isValid()) {
             return std::nullopt;
         }
-        return dt.timeSpec() == Qt::LocalTime ? dt : QDateTime(dt.date(), dt.time());
+        return QDateTime(dt.date(), dt.time(), Qt::UTC);
     }
     default:
         break;
     }
+    // "yyyy-MM-dd", optionally followed by " HH:mm:ss" or "THH:mm:ss[.zzz]"; parsed by hand because the general
+    // parsers cost more than the rest of loading an item.
     const QString text = value.toString().trimmed();
-    if (text.isEmpty()) {
-        return std::nullopt;
-    }
-    if (text.size() == 10) {
-        const QDate date = QDate::fromString(text, u"yyyy-MM-dd"_s);
-        if (date.isValid()) {
-            return date.startOfDay();
+    auto number = [&](qsizetype from, qsizetype length, int *out) {
+        if (from + length > text.size()) {
+            return false;
+        }
+        int n = 0;
+        for (qsizetype i = from; i < from + length; ++i) {
+            const char16_t c = text.at(i).unicode();
+            if (c < u'0' || c > u'9') {
+                return false;
+            }
+            n = n * 10 + (c - u'0');
+        }
+        *out = n;
+        return true;
+    };
+    int year = 0;
+    int month = 0;
+    int day = 0;
+    if (text.size() >= 10 && number(0, 4, &year) && text.at(4) == u'-' && number(5, 2, &month) && text.at(7) == u'-'
+        && number(8, 2, &day)) {
+        const QDate date(year, month, day);
+        if (!date.isValid()) {
+            return std::nullopt;
+        }
+        if (text.size() == 10) {
+            return date.startOfDay(Qt::UTC);
+        }
+        int hour = 0;
+        int minute = 0;
+        int second = 0;
+        int msec = 0;
+        if ((text.at(10) == u' ' || text.at(10) == u'T') && number(11, 2, &hour) && text.size() >= 16
+            && text.at(13) == u':' && number(14, 2, &minute)) {
+            qsizetype end = 16;
+            if (text.size() >= 19 && text.at(16) == u':' && number(17, 2, &second)) {
+                end = 19;
+                if (text.size() >= 23 && text.at(19) == u'.' && number(20, 3, &msec)) {
+                    end = 23;
+                }
+            }
+            const QTime time(hour, minute, second, msec);
+            if (time.isValid() && end == text.size()) {
+                return QDateTime(date, time, Qt::UTC);
+            }
         }
     }
-    QString iso = text;
-    if (iso.size() > 10 && iso.at(10) == u' ') {
-        iso[10] = u'T';
-    }
-    QDateTime dt = QDateTime::fromString(iso, Qt::ISODateWithMs);
+    QDateTime dt = QDateTime::fromString(text, Qt::ISODateWithMs);
     if (!dt.isValid()) {
         return std::nullopt;
     }
-    // Zone suffixes are not part of stored dates; keep the wall-clock time.
-    return QDateTime(dt.date(), dt.time());
+    // A zone suffix is not part of a stored date; keep the wall-clock time.
+    return QDateTime(dt.date(), dt.time(), Qt::UTC);
 }
 
 std::optional<bool> toBoolean(const QVariant &value)
