@@ -184,6 +184,22 @@ private Q_SLOTS:
         QVERIFY(!r.err.isEmpty());
     }
 
+    void pyCodesArgumentsAndStandardInput()
+    {
+        const Result args = cli({u"py"_s, u"康师傅矿泉水"_s, u"Cola 可乐"_s, QString()});
+        QCOMPARE(args.code, 0);
+        QCOMPARE(args.out, u"ksfkqs\nColaakl\n\n"_s);
+
+        QProcess p;
+        p.start(QCoreApplication::applicationDirPath() + u"/quillon-cli"_s, {u"py"_s});
+        QVERIFY(p.waitForStarted());
+        p.write(u"统一冰红茶\n喆堃\n\nabc"_s.toUtf8());
+        p.closeWriteChannel();
+        QVERIFY(p.waitForFinished());
+        QCOMPARE(p.exitCode(), 0);
+        QCOMPARE(QString::fromUtf8(p.readAllStandardOutput()), u"tybhc\nzk\n\nabc\n"_s);
+    }
+
     void defaultDatabaseLivesInTheDataFolder()
     {
         if (TestDatabase::isPostgreSQL()) {

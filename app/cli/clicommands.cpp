@@ -3,6 +3,7 @@
 #include "cbus.h"
 #include "cconnection.h"
 #include "citems.h"
+#include "cspell.h"
 #include "demodata.h"
 #include "itemformat.h"
 #include "keyid.h"
@@ -30,6 +31,7 @@ const char16_t kUsage[] =
     u"  add KIND --name NAME [--no NUMBER] [--set COLUMN=VALUE ...]   新增一条资料并显示其 F_ID\n"
     u"  rename KIND ID NAME        修改名称\n"
     u"  delete KIND ID [--yes]     删除(--yes 对确认问题回答\"是\")\n"
+    u"  py [TEXT ...]              助记符(拼音首字母),每个参数一行;无参数时逐行读标准输入\n"
     u"KIND: 1-12 或 client unit goods-type goods stock department option client-type area user-right\n"
     u"      receiver company\n"
     u"URL: sqlite:///绝对路径.db | sqlite:相对路径.db | postgresql://用户[:密码]@主机[:端口]/库名\n";
@@ -361,6 +363,23 @@ int cmdNewId(Context &c)
     return Ok;
 }
 
+int cmdPy(Context &c)
+{
+    const CSpell spell;
+    if (!c.args.isEmpty()) {
+        for (const QString &text : std::as_const(c.args)) {
+            c.out << spell.GetPy(text) << u'\n';
+        }
+        return Ok;
+    }
+    QTextStream in(stdin);
+    QString line;
+    while (in.readLineInto(&line)) {
+        c.out << spell.GetPy(line) << u'\n';
+    }
+    return Ok;
+}
+
 } // namespace
 
 QString defaultDatabaseUrl()
@@ -406,8 +425,8 @@ int run(const QStringList &arguments, QTextStream &out, QTextStream &err)
     const QString command = args.takeFirst();
     c.args = args;
     const std::pair<const char16_t *, std::function<int(Context &)>> commands[] = {
-        {u"init", cmdInit}, {u"newid", cmdNewId},   {u"list", cmdList},
-        {u"add", cmdAdd},   {u"rename", cmdRename}, {u"delete", cmdDelete},
+        {u"init", cmdInit},     {u"newid", cmdNewId},   {u"list", cmdList}, {u"add", cmdAdd},
+        {u"rename", cmdRename}, {u"delete", cmdDelete}, {u"py", cmdPy},
     };
     for (const auto &[name, handler] : commands) {
         if (command == QStringView(name)) {

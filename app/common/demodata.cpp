@@ -2,6 +2,7 @@
 
 #include "cconnection.h"
 #include "citems.h"
+#include "cspell.h"
 #include "currency.h"
 
 #include <QSqlQuery>
@@ -146,6 +147,7 @@ bool seed(const std::shared_ptr<CConnection> &connection, QString *error)
         item->setF_ItemTypeID(qint16(type));
         item->setF_ItemNo(no);
         item->setF_ItemName(name);
+        item->setF_Spell(CSpell::py(name));
         fill(*item);
         if (ok && !list(type).SaveItem(item)) {
             ok = false;

@@ -1,0 +1,125 @@
+#include "cspell.h"
+
+#include "spelldata.h"
+
+#include <QStringDecoder>
+#include <QStringEncoder>
+
+#include <algorithm>
+#include <array>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr char16_t kLetters[] = u"abcdefghjklmnopqrstwxyz";
+
+// First and last GB2312 code of each letter's first-level characters.
+constexpr std::uint16_t kRanges[23][2] = {
+    {0xB0A1, 0xB0C4}, {0xB0C5, 0xB2C0}, {0xB2C1, 0xB4ED}, {0xB4EE, 0xB6E9}, {0xB6EA, 0xB7A1}, {0xB7A2, 0xB8C0},
+    {0xB8C1, 0xB9FD}, {0xB9FE, 0xBBF6}, {0xBBF7, 0xBFA5}, {0xBFA6, 0xC0AB}, {0xC0AC, 0xC2E7}, {0xC2E8, 0xC4C2},
+    {0xC4C3, 0xC5B5}, {0xC5B6, 0xC5BD}, {0xC5BE, 0xC6D9}, {0xC6DA, 0xC8BA}, {0xC8BB, 0xC8F5}, {0xC8F6, 0xCBF9},
+    {0xCBFA, 0xCDD9}, {0xCDDA, 0xCEF3}, {0xCEF4, 0xD1B8}, {0xD1B9, 0xD4D0}, {0xD4D1, 0xD7F9},
+};
+
+bool passesThrough(char16_t c)
+{
+    static constexpr char16_t kPassThrough[] = u"0123456789abcdefghijklmnopqrstuvwxyz"
+                                               u"ABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                               u"!.#$%()*+-,/[\\|^~`@{}_";
+    // Membership ignores letter case, which only the Latin letters have here.
+    const char16_t folded = (c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c;
+    return std::find(std::begin(kPassThrough), std::end(kPassThrough) - 1, folded) != std::end(kPassThrough) - 1;
+}
+
+// The letter of the first range row that encloses the unit's GBK code, or 0.
+char16_t rangeLetter(QStringEncoder &encoder, QStringDecoder &decoder, char16_t c)
+{
+    if (QChar::isSurrogate(c)) {
+        return 0;
+    }
+    // The converters' error flag stays set once raised, so a code counts only when it decodes back to the unit
+    // (a character that GBK lacks comes out as a one-byte substitute).
+    const QByteArray bytes = encoder.encode(QStringView(&c, 1));
+    if (bytes.size() != 2 || QString(decoder.decode(bytes)) != QStringView(&c, 1)) {
+        return 0;
+    }
+    // The code is compared as a signed 16-bit number, so single-byte codes (0 to 0x7F) never fall into a row.
+    const auto code = std::int16_t(std::uint16_t((std::uint8_t(bytes[0]) << 8) | std::uint8_t(bytes[1])));
+    for (int row = 0; row < 23; ++row) {
+        if (code >= std::int16_t(kRanges[row][0]) && code <= std::int16_t(kRanges[row][1])) {
+            return kLetters[row];
+        }
+    }
+    return 0;
+}
+
+// The code of every UTF-16 unit, in the order of precedence: pass-through set, range table, extra lists in letter
+// order, "!".
+const std::array<char16_t, 65536> &codeTable()
+{
+    static const std::array<char16_t, 65536> table = [] {
+        std::array<char16_t, 65536> t {};
+        QStringEncoder encoder("GBK", QStringConverter::Flag::Stateless);
+        QStringDecoder decoder("GBK", QStringConverter::Flag::Stateless);
+        for (std::uint32_t u = 0; u < 65536; ++u) {
+            const auto c = char16_t(u);
+            if (passesThrough(c)) {
+                t[u] = c;
+            } else if (encoder.isValid() && decoder.isValid()) {
+                t[u] = rangeLetter(encoder, decoder, c);
+            }
+        }
+        for (int list = 0; list < 23; ++list) {
+            for (const char16_t *p = SpellData::kExtraLists[list]; *p; ++p) {
+                if (t[*p] == 0) {
+                    t[*p] = kLetters[list];
+                }
+            }
+        }
+        for (char16_t &code : t) {
+            if (code == 0) {
+                code = u'!';
+            }
+        }
+        return t;
+    }();
+    return table;
+}
+
+} // namespace
+
+QString CSpell::py(QStringView text)
+{
+    const std::array<char16_t, 65536> &table = codeTable();
+    QString code(text.size(), Qt::Uninitialized);
+    char16_t *out = reinterpret_cast<char16_t *>(code.data());
+    const char16_t *in = text.utf16();
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        out[i] = table[in[i]];
+    }
+    return code;
+}
+
+QChar CSpell::codeOf(QChar c)
+{
+    return QChar(codeTable()[c.unicode()]);
+}
+
+QString CSpell::initials(QChar c)
+{
+    const SpellData::CharInitials *begin = SpellData::kAllInitials;
+    const SpellData::CharInitials *end = begin + SpellData::kAllInitialsCount;
+    const auto it = std::lower_bound(begin, end, c.unicode(),
+                                     [](const SpellData::CharInitials &e, char16_t v) { return e.character < v; });
+    QString out;
+    if (it == end || it->character != c.unicode()) {
+        return out;
+    }
+    for (int i = 0; i < 23; ++i) {
+        if (it->mask & (1u << i)) {
+            out.append(QChar(kLetters[i]));
+        }
+    }
+    return out;
+}

@@ -1,0 +1,32 @@
+#ifndef QUILLON_CSPELL_H
+#define QUILLON_CSPELL_H
+
+#include "quillon_export.h"
+
+#include <QString>
+#include <QStringView>
+
+/**
+ * Mnemonic codes (助记符): one character of output per UTF-16 unit of a name, Chinese characters becoming the
+ * initial of their pinyin reading, keyboard characters passing through, anything else "!".
+ *
+ * Pure and stateless; the look-up table is built once on first use and shared by all threads. No full pinyin, no
+ * tones, no word-level choice between readings (initials() lists every reading's initial).
+ */
+class QUILLON_EXPORT CSpell
+{
+public:
+    CSpell() = default;
+
+    /// The mnemonic code of `tmpStr`, exactly as long as it.
+    QString GetPy(const QString &tmpStr) const { return py(tmpStr); }
+
+    static QString py(QStringView text);
+    /// The code of one UTF-16 unit.
+    static QChar codeOf(QChar c);
+    /// Every initial of a character's readings, in the order of the letter table ("jq" for 亟); empty for a
+    /// character without a reading.
+    static QString initials(QChar c);
+};
+
+#endif

@@ -1,0 +1,97 @@
+#include "cspell.h"
+
+#include <QRandomGenerator>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class CSpellTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void getPy_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("code");
+
+        QTest::newRow("empty") << QString() << QString();
+        QTest::newRow("latin and digits keep their case") << u"Abc123XYZ"_s << u"Abc123XYZ"_s;
+        QTest::newRow("upper A, lower b, 中") << u"Ab中"_s << u"Abz"_s;
+        QTest::newRow("pass-through punctuation") << u"!.#$%()*+-,/[\\|^~`@{}_"_s << u"!.#$%()*+-,/[\\|^~`@{}_"_s;
+        QTest::newRow("first code 啊") << u"啊"_s << u"a"_s;
+        QTest::newRow("last code 座") << u"座"_s << u"z"_s;
+        QTest::newRow("row edges b") << u"芭"_s << u"b"_s; // 0xB0C5, first of b
+        QTest::newRow("row edges a/b") << u"凹"_s << u"a"_s; // 0xB0BC, inside a
+        QTest::newRow("row o") << u"哦欧"_s << u"oo"_s;
+        QTest::newRow("a goods name") << u"康师傅矿泉水550ml"_s << u"ksfkqs550ml"_s;
+        QTest::newRow("level-2 in two lists takes the earlier") << u"亟嗒"_s << u"jd"_s;
+        QTest::newRow("level-2 plain") << u"讴锕"_s << u"oa"_s;
+        QTest::newRow("GBK extension characters") << u"喆堃"_s << u"zk"_s;
+        QTest::newRow("blank gives a") << u"可 乐"_s << u"kal"_s;
+        QTest::newRow("characters outside the set") << u"=&;:?<>'\""_s << u"!!!!!!!!!"_s;
+        QTest::newRow("full-width punctuation") << u"，。！（"_s << u"!!!!"_s;
+        QTest::newRow("full-width letters") << u"ＡＢ"_s << u"!!"_s;
+        QTest::newRow("surrogate pair gives two marks") << u"a😀b"_s << u"a!!b"_s;
+        QTest::newRow("lone surrogate") << QString(QChar(0xD800)) << u"!"_s;
+        QTest::newRow("control and NUL") << QString(u"\t\0x"_s) << u"!!x"_s;
+    }
+
+    void getPy()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, code);
+        const CSpell spell;
+        QCOMPARE(spell.GetPy(text), code);
+    }
+
+    void initialsListEveryReading_data()
+    {
+        QTest::addColumn<QString>("character");
+        QTest::addColumn<QString>("initials");
+        QTest::newRow("亟") << u"亟"_s << u"jq"_s;
+        QTest::newRow("嗒") << u"嗒"_s << u"dt"_s;
+        QTest::newRow("行") << u"行"_s << u"hx"_s;
+        QTest::newRow("中") << u"中"_s << u"z"_s;
+        QTest::newRow("A has none") << u"A"_s << QString();
+        QTest::newRow("full-width comma has none") << u"，"_s << QString();
+    }
+
+    void initialsListEveryReading()
+    {
+        QFETCH(QString, character);
+        QFETCH(QString, initials);
+        QCOMPARE(CSpell::initials(character.at(0)), initials);
+    }
+
+    void codeOfAgreesWithGetPy()
+    {
+        for (char16_t c : {u'中', u' ', u'Z', u'喆', u'='}) {
+            QCOMPARE(CSpell::codeOf(QChar(c)), CSpell::py(QStringView(&c, 1)).at(0));
+        }
+    }
+
+    void arbitraryTextKeepsItsLengthAndAlphabet()
+    {
+        // Every unit maps to itself (pass-through), a letter of the table or "!", whatever the input.
+        const QString letters = u"abcdefghjklmnopqrstwxyz"_s;
+        QRandomGenerator rng(314159);
+        for (int round = 0; round < 200; ++round) {
+            QString text(rng.bounded(1, 2000), Qt::Uninitialized);
+            for (QChar &c : text) {
+                c = QChar(char16_t(rng.bounded(65536)));
+            }
+            const QString code = CSpell::py(text);
+            QCOMPARE(code.size(), text.size());
+            for (qsizetype i = 0; i < code.size(); ++i) {
+                const QChar out = code.at(i);
+                const bool same = out == text.at(i) && out.unicode() < 128;
+                QVERIFY2(same || letters.contains(out) || out == u'!',
+                         qPrintable(QString::number(text.at(i).unicode(), 16)));
+            }
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(CSpellTest)
+#include "tst_cspell.moc"
