@@ -261,7 +261,12 @@ int main(int argc, char *argv[])
     std::printf("database: %s\n", qPrintable(url));
 
     QElapsedTimer timer;
-    if (!(reuse && db->hasTable(u"T_Item"_s) && countItems(*db) == total)) {
+    // A reused database has lost the goods that earlier runs deleted; a few hundred per run change nothing.
+    const QString marker = u"bench:"_s + QString::number(total);
+    const bool reusable = reuse && db->hasTable(u"T_Item"_s) && db->hasTable(u"T_KeyID"_s)
+        && db->Select(u"Select 1 From T_KeyID Where F_TableName=?"_s, {marker}).next()
+        && countItems(*db) >= total * 98 / 100;
+    if (!reusable) {
         timer.start();
         for (const QString &table : {u"T_Item"_s, u"T_KeyID"_s, u"T_GoodsPrice"_s, u"T_GoodsInOutList"_s}) {
             if (db->hasTable(table)) {
@@ -270,6 +275,7 @@ int main(int argc, char *argv[])
         }
         db->EnsureSchema();
         generate(*db, total);
+        db->Execute(u"Insert Into T_KeyID (F_TableName, F_MaxID) Values (?, 0)"_s, {marker});
         if (db->engine() == CConnection::Engine::PostgreSQL) {
             db->Execute(u"ANALYZE"_s);
         }
@@ -323,6 +329,7 @@ int main(int argc, char *argv[])
     CItems &allGoods = *bus.mAllGoods();
     QRandomGenerator rng(11);
     constexpr int kSaves = 10000;
+    std::vector<qint32> added;
     timer.restart();
     for (int i = 0; i < kSaves; ++i) {
         auto item = std::make_shared<CItem>();
@@ -333,6 +340,7 @@ int main(int argc, char *argv[])
         if (!allGoods.SaveItem(item)) {
             return 1;
         }
+        added.push_back(item->F_ID());
     }
     const double save = seconds(timer);
     std::printf("SaveItem: %d new goods in %.2f s = %.0f a second (goal >= 2000)\n", kSaves, save, kSaves / save);
@@ -347,5 +355,12 @@ int main(int argc, char *argv[])
     }
     const double remove = seconds(timer);
     std::printf("RemoveItem: %d goods in %.2f s = %.0f a second\n", kRemoves, remove, kRemoves / remove);
+
+    // Leaves the database as generated, but for the deleted goods, so that --reuse can use it again.
+    CTransaction cleanup(*db);
+    for (qint32 id : added) {
+        db->Execute(u"Delete From T_Item Where F_ID="_s + QString::number(id));
+    }
+    cleanup.Commit();
     return 0;
 }

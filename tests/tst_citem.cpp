@@ -3,6 +3,7 @@
 #include "crecordset.h"
 #include "testdatabase.h"
 
+#include <QRandomGenerator>
 #include <QSqlQuery>
 #include <QTest>
 
@@ -258,6 +259,45 @@ private Q_SLOTS:
         QVERIFY(!item.UpdateDataFromRst(rst, true, &error));
         QVERIFY2(error.contains(u"F_Tag1"_s), qPrintable(error));
         QCOMPARE(item.F_Tag1(), 0);
+    }
+
+    void textsFollowEverySetAndClear()
+    {
+        // Texts are stored compactly; whatever the order of sets and clears, each reads back as last set.
+        QList<int> textColumns;
+        for (int c = 0; c < int(CItem::columns().size()); ++c) {
+            if (CItem::columns()[std::size_t(c)].type == CItem::ColumnType::Text) {
+                textColumns.append(c);
+            }
+        }
+        QCOMPARE(textColumns.size(), 15);
+        QRandomGenerator rng(99);
+        CItem item;
+        QStringList model(17);
+        for (int step = 0; step < 5000; ++step) {
+            const int which = rng.bounded(17);
+            const QString value = rng.bounded(3) == 0 ? QString() : QString(rng.bounded(1, 6), QChar(u'甲' + which));
+            if (which < 15) {
+                QVERIFY(item.setValue(textColumns[which], value));
+            } else if (which == 15) {
+                item.setmTypeName(value);
+            } else {
+                // Setting a text from another of the same item's texts.
+                item.setmUnitName(item.F_ItemName());
+                model[16] = model[1];
+                continue;
+            }
+            model[which] = value;
+            if (step % 97 == 0) {
+                const CItem copy = item;
+                item = copy;
+            }
+            for (int t = 0; t < 15; ++t) {
+                QCOMPARE(item.value(textColumns[t]).toString(), model[t]);
+            }
+            QCOMPARE(item.mTypeName(), model[15]);
+            QCOMPARE(item.mUnitName(), model[16]);
+        }
     }
 
     void genericSetValueConverts()

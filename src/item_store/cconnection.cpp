@@ -1,5 +1,6 @@
 #include "cconnection.h"
 
+#include "crecordset.h"
 #include "currency.h"
 
 #include <QAtomicInt>
@@ -235,6 +236,7 @@ void CConnection::Close()
     if (!QSqlDatabase::contains(m_connectionName)) {
         return;
     }
+    m_statements.clear();
     {
         QSqlDatabase db = database();
         if (db.isOpen()) {
@@ -244,8 +246,10 @@ void CConnection::Close()
             db.close();
         }
     }
-    QSqlDatabase::removeDatabase(m_connectionName);
     m_depth = 0;
+    m_tableRecords.clear();
+    m_layouts.clear();
+    QSqlDatabase::removeDatabase(m_connectionName);
 }
 
 QSqlQuery CConnection::prepare(const QString &sql, const QVariantList &params)
@@ -271,10 +275,33 @@ QSqlQuery CConnection::prepare(const QString &sql, const QVariantList &params)
 
 int CConnection::Execute(const QString &sql, const QVariantList &params)
 {
-    QSqlQuery query = prepare(sql, params);
-    const bool ok = params.isEmpty() ? query.exec(sql) : query.exec();
-    if (!ok) {
-        throw DbError(describe(query.lastError()));
+    if (params.isEmpty()) {
+        QSqlQuery query = prepare(sql, params);
+        if (!query.exec(sql)) {
+            throw DbError(describe(query.lastError()));
+        }
+        return query.numRowsAffected();
+    }
+    if (!isOpen()) {
+        throw DbError(u"数据库连接已关闭"_s);
+    }
+    // Statements that return no rows are kept prepared: nobody else holds them between two calls, and a save runs
+    // the same few statements again and again.
+    auto cached = m_statements.find(sql);
+    if (cached == m_statements.end()) {
+        if (m_statements.size() >= 64) {
+            m_statements.clear();
+        }
+        cached = m_statements.insert(sql, prepare(sql, params));
+    }
+    QSqlQuery &query = *cached;
+    for (qsizetype i = 0; i < params.size(); ++i) {
+        query.bindValue(int(i), toSqlValue(params.at(i)));
+    }
+    if (!query.exec()) {
+        const QString message = describe(query.lastError());
+        m_statements.erase(cached);
+        throw DbError(message);
     }
     return query.numRowsAffected();
 }
@@ -309,6 +336,20 @@ QSqlRecord CConnection::tableRecord(const QString &table) const
         m_tableRecords.insert(key, record);
     }
     return record;
+}
+
+std::shared_ptr<const ColumnLayout> CConnection::columnLayout(const QString &sql, const QSqlQuery &query) const
+{
+    auto it = m_layouts.constFind(sql);
+    if (it != m_layouts.constEnd()) {
+        return *it;
+    }
+    if (m_layouts.size() > 256) {
+        m_layouts.clear();
+    }
+    auto layout = std::make_shared<const ColumnLayout>(query.record());
+    m_layouts.insert(sql, layout);
+    return layout;
 }
 
 bool CConnection::hasTable(const QString &table) const
@@ -388,6 +429,8 @@ void CConnection::EnsureSchema()
         return;
     }
     m_tableRecords.clear();
+    m_layouts.clear();
+    m_statements.clear();
     CTransaction transaction(*this);
     for (const TableDdl *t : std::as_const(missing)) {
         const TableDdl &table = *t;

@@ -16,6 +16,8 @@
 /**
  * A database failure carried from the statement that failed to the operation that traps it.
  */
+class ColumnLayout;
+
 class QUILLON_EXPORT DbError : public std::runtime_error
 {
 public:
@@ -85,6 +87,9 @@ public:
     /// Creates T_Item, T_KeyID, T_GoodsPrice and T_GoodsInOutList with their indexes where missing.
     void EnsureSchema();
 
+    /// The columns of the rows of `sql`, read from `query` the first time and kept for the statement text.
+    std::shared_ptr<const ColumnLayout> columnLayout(const QString &sql, const QSqlQuery &query) const;
+
     /// The form in which `value` is bound for this engine (amounts as exact decimal text, dates as ISO text).
     QVariant toSqlValue(const QVariant &value) const;
 
@@ -102,6 +107,9 @@ private:
     bool m_rollbackOnly = false;
     // Columns per table (lower-case name); asked once, since every save opens its table.
     mutable QHash<QString, QSqlRecord> m_tableRecords;
+    // Columns per statement text: reading a result's columns builds a field list, which costs more than a row.
+    mutable QHash<QString, std::shared_ptr<const ColumnLayout>> m_layouts;
+    QHash<QString, QSqlQuery> m_statements;
 };
 
 /**

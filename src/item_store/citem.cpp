@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
 
 using namespace Qt::StringLiterals;
 
@@ -110,6 +111,142 @@ bool CItem::isLaterThanZeroDate(const QDateTime &date)
     return date.isValid() && wallClock(date) > zeroDate();
 }
 
+// Arrays grow in powers of two, so that the names joined after loading fit without moving the texts again.
+namespace {
+
+std::size_t textCapacity(int count)
+{
+    return count > 0 ? std::bit_ceil(unsigned(count)) : 0;
+}
+
+QString *allocateTexts(int count)
+{
+    const std::size_t capacity = textCapacity(count);
+    return capacity ? static_cast<QString *>(ItemPool::allocate(sizeof(QString) * capacity)) : nullptr;
+}
+
+void freeTexts(QString *data, int count)
+{
+    std::destroy_n(data, count);
+    ItemPool::deallocate(data, sizeof(QString) * textCapacity(count));
+}
+
+} // namespace
+
+const QString &CItem::TextSlots::emptyText()
+{
+    static const QString empty;
+    return empty;
+}
+
+CItem::TextSlots::TextSlots(const TextSlots &other)
+    : m_mask(other.m_mask)
+{
+    const int n = std::popcount(m_mask);
+    m_data = allocateTexts(n);
+    std::uninitialized_copy_n(other.m_data, n, m_data);
+}
+
+CItem::TextSlots &CItem::TextSlots::operator=(const TextSlots &other)
+{
+    if (this != &other) {
+        TextSlots copy(other);
+        std::swap(m_mask, copy.m_mask);
+        std::swap(m_data, copy.m_data);
+    }
+    return *this;
+}
+
+CItem::TextSlots::~TextSlots()
+{
+    freeTexts(m_data, std::popcount(m_mask));
+}
+
+void CItem::TextSlots::set(int slot, const QString &value)
+{
+    const std::uint32_t bit = 1u << slot;
+    const int count = std::popcount(m_mask);
+    const int position = std::popcount(m_mask & (bit - 1));
+    if (m_mask & bit) {
+        if (!value.isEmpty()) {
+            m_data[position] = value;
+            return;
+        }
+        if (textCapacity(count - 1) != textCapacity(count)) {
+            rebuild(m_mask & ~bit, nullptr, 0);
+            return;
+        }
+        std::move(m_data + position + 1, m_data + count, m_data + position);
+        std::destroy_at(m_data + count - 1);
+        m_mask &= ~bit;
+        return;
+    }
+    if (value.isEmpty()) {
+        return;
+    }
+    // `value` may be one of our own strings, which moving them would disturb.
+    QString copy = value;
+    if (textCapacity(count + 1) != textCapacity(count)) {
+        rebuild(m_mask | bit, &copy, slot);
+        return;
+    }
+    if (position == count) {
+        new (m_data + count) QString(std::move(copy));
+    } else {
+        new (m_data + count) QString(std::move(m_data[count - 1]));
+        std::move_backward(m_data + position, m_data + count - 1, m_data + count);
+        m_data[position] = std::move(copy);
+    }
+    m_mask |= bit;
+}
+
+void CItem::TextSlots::setMany(std::uint32_t mask, QString *values)
+{
+    if (mask == 0) {
+        return;
+    }
+    std::uint32_t present = m_mask & ~mask;
+    for (std::uint32_t rest = mask; rest; rest &= rest - 1) {
+        const int slot = std::countr_zero(rest);
+        if (!values[slot].isEmpty()) {
+            present |= 1u << slot;
+        }
+    }
+    const int n = std::popcount(present);
+    QString *data = allocateTexts(n);
+    int to = 0;
+    for (std::uint32_t rest = present; rest; rest &= rest - 1) {
+        const int slot = std::countr_zero(rest);
+        const std::uint32_t bit = 1u << slot;
+        if (mask & bit) {
+            new (data + to++) QString(std::move(values[slot]));
+        } else {
+            new (data + to++) QString(std::move(m_data[std::popcount(m_mask & (bit - 1))]));
+        }
+    }
+    freeTexts(m_data, std::popcount(m_mask));
+    m_data = data;
+    m_mask = present;
+}
+
+// Moves the strings into a new array for `mask`; the slot `added` (if any) takes `value`.
+void CItem::TextSlots::rebuild(std::uint32_t mask, QString *value, int added)
+{
+    QString *data = allocateTexts(std::popcount(mask));
+    int to = 0;
+    for (std::uint32_t rest = mask; rest; rest &= rest - 1) {
+        const int slot = std::countr_zero(rest);
+        if (value && slot == added) {
+            new (data + to++) QString(std::move(*value));
+        } else {
+            new (data + to++) QString(std::move(m_data[std::popcount(m_mask & ((1u << slot) - 1))]));
+        }
+    }
+    freeTexts(m_data, std::popcount(m_mask));
+    m_data = data;
+    m_mask = mask;
+}
+
 CItem::CItem() = default;
 
 CItemPtr CItem::create()
@@ -174,24 +311,24 @@ void CItem::setF_ID(qint32 value)
 
 void CItem::setF_ItemNo(const QString &value)
 {
-    if (m_hooks.head && m.m_text[0] != value) {
+    if (m_hooks.head && m.m_texts.get(0) != value) {
         keyAboutToChange(1);
-        m.m_text[0] = value;
+        m.m_texts.set(0, value);
         keyChanged(1);
         return;
     }
-    m.m_text[0] = value;
+    m.m_texts.set(0, value);
 }
 
 void CItem::setF_ItemName(const QString &value)
 {
-    if (m_hooks.head && m.m_text[1] != value) {
+    if (m_hooks.head && m.m_texts.get(1) != value) {
         keyAboutToChange(2);
-        m.m_text[1] = value;
+        m.m_texts.set(1, value);
         keyChanged(2);
         return;
     }
-    m.m_text[1] = value;
+    m.m_texts.set(1, value);
 }
 
 void CItem::setF_Tag1(qint32 value)
@@ -250,7 +387,7 @@ QVariant CItem::value(int column) const
     case ColumnType::Int16:
         return QVariant::fromValue(m.m_int16);
     case ColumnType::Text:
-        return m.m_text[c.slot];
+        return m.m_texts.get(c.slot);
     case ColumnType::Single:
         return m.m_single[c.slot];
     case ColumnType::Currency:
@@ -293,7 +430,7 @@ bool CItem::assign(int column, const QVariant &value, QString *error)
     };
     switch (c.type) {
     case ColumnType::Text:
-        m.m_text[c.slot] = SqlValue::toText(value);
+        m.m_texts.set(c.slot, SqlValue::toText(value));
         return true;
     case ColumnType::Int32: {
         const auto v = SqlValue::toInt32(value);
@@ -369,10 +506,26 @@ bool CItem::UpdateDataFromRst(CRecordset &rst, bool fromRst, QString *error)
     try {
         if (fromRst) {
             const QList<int> &indexes = rst.fieldIndexes(kColumnNames);
+            // Texts are gathered and stored together: one allocation per item instead of one per text.
+            QString texts[15];
+            std::uint32_t gathered = 0;
+            struct Commit
+            {
+                TextSlots &slots;
+                const std::uint32_t &mask;
+                QString *values;
+                ~Commit() { slots.setMany(mask, values); }
+            } commit {m.m_texts, gathered, texts};
             for (std::size_t i = 0; i < std::size(kColumns); ++i) {
                 const int index = indexes.at(qsizetype(i));
                 if (index < 0) {
                     throw DbError(u"找不到字段: "_s + kColumns[i].name);
+                }
+                const Column &c = kColumns[i];
+                if (c.type == ColumnType::Text && !(m_hooks.head && isKeyColumn(int(i)))) {
+                    texts[c.slot] = SqlValue::toText(rst.value(index));
+                    gathered |= 1u << c.slot;
+                    continue;
                 }
                 QString message;
                 if (!setValue(int(i), rst.value(index), &message)) {

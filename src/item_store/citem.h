@@ -8,6 +8,8 @@
 #include <QString>
 #include <QVariant>
 
+#include <bit>
+#include <cstdint>
 #include <memory>
 #include <span>
 
@@ -66,36 +68,36 @@ public:
 
     qint32 F_ID() const { return m.m_int[0]; }
     void setF_ID(qint32 value);
-    const QString &F_ItemNo() const { return m.m_text[0]; }
+    const QString &F_ItemNo() const { return m.m_texts.get(0); }
     void setF_ItemNo(const QString &value);
-    const QString &F_ItemName() const { return m.m_text[1]; }
+    const QString &F_ItemName() const { return m.m_texts.get(1); }
     void setF_ItemName(const QString &value);
     qint16 F_ItemTypeID() const { return m.m_int16; }
     void setF_ItemTypeID(qint16 value) { m.m_int16 = value; }
-    const QString &F_Standard() const { return m.m_text[2]; }
-    void setF_Standard(const QString &value) { m.m_text[2] = value; }
-    const QString &F_Spell() const { return m.m_text[3]; }
-    void setF_Spell(const QString &value) { m.m_text[3] = value; }
+    const QString &F_Standard() const { return m.m_texts.get(2); }
+    void setF_Standard(const QString &value) { m.m_texts.set(2, value); }
+    const QString &F_Spell() const { return m.m_texts.get(3); }
+    void setF_Spell(const QString &value) { m.m_texts.set(3, value); }
     qint32 F_ParentID() const { return m.m_int[1]; }
     void setF_ParentID(qint32 value) { m.m_int[1] = value; }
-    const QString &F_Remark() const { return m.m_text[4]; }
-    void setF_Remark(const QString &value) { m.m_text[4] = value; }
+    const QString &F_Remark() const { return m.m_texts.get(4); }
+    void setF_Remark(const QString &value) { m.m_texts.set(4, value); }
     float F_LimitUp() const { return m.m_single[0]; }
     void setF_LimitUp(float value) { m.m_single[0] = value; }
     float F_LimitDown() const { return m.m_single[1]; }
     void setF_LimitDown(float value) { m.m_single[1] = value; }
-    const QString &F_Address() const { return m.m_text[5]; }
-    void setF_Address(const QString &value) { m.m_text[5] = value; }
-    const QString &F_Tel1() const { return m.m_text[6]; }
-    void setF_Tel1(const QString &value) { m.m_text[6] = value; }
-    const QString &F_Tel2() const { return m.m_text[7]; }
-    void setF_Tel2(const QString &value) { m.m_text[7] = value; }
-    const QString &F_Tel3() const { return m.m_text[8]; }
-    void setF_Tel3(const QString &value) { m.m_text[8] = value; }
-    const QString &F_LinkMen() const { return m.m_text[9]; }
-    void setF_LinkMen(const QString &value) { m.m_text[9] = value; }
-    const QString &F_PostCode() const { return m.m_text[10]; }
-    void setF_PostCode(const QString &value) { m.m_text[10] = value; }
+    const QString &F_Address() const { return m.m_texts.get(5); }
+    void setF_Address(const QString &value) { m.m_texts.set(5, value); }
+    const QString &F_Tel1() const { return m.m_texts.get(6); }
+    void setF_Tel1(const QString &value) { m.m_texts.set(6, value); }
+    const QString &F_Tel2() const { return m.m_texts.get(7); }
+    void setF_Tel2(const QString &value) { m.m_texts.set(7, value); }
+    const QString &F_Tel3() const { return m.m_texts.get(8); }
+    void setF_Tel3(const QString &value) { m.m_texts.set(8, value); }
+    const QString &F_LinkMen() const { return m.m_texts.get(9); }
+    void setF_LinkMen(const QString &value) { m.m_texts.set(9, value); }
+    const QString &F_PostCode() const { return m.m_texts.get(10); }
+    void setF_PostCode(const QString &value) { m.m_texts.set(10, value); }
     qint32 F_Tag1() const { return m.m_int[2]; }
     void setF_Tag1(qint32 value);
     qint32 F_Tag2() const { return m.m_int[3]; }
@@ -106,20 +108,20 @@ public:
     void setF_OweWarring(Currency value) { m.m_currency[0] = value; }
     Currency F_OweStop() const { return m.m_currency[1]; }
     void setF_OweStop(Currency value) { m.m_currency[1] = value; }
-    const QString &F_Bank() const { return m.m_text[11]; }
-    void setF_Bank(const QString &value) { m.m_text[11] = value; }
-    const QString &F_BankAccount() const { return m.m_text[12]; }
-    void setF_BankAccount(const QString &value) { m.m_text[12] = value; }
+    const QString &F_Bank() const { return m.m_texts.get(11); }
+    void setF_Bank(const QString &value) { m.m_texts.set(11, value); }
+    const QString &F_BankAccount() const { return m.m_texts.get(12); }
+    void setF_BankAccount(const QString &value) { m.m_texts.set(12, value); }
     qint32 F_OrderByID() const { return m.m_int[5]; }
     void setF_OrderByID(qint32 value);
     const QDateTime &F_Date() const { return m.m_date[0]; }
     void setF_Date(const QDateTime &value) { m.m_date[0] = wallClock(value); }
     bool F_IsSpecial() const { return m.m_bool; }
     void setF_IsSpecial(bool value) { m.m_bool = value; }
-    const QString &F_ArtificialPerson() const { return m.m_text[13]; }
-    void setF_ArtificialPerson(const QString &value) { m.m_text[13] = value; }
-    const QString &F_IRDNumber() const { return m.m_text[14]; }
-    void setF_IRDNumber(const QString &value) { m.m_text[14] = value; }
+    const QString &F_ArtificialPerson() const { return m.m_texts.get(13); }
+    void setF_ArtificialPerson(const QString &value) { m.m_texts.set(13, value); }
+    const QString &F_IRDNumber() const { return m.m_texts.get(14); }
+    void setF_IRDNumber(const QString &value) { m.m_texts.set(14, value); }
     Currency F_PriceEnterPack() const { return m.m_currency[2]; }
     void setF_PriceEnterPack(Currency value) { m.m_currency[2] = value; }
     Currency F_PriceEnter() const { return m.m_currency[3]; }
@@ -150,12 +152,12 @@ public:
     void setMoney(Currency value) { m.m_money = value; }
     bool PriceChangeFlag() const { return m.m_priceChangeFlag; }
     void setPriceChangeFlag(bool value) { m.m_priceChangeFlag = value; }
-    const QString &mWorkerID() const { return m.m_workerID; }
-    void setmWorkerID(const QString &value) { m.m_workerID = value; }
-    const QString &mTypeName() const { return m.m_typeName; }
-    void setmTypeName(const QString &value) { m.m_typeName = value; }
-    const QString &mUnitName() const { return m.m_unitName; }
-    void setmUnitName(const QString &value) { m.m_unitName = value; }
+    const QString &mWorkerID() const { return m.m_texts.get(15); }
+    void setmWorkerID(const QString &value) { m.m_texts.set(15, value); }
+    const QString &mTypeName() const { return m.m_texts.get(16); }
+    void setmTypeName(const QString &value) { m.m_texts.set(16, value); }
+    const QString &mUnitName() const { return m.m_texts.get(17); }
+    void setmUnitName(const QString &value) { m.m_texts.set(17, value); }
 
     CItem(const CItem &other);
     /// Assigning into an item that a collection holds keeps the collection's look-ups in step.
@@ -169,6 +171,35 @@ private:
     void keyAboutToChange(int column);
     void keyChanged(int column);
 
+    // The item's texts (the 15 text columns, then mWorkerID, mTypeName, mUnitName), storing only the non-empty
+    // ones: most items fill a handful, and a million items would otherwise carry 400 bytes of empty strings each.
+    class QUILLON_EXPORT TextSlots
+    {
+    public:
+        TextSlots() = default;
+        TextSlots(const TextSlots &other);
+        TextSlots &operator=(const TextSlots &other);
+        ~TextSlots();
+
+        const QString &get(int slot) const
+        {
+            if (!(m_mask & (1u << slot))) {
+                return emptyText();
+            }
+            return m_data[std::popcount(m_mask & ((1u << slot) - 1))];
+        }
+        void set(int slot, const QString &value);
+        /// Sets every slot of `mask` at once from `values` (indexed by slot), taking the strings.
+        void setMany(std::uint32_t mask, QString *values);
+
+    private:
+        static const QString &emptyText();
+        void rebuild(std::uint32_t mask, QString *value, int added);
+
+        std::uint32_t m_mask = 0;
+        QString *m_data = nullptr;
+    };
+
     struct Fields
     {
         qint32 m_int[9] = {};
@@ -176,15 +207,12 @@ private:
         bool m_bool = false;
         bool m_priceChangeFlag = false;
         float m_single[3] = {};
-        QString m_text[15];
+        TextSlots m_texts;
         Currency m_currency[6];
         QDateTime m_date[3];
         Currency m_price;
         Currency m_amount;
         Currency m_money;
-        QString m_workerID;
-        QString m_typeName;
-        QString m_unitName;
     } m;
 
     // The collections that hold this item, so that their look-ups follow changes of the looked-up fields.

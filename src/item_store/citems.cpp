@@ -170,7 +170,7 @@ public:
             throw DbError(u"没有数据库连接"_s);
         }
         CRecordset rst(*connection);
-        rst.Open(u"Select * From T_Item Where F_ID="_s + QString::number(id));
+        rst.Open(u"Select * From T_Item Where F_ID=?"_s, {id});
         if (rst.isEOF()) {
             return {};
         }

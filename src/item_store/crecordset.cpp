@@ -4,28 +4,39 @@
 
 using namespace Qt::StringLiterals;
 
-CRecordset::CRecordset(CConnection &connection)
-    : m_connection(connection)
-{ }
-
-CRecordset::~CRecordset() = default;
-
-void CRecordset::rebuildNames(const QSqlRecord &record)
+ColumnLayout::ColumnLayout(const QSqlRecord &record)
 {
-    m_names.clear();
-    m_index.clear();
-    m_cachedNames = nullptr;
     for (int i = 0; i < record.count(); ++i) {
         m_names.append(record.fieldName(i));
         m_index.insert(record.fieldName(i).toLower(), i);
     }
 }
 
+const QList<int> &ColumnLayout::indexesOf(std::span<const QString> names) const
+{
+    auto it = m_lists.find(names.data());
+    if (it == m_lists.end() || it->size() != qsizetype(names.size())) {
+        QList<int> indexes;
+        indexes.reserve(qsizetype(names.size()));
+        for (const QString &name : names) {
+            indexes.append(indexOf(name));
+        }
+        it = m_lists.insert(names.data(), indexes);
+    }
+    return *it;
+}
+
+CRecordset::CRecordset(CConnection &connection)
+    : m_connection(connection)
+{ }
+
+CRecordset::~CRecordset() = default;
+
 void CRecordset::Open(const QString &sql, const QVariantList &params)
 {
     Close();
     m_query = m_connection.Select(sql, params);
-    rebuildNames(m_query.record());
+    m_layout = m_connection.columnLayout(sql, m_query);
     m_open = true;
     m_eof = !m_query.next();
 }
@@ -37,8 +48,9 @@ void CRecordset::OpenTable(const QString &table, const QString &keyColumn, const
     if (columns.isEmpty()) {
         throw DbError(u"数据表不存在: "_s + table);
     }
-    m_query = m_connection.Select(u"Select * From "_s + table + u" Where "_s + keyColumn + u"=?"_s, {key});
-    rebuildNames(m_query.record());
+    const QString sql = u"Select * From "_s + table + u" Where "_s + keyColumn + u"=?"_s;
+    m_query = m_connection.Select(sql, {key});
+    m_layout = m_connection.columnLayout(sql, m_query);
     m_table = table;
     m_keyColumn = keyColumn;
     m_open = true;
@@ -68,30 +80,23 @@ void CRecordset::MoveNext()
 
 int CRecordset::fieldIndex(const QString &name) const
 {
-    return m_index.value(name.toLower(), -1);
+    return m_layout ? m_layout->indexOf(name) : -1;
 }
 
 QString CRecordset::fieldName(int index) const
 {
-    return m_names.value(index);
+    return index >= 0 && index < fieldCount() ? m_layout->name(index) : QString();
 }
 
 const QList<int> &CRecordset::fieldIndexes(std::span<const QString> names) const
 {
-    if (m_cachedNames != names.data() || m_cachedIndexes.size() != qsizetype(names.size())) {
-        m_cachedIndexes.clear();
-        m_cachedIndexes.reserve(qsizetype(names.size()));
-        for (const QString &name : names) {
-            m_cachedIndexes.append(fieldIndex(name));
-        }
-        m_cachedNames = names.data();
-    }
-    return m_cachedIndexes;
+    static const QList<int> none;
+    return m_layout ? m_layout->indexesOf(names) : none;
 }
 
 QVariant CRecordset::value(int index) const
 {
-    if (index < 0 || index >= m_names.size()) {
+    if (index < 0 || index >= fieldCount()) {
         throw DbError(u"字段序号超出范围: "_s + QString::number(index));
     }
     if (m_editMode != EditMode::None) {
@@ -115,11 +120,11 @@ QVariant CRecordset::Fields(const QString &name) const
 void CRecordset::fetchCurrent()
 {
     m_buffer.clear();
-    m_buffer.reserve(m_names.size());
-    for (int i = 0; i < m_names.size(); ++i) {
+    m_buffer.reserve(fieldCount());
+    for (int i = 0; i < fieldCount(); ++i) {
         m_buffer.append(m_query.value(i));
     }
-    m_changed = QList<bool>(m_names.size(), false);
+    m_changed = QList<bool>(fieldCount(), false);
     const int key = fieldIndex(m_keyColumn);
     m_originalKey = key >= 0 ? m_buffer.at(key) : QVariant();
 }
@@ -130,8 +135,8 @@ void CRecordset::AddNew()
         throw DbError(u"记录集不可更新"_s);
     }
     m_editMode = EditMode::AddNew;
-    m_buffer = QVariantList(m_names.size());
-    m_changed = QList<bool>(m_names.size(), false);
+    m_buffer = QVariantList(fieldCount());
+    m_changed = QList<bool>(fieldCount(), false);
     m_originalKey = QVariant();
 }
 
@@ -162,9 +167,9 @@ void CRecordset::Update()
     }
     QStringList columns;
     QVariantList params;
-    for (int i = 0; i < m_names.size(); ++i) {
+    for (int i = 0; i < fieldCount(); ++i) {
         if (m_changed.at(i)) {
-            columns.append(m_names.at(i));
+            columns.append(m_layout->name(i));
             params.append(m_buffer.at(i));
         }
     }

@@ -10,9 +10,32 @@
 #include <QString>
 #include <QVariant>
 
+#include <memory>
 #include <span>
 
 class CConnection;
+
+/**
+ * The columns of a statement's rows: names in order, a case-insensitive name look-up, and the positions of a fixed
+ * list of names, worked out once per statement text and shared by every cursor over it.
+ */
+class QUILLON_EXPORT ColumnLayout
+{
+public:
+    explicit ColumnLayout(const QSqlRecord &record);
+
+    qsizetype count() const { return m_names.size(); }
+    const QString &name(qsizetype index) const { return m_names.at(index); }
+    /// Position of a column (case-insensitive), or -1.
+    int indexOf(const QString &name) const { return m_index.value(name.toLower(), -1); }
+    /// Positions of `names` (-1 for a missing one), computed on first use per list.
+    const QList<int> &indexesOf(std::span<const QString> names) const;
+
+private:
+    QList<QString> m_names;
+    QHash<QString, int> m_index;
+    mutable QHash<const QString *, QList<int>> m_lists;
+};
 
 /**
  * A forward-only cursor over a query's rows, with an edit buffer for adding or changing one row of a table.
@@ -39,7 +62,7 @@ public:
 
     /// Position of a column of the current row (case-insensitive), or -1.
     int fieldIndex(const QString &name) const;
-    int fieldCount() const { return int(m_names.size()); }
+    int fieldCount() const { return m_layout ? int(m_layout->count()) : 0; }
     QString fieldName(int index) const;
 
     /// Positions of `names` in this cursor, looked up once per list and cached: the per-row path of bulk loads.
@@ -59,13 +82,11 @@ public:
     void Update();
 
 private:
-    void rebuildNames(const QSqlRecord &record);
     void fetchCurrent();
 
     CConnection &m_connection;
     QSqlQuery m_query;
-    QList<QString> m_names;
-    QHash<QString, int> m_index;
+    std::shared_ptr<const ColumnLayout> m_layout;
     bool m_open = false;
     bool m_eof = true;
 
@@ -75,9 +96,6 @@ private:
     QVariantList m_buffer;
     QList<bool> m_changed;
     QVariant m_originalKey;
-
-    mutable const QString *m_cachedNames = nullptr;
-    mutable QList<int> m_cachedIndexes;
 };
 
 #endif
