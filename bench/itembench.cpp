@@ -224,6 +224,7 @@ void lookups(const char *name, const CItems &goods, Indexed indexed, Linear line
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     ScriptedPrompt prompt;
     prompt.setEcho(true);
     prompt.setDefaultAnswer(CPrompt::vbYes);

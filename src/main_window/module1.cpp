@@ -104,6 +104,18 @@ struct Decimal
     }
 };
 
+// Leading and trailing blanks (spaces only, not tabs) removed.
+QStringView trimBlanks(QStringView text)
+{
+    while (!text.isEmpty() && text.front() == u' ') {
+        text = text.mid(1);
+    }
+    while (!text.isEmpty() && text.back() == u' ') {
+        text.chop(1);
+    }
+    return text;
+}
+
 bool isValBlank(QChar c)
 {
     return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r';
@@ -277,30 +289,10 @@ qint32 SetIniString(const QString &section, const QString &key, const QString &f
 QString TrimNullString(const QString &text)
 {
     const qsizetype nul = text.indexOf(QChar(0));
-    QString cut;
-    if (nul >= 0) {
-        cut = text.left(nul);
-    } else {
-        // Kept as it always worked: the cut length is that of the trimmed text, measured from the start.
-        qsizetype start = 0;
-        qsizetype end = text.size();
-        while (start < end && text.at(start) == u' ') {
-            ++start;
-        }
-        while (end > start && text.at(end - 1) == u' ') {
-            --end;
-        }
-        cut = text.left(end - start);
-    }
-    qsizetype start = 0;
-    qsizetype end = cut.size();
-    while (start < end && cut.at(start) == u' ') {
-        ++start;
-    }
-    while (end > start && cut.at(end - 1) == u' ') {
-        --end;
-    }
-    return cut.mid(start, end - start);
+    // Without a NUL the text is kept as it always worked: cut to the length of its trimmed form, measured from
+    // the start.
+    const QString cut = nul >= 0 ? text.left(nul) : text.left(trimBlanks(text).size());
+    return trimBlanks(cut).toString();
 }
 
 QVariant NullToZero(const QVariant &value)
