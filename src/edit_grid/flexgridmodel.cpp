@@ -99,7 +99,7 @@ int FlexGridModel::columnCount(const QModelIndex &parent) const
 
 QVariant FlexGridModel::data(const QModelIndex &index, int role) const
 {
-    if (!checkIndex(index, CheckIndexOption::IndexIsValid)) {
+    if (!index.isValid() || !checkIndex(index, CheckIndexOption::IndexIsValid)) {
         return {};
     }
     switch (role) {
@@ -127,7 +127,7 @@ bool FlexGridModel::setData(const QModelIndex &index, const QVariant &value, int
 
 Qt::ItemFlags FlexGridModel::flags(const QModelIndex &index) const
 {
-    if (!checkIndex(index, CheckIndexOption::IndexIsValid)) {
+    if (!index.isValid() || !checkIndex(index, CheckIndexOption::IndexIsValid)) {
         return Qt::NoItemFlags;
     }
     return Qt::ItemIsEnabled | Qt::ItemIsSelectable;
@@ -164,7 +164,10 @@ void FlexGridModel::setRows(qint32 rows)
         m_rows.resize(std::size_t(rows));
         endRemoveRows();
     }
-    m_fixedRows = std::min(m_fixedRows, rows);
+    if (m_fixedRows > rows) {
+        m_fixedRows = rows;
+        Q_EMIT fixedCountsChanged();
+    }
 }
 
 void FlexGridModel::setCols(qint32 cols)
@@ -195,12 +198,20 @@ void FlexGridModel::setCols(qint32 cols)
         m_fixedAlignment.resize(std::size_t(cols));
         endRemoveColumns();
     }
-    m_fixedCols = std::min(m_fixedCols, cols);
+    if (m_fixedCols > cols) {
+        m_fixedCols = cols;
+        Q_EMIT fixedCountsChanged();
+    }
 }
 
 void FlexGridModel::setFixedRows(qint32 rows)
 {
-    m_fixedRows = std::clamp(rows, 0, Rows());
+    rows = std::clamp(rows, 0, Rows());
+    if (rows == m_fixedRows) {
+        return;
+    }
+    m_fixedRows = rows;
+    Q_EMIT fixedCountsChanged();
     if (Rows() > 0 && m_cols > 0) {
         Q_EMIT dataChanged(index(0, 0), index(Rows() - 1, m_cols - 1), {Qt::TextAlignmentRole});
     }
@@ -208,7 +219,12 @@ void FlexGridModel::setFixedRows(qint32 rows)
 
 void FlexGridModel::setFixedCols(qint32 cols)
 {
-    m_fixedCols = std::clamp(cols, 0, m_cols);
+    cols = std::clamp(cols, 0, m_cols);
+    if (cols == m_fixedCols) {
+        return;
+    }
+    m_fixedCols = cols;
+    Q_EMIT fixedCountsChanged();
     if (Rows() > 0 && m_cols > 0) {
         Q_EMIT dataChanged(index(0, 0), index(Rows() - 1, m_cols - 1), {Qt::TextAlignmentRole});
     }
@@ -282,7 +298,10 @@ bool FlexGridModel::RemoveItem(qint32 index)
     freeRow(m_rows[std::size_t(index)]);
     m_rows.erase(m_rows.begin() + index);
     endRemoveRows();
-    m_fixedRows = std::min(m_fixedRows, Rows());
+    if (m_fixedRows > Rows()) {
+        m_fixedRows = Rows();
+        Q_EMIT fixedCountsChanged();
+    }
     return true;
 }
 
@@ -455,7 +474,10 @@ void FlexGridModel::removeColumn(qint32 col)
     m_fixedAlignment.erase(m_fixedAlignment.begin() + col);
     --m_cols;
     endRemoveColumns();
-    m_fixedCols = std::min(m_fixedCols, m_cols);
+    if (m_fixedCols > m_cols) {
+        m_fixedCols = m_cols;
+        Q_EMIT fixedCountsChanged();
+    }
 }
 
 void FlexGridModel::clearAll()

@@ -80,6 +80,8 @@ public:
 
 Q_SIGNALS:
     void textChanged(qint32 row, qint32 col);
+    /// FixedRows or FixedCols took a new value.
+    void fixedCountsChanged();
 
 private:
     static void freeRow(std::uint32_t *row);

@@ -1,0 +1,191 @@
+#ifndef QUILLON_FLEXGRID_H
+#define QUILLON_FLEXGRID_H
+
+#include "flexgridmodel.h"
+#include "quillon_export.h"
+
+#include <QTableView>
+
+class FixedHeaderProxy;
+
+/**
+ * The flexible grid (Flexgd1): a table view over a FlexGridModel whose fixed rows and columns stay in place as
+ * headers, with the classic grid properties (sizes in twips, colours in the 0x00BBGGRR form). Only the visible
+ * cells are painted, so a million rows scroll smoothly.
+ *
+ * Merging of cells is stored but not drawn; fixed rows and columns beyond the first show as multi-line headers.
+ */
+class QUILLON_EXPORT FlexGrid : public QTableView
+{
+    Q_OBJECT
+    Q_PROPERTY(qint32 Rows READ Rows WRITE setRows)
+    Q_PROPERTY(qint32 Cols READ Cols WRITE setCols)
+    Q_PROPERTY(qint32 FixedRows READ FixedRows WRITE setFixedRows)
+    Q_PROPERTY(qint32 FixedCols READ FixedCols WRITE setFixedCols)
+    Q_PROPERTY(qint32 Row READ Row WRITE setRow)
+    Q_PROPERTY(qint32 Col READ Col WRITE setCol)
+    Q_PROPERTY(qint32 RowSel READ RowSel WRITE setRowSel)
+    Q_PROPERTY(qint32 ColSel READ ColSel WRITE setColSel)
+    Q_PROPERTY(QString FormatString READ FormatString WRITE setFormatString)
+    Q_PROPERTY(QString Clip READ Clip WRITE setClip)
+    Q_PROPERTY(bool Redraw READ Redraw WRITE setRedraw)
+    Q_PROPERTY(qint32 RowHeightMin READ RowHeightMin WRITE setRowHeightMin)
+    Q_PROPERTY(quint32 BackColor READ BackColor WRITE setBackColor)
+    Q_PROPERTY(quint32 ForeColor READ ForeColor WRITE setForeColor)
+    Q_PROPERTY(quint32 BackColorFixed READ BackColorFixed WRITE setBackColorFixed)
+    Q_PROPERTY(quint32 ForeColorFixed READ ForeColorFixed WRITE setForeColorFixed)
+    Q_PROPERTY(quint32 BackColorBkg READ BackColorBkg WRITE setBackColorBkg)
+    Q_PROPERTY(quint32 BackColorSel READ BackColorSel WRITE setBackColorSel)
+    Q_PROPERTY(quint32 ForeColorSel READ ForeColorSel WRITE setForeColorSel)
+    Q_PROPERTY(quint32 GridColor READ GridColor WRITE setGridColor)
+    Q_PROPERTY(quint32 GridColorFixed READ GridColorFixed WRITE setGridColorFixed)
+    Q_PROPERTY(int AllowUserResizing READ AllowUserResizing WRITE setAllowUserResizing)
+    Q_PROPERTY(int ScrollBars READ ScrollBars WRITE setScrollBars)
+    Q_PROPERTY(int SelectionMode READ SelectionMode WRITE setSelectionMode)
+    Q_PROPERTY(bool AllowBigSelection READ AllowBigSelection WRITE setAllowBigSelection)
+    Q_PROPERTY(int MergeCells READ MergeCells WRITE setMergeCells)
+    Q_PROPERTY(int FillStyle READ FillStyle WRITE setFillStyle)
+    Q_PROPERTY(int Appearance READ Appearance WRITE setAppearance)
+    Q_PROPERTY(int BorderStyle READ BorderStyle WRITE setBorderStyle)
+
+public:
+    explicit FlexGrid(QWidget *parent = nullptr);
+    ~FlexGrid() override;
+    Q_DISABLE_COPY_MOVE(FlexGrid)
+
+    FlexGridModel *grid() const { return m_grid; }
+
+    qint32 Rows() const { return m_grid->Rows(); }
+    void setRows(qint32 rows) { m_grid->setRows(rows); }
+    qint32 Cols() const { return m_grid->Cols(); }
+    void setCols(qint32 cols);
+    qint32 FixedRows() const { return m_grid->FixedRows(); }
+    void setFixedRows(qint32 rows);
+    qint32 FixedCols() const { return m_grid->FixedCols(); }
+    void setFixedCols(qint32 cols);
+
+    Q_INVOKABLE QString TextMatrix(qint32 row, qint32 col) const { return m_grid->TextMatrix(row, col); }
+    Q_INVOKABLE void setTextMatrix(qint32 row, qint32 col, const QString &text)
+    {
+        m_grid->setTextMatrix(row, col, text);
+    }
+    Q_INVOKABLE void AddItem(const QString &text, qint32 index = -1) { m_grid->AddItem(text, index); }
+    Q_INVOKABLE void RemoveItem(qint32 index) { m_grid->RemoveItem(index); }
+
+    /// The current cell, in grid coordinates (fixed rows and columns counted).
+    qint32 Row() const { return m_row; }
+    void setRow(qint32 row);
+    qint32 Col() const { return m_col; }
+    void setCol(qint32 col);
+    qint32 RowSel() const { return m_rowSel; }
+    void setRowSel(qint32 row);
+    qint32 ColSel() const { return m_colSel; }
+    void setColSel(qint32 col);
+
+    /// Widths and heights in twips (1/1440 inch), converted with the screen's logical resolution.
+    Q_INVOKABLE qint32 ColWidth(qint32 col) const;
+    Q_INVOKABLE void setColWidth(qint32 col, qint32 twips);
+    Q_INVOKABLE qint32 RowHeight(qint32 row) const;
+    Q_INVOKABLE void setRowHeight(qint32 row, qint32 twips);
+    /// Left and top of a cell relative to the grid, in twips (for placing an editor over it).
+    Q_INVOKABLE qint32 CellLeft() const;
+    Q_INVOKABLE qint32 CellTop() const;
+    Q_INVOKABLE int ColAlignment(qint32 col) const { return m_grid->ColAlignment(col); }
+    Q_INVOKABLE void setColAlignment(qint32 col, int alignment) { m_grid->setColAlignment(col, alignment); }
+    Q_INVOKABLE int FixedAlignment(qint32 col) const { return m_grid->FixedAlignment(col); }
+    Q_INVOKABLE void setFixedAlignment(qint32 col, int alignment) { m_grid->setFixedAlignment(col, alignment); }
+    Q_INVOKABLE bool MergeRow(qint32 row) const;
+    Q_INVOKABLE void setMergeRow(qint32 row, bool merge);
+    Q_INVOKABLE bool MergeCol(qint32 col) const;
+    Q_INVOKABLE void setMergeCol(qint32 col, bool merge);
+
+    QString FormatString() const { return m_grid->FormatString(); }
+    void setFormatString(const QString &format);
+    /// The selected block (Row/Col to RowSel/ColSel) as TAB/CR text; assigning writes it from the top-left corner.
+    QString Clip() const;
+    void setClip(const QString &text);
+    bool Redraw() const { return updatesEnabled(); }
+    void setRedraw(bool redraw) { setUpdatesEnabled(redraw); }
+    qint32 RowHeightMin() const { return m_rowHeightMin; }
+    void setRowHeightMin(qint32 twips);
+
+    quint32 BackColor() const { return m_backColor; }
+    void setBackColor(quint32 color);
+    quint32 ForeColor() const { return m_foreColor; }
+    void setForeColor(quint32 color);
+    quint32 BackColorFixed() const { return m_backColorFixed; }
+    void setBackColorFixed(quint32 color);
+    quint32 ForeColorFixed() const { return m_foreColorFixed; }
+    void setForeColorFixed(quint32 color);
+    quint32 BackColorBkg() const { return m_backColorBkg; }
+    void setBackColorBkg(quint32 color);
+    quint32 BackColorSel() const { return m_backColorSel; }
+    void setBackColorSel(quint32 color);
+    quint32 ForeColorSel() const { return m_foreColorSel; }
+    void setForeColorSel(quint32 color);
+    quint32 GridColor() const { return m_gridColor; }
+    void setGridColor(quint32 color);
+    quint32 GridColorFixed() const { return m_gridColorFixed; }
+    void setGridColorFixed(quint32 color);
+
+    int AllowUserResizing() const { return m_allowUserResizing; }
+    void setAllowUserResizing(int mode);
+    int ScrollBars() const { return m_scrollBars; }
+    void setScrollBars(int bars);
+    int SelectionMode() const { return m_selectionMode; }
+    void setSelectionMode(int mode);
+    bool AllowBigSelection() const { return m_allowBigSelection; }
+    void setAllowBigSelection(bool allow) { m_allowBigSelection = allow; }
+    int MergeCells() const { return m_mergeCells; }
+    void setMergeCells(int mode) { m_mergeCells = mode; }
+    int FillStyle() const { return m_fillStyle; }
+    void setFillStyle(int style) { m_fillStyle = style; }
+    int Appearance() const { return m_appearance; }
+    void setAppearance(int appearance);
+    int BorderStyle() const { return m_borderStyle; }
+    void setBorderStyle(int style);
+
+    int twipsToPixelsX(qint32 twips) const;
+    int twipsToPixelsY(qint32 twips) const;
+    qint32 pixelsToTwipsX(int pixels) const;
+    qint32 pixelsToTwipsY(int pixels) const;
+
+Q_SIGNALS:
+    /// The current cell moved (Row or Col changed).
+    void RowColChange();
+
+private:
+    void applyColours();
+    void syncCurrent();
+    void updateHeaders();
+
+    FlexGridModel *m_grid;
+    FixedHeaderProxy *m_proxy;
+    qint32 m_row = 1;
+    qint32 m_col = 1;
+    qint32 m_rowSel = 1;
+    qint32 m_colSel = 1;
+    qint32 m_rowHeightMin = 0;
+    quint32 m_backColor = 0x80000005;
+    quint32 m_foreColor = 0x80000008;
+    quint32 m_backColorFixed = 0x8000000F;
+    quint32 m_foreColorFixed = 0x80000012;
+    quint32 m_backColorBkg = 0x808080;
+    quint32 m_backColorSel = 0x8000000D;
+    quint32 m_foreColorSel = 0x8000000E;
+    quint32 m_gridColor = 0xC0C0C0;
+    quint32 m_gridColorFixed = 0;
+    int m_allowUserResizing = 0;
+    int m_scrollBars = 3;
+    int m_selectionMode = 0;
+    bool m_allowBigSelection = true;
+    int m_mergeCells = 0;
+    int m_fillStyle = 0;
+    int m_appearance = 1;
+    int m_borderStyle = 1;
+    std::vector<bool> m_mergeRows;
+    std::vector<bool> m_mergeCols;
+    bool m_syncing = false;
+};
+
+#endif

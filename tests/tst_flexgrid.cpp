@@ -1,0 +1,149 @@
+#include "flexgrid.h"
+#include "olecolor.h"
+
+#include <QAbstractItemModelTester>
+#include <QHeaderView>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class FlexGridTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void fixedRowsAndColumnsBecomeHeaders()
+    {
+        FlexGrid grid;
+        QAbstractItemModelTester tester(grid.model(), QAbstractItemModelTester::FailureReportingMode::QtTest);
+        grid.setFormatString(u"编号|<名称|>单价"_s);
+        grid.AddItem(u"1\t可乐\t3.5"_s);
+        QCOMPARE(grid.Rows(), 3);
+        QCOMPARE(grid.model()->columnCount(), 2);
+        QCOMPARE(grid.model()->headerData(0, Qt::Horizontal).toString(), u"名称"_s);
+        QCOMPARE(grid.model()->headerData(1, Qt::Vertical).toString(), u"1"_s);
+        QCOMPARE(grid.model()->data(grid.model()->index(1, 1)).toString(), u"3.5"_s);
+
+        grid.setFixedCols(0);
+        QCOMPARE(grid.model()->columnCount(), 3);
+        QVERIFY(grid.verticalHeader()->isHidden());
+        grid.setFixedRows(2);
+        QCOMPARE(grid.model()->rowCount(), 1);
+        QCOMPARE(grid.model()->headerData(1, Qt::Horizontal).toString(), u"名称\n"_s);
+
+        // Structural changes in and around the fixed area keep the view consistent.
+        grid.RemoveItem(0);
+        grid.setRows(6);
+        grid.AddItem(u"x"_s, 1);
+        grid.setCols(1);
+        grid.setRows(0);
+        QCOMPARE(grid.model()->rowCount(), 0);
+    }
+
+    void currentCellFollowsRowAndCol()
+    {
+        FlexGrid grid;
+        grid.setRows(5);
+        grid.setCols(4);
+        grid.resize(400, 300);
+        grid.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&grid));
+        QSignalSpy moved(&grid, &FlexGrid::RowColChange);
+        grid.setRow(3);
+        grid.setCol(2);
+        QCOMPARE(moved.count(), 2);
+        QCOMPARE(grid.currentIndex(), grid.model()->index(2, 1));
+
+        const QRect cell = grid.visualRect(grid.model()->index(0, 2));
+        QTest::mouseClick(grid.viewport(), Qt::LeftButton, {}, cell.center());
+        QCOMPARE(grid.Row(), 1);
+        QCOMPARE(grid.Col(), 3);
+        QCOMPARE(moved.count(), 3);
+        QVERIFY(grid.CellLeft() > 0);
+
+        grid.setRow(99); // outside: ignored
+        QCOMPARE(grid.Row(), 1);
+    }
+
+    void sizesAreInTwips()
+    {
+        FlexGrid grid;
+        grid.setCols(3);
+        grid.setColWidth(1, 1440);
+        QCOMPARE(grid.ColWidth(1), 1440);
+        QCOMPARE(grid.columnWidth(0), grid.logicalDpiX());
+        grid.setRowHeight(1, 720);
+        QVERIFY(qAbs(grid.RowHeight(1) - 720) <= 15);
+        QCOMPARE(grid.ColWidth(9), 0);
+    }
+
+    void clipUsesTheSelectedBlock()
+    {
+        FlexGrid grid;
+        grid.setRows(4);
+        grid.setCols(3);
+        grid.setRow(1);
+        grid.setCol(1);
+        grid.setClip(u"a\tb\rc\td"_s);
+        QCOMPARE(grid.TextMatrix(2, 2), u"d"_s);
+        grid.setRowSel(2);
+        grid.setColSel(2);
+        QCOMPARE(grid.Clip(), u"a\tb\rc\td"_s);
+    }
+
+    void propertiesAreReachableByName()
+    {
+        // Exports and colour schemes reach any grid only through its named properties.
+        FlexGrid grid;
+        QObject *object = &grid;
+        QVERIFY(object->setProperty("Rows", 3));
+        QVERIFY(object->setProperty("Cols", 2));
+        QCOMPARE(object->property("Rows").toInt(), 3);
+        QVERIFY(QMetaObject::invokeMethod(object, "setTextMatrix", Q_ARG(qint32, 2), Q_ARG(qint32, 1),
+                                          Q_ARG(QString, u"金额"_s)));
+        QString text;
+        QVERIFY(QMetaObject::invokeMethod(object, "TextMatrix", Q_RETURN_ARG(QString, text), Q_ARG(qint32, 2),
+                                          Q_ARG(qint32, 1)));
+        QCOMPARE(text, u"金额"_s);
+        QVERIFY(object->setProperty("BackColorFixed", 0xC0E0FFu));
+        QCOMPARE(object->property("BackColorFixed").toUInt(), 0xC0E0FFu);
+        QVERIFY(grid.styleSheet().contains(u"#ffe0c0"_s));
+    }
+
+    void oleColours_data()
+    {
+        QTest::addColumn<quint32>("value");
+        QTest::addColumn<QColor>("color");
+        QTest::newRow("red") << 0x0000FFu << QColor(255, 0, 0);
+        QTest::newRow("bgr order") << 0xC0E0FFu << QColor(0xFF, 0xE0, 0xC0);
+        QTest::newRow("tooltip") << 0x80000018u << QGuiApplication::palette().color(QPalette::ToolTipBase);
+    }
+    void oleColours()
+    {
+        QFETCH(quint32, value);
+        QFETCH(QColor, color);
+        QCOMPARE(OleColor::toColor(value), color);
+        if (!(value & 0x80000000u)) {
+            QCOMPARE(OleColor::fromColor(color), value);
+        }
+    }
+
+    void aMillionRowsStayUsable()
+    {
+        FlexGrid grid;
+        grid.setCols(4);
+        grid.setRows(1000001);
+        grid.setTextMatrix(1000000, 3, u"最后"_s);
+        grid.resize(400, 300);
+        grid.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&grid));
+        grid.scrollToBottom();
+        grid.setRow(1000000);
+        grid.setCol(3);
+        QCOMPARE(grid.currentIndex().data().toString(), u"最后"_s);
+    }
+};
+
+QTEST_MAIN(FlexGridTest)
+#include "tst_flexgrid.moc"
