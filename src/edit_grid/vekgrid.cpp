@@ -1,0 +1,700 @@
+#include "vekgrid.h"
+
+#include "module1.h"
+#include "olecolor.h"
+#include "prompt.h"
+
+#include <QAction>
+#include <QHeaderView>
+#include <QKeyEvent>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMouseEvent>
+#include <QSqlQuery>
+#include <QSqlRecord>
+
+#include <functional>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qint32 kParked = -1000; // twips: where the editor waits while no cell is edited
+
+qint16 buttonCode(Qt::MouseButtons buttons)
+{
+    qint16 code = 0;
+    if (buttons & Qt::LeftButton) {
+        code |= 1;
+    }
+    if (buttons & Qt::RightButton) {
+        code |= 2;
+    }
+    if (buttons & Qt::MiddleButton) {
+        code |= 4;
+    }
+    return code;
+}
+
+qint16 shiftCode(Qt::KeyboardModifiers modifiers)
+{
+    qint16 code = 0;
+    if (modifiers & Qt::ShiftModifier) {
+        code |= 1;
+    }
+    if (modifiers & Qt::ControlModifier) {
+        code |= 2;
+    }
+    if (modifiers & Qt::AltModifier) {
+        code |= 4;
+    }
+    return code;
+}
+
+qint16 keyCode(int key)
+{
+    switch (key) {
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        return 13;
+    case Qt::Key_Escape:
+        return 27;
+    case Qt::Key_Tab:
+        return 9;
+    case Qt::Key_Backspace:
+        return 8;
+    case Qt::Key_Delete:
+        return 46;
+    case Qt::Key_Left:
+        return 37;
+    case Qt::Key_Up:
+        return 38;
+    case Qt::Key_Right:
+        return 39;
+    case Qt::Key_Down:
+        return 40;
+    default:
+        return key > 0 && key < 128 ? qint16(key) : qint16(0);
+    }
+}
+
+// The general numeric-string test: signs, a decimal point and thousands separators are accepted.
+bool isNumericText(const QString &text)
+{
+    QString plain = text.trimmed();
+    plain.remove(u',');
+    bool ok = false;
+    plain.toDouble(&ok);
+    return ok && !plain.isEmpty();
+}
+
+} // namespace
+
+VekGrid::VekGrid(QWidget *parent)
+    : QWidget(parent)
+    , Flexgd1(new FlexGrid(this))
+    , txtEdit(new QLineEdit(this))
+    , mnuPop(new QMenu(this))
+    , mnuInsertRow(mnuPop->addAction(u"插入行"_s))
+    , mnuDeleteRow(mnuPop->addAction(u"删除行"_s))
+{
+    Flexgd1->setObjectName(u"Flexgd1"_s);
+    txtEdit->setObjectName(u"txtEdit"_s);
+    mnuPop->setObjectName(u"mnuPop"_s);
+    mnuInsertRow->setObjectName(u"mnuInsertRow"_s);
+    mnuDeleteRow->setObjectName(u"mnuDeleteRow"_s);
+    txtEdit->setFrame(false);
+    Flexgd1->viewport()->installEventFilter(this);
+    Flexgd1->installEventFilter(this);
+    txtEdit->installEventFilter(this);
+    connect(mnuInsertRow, &QAction::triggered, this, &VekGrid::mnuInsertRow_Click);
+    connect(mnuDeleteRow, &QAction::triggered, this, &VekGrid::mnuDeleteRow_Click);
+    Flexgd1->setFixedRows(1);
+    txtEdit_LostFocus();
+}
+
+VekGrid::~VekGrid() = default;
+
+void VekGrid::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    Flexgd1->setGeometry(rect());
+}
+
+bool VekGrid::refuse()
+{
+    m_lastError = kErrSetNotPermitted;
+    Module1::SetErr(u"不允许设置该属性(错误 387)"_s);
+    return false;
+}
+
+void VekGrid::setRows(qint32 rows)
+{
+    Flexgd1->setRows(rows);
+    if (m_idCol >= 0) {
+        AutoFillID(m_idCol);
+    }
+}
+
+void VekGrid::setDefaultRows(qint16 rows)
+{
+    m_defaultRows = rows;
+    if (rows != 0) {
+        Flexgd1->setRows(rows);
+    }
+    if (m_idCol >= 0) {
+        AutoFillID(m_idCol);
+    }
+}
+
+bool VekGrid::setRow(qint32 row)
+{
+    if (m_designMode || row < 0 || row >= Rows()) {
+        return refuse();
+    }
+    m_lastError = 0;
+    Flexgd1->setRow(row);
+    return true;
+}
+
+bool VekGrid::setClip(const QString &text)
+{
+    if (m_designMode) {
+        return refuse();
+    }
+    m_lastError = 0;
+    Flexgd1->setClip(text);
+    return true;
+}
+
+bool VekGrid::setSetupFile(const QString &file)
+{
+    if (m_designMode) {
+        return refuse();
+    }
+    m_lastError = 0;
+    m_setupFile = file;
+    return true;
+}
+
+void VekGrid::setEditCol(const QString &text)
+{
+    m_editColText = text;
+    m_editCols.clear();
+    for (const QString &part : text.split(u',')) {
+        m_editCols.append(qint32(Module1::Val(part)));
+    }
+}
+
+bool VekGrid::isEditable(qint32 col) const
+{
+    for (qint32 entry : m_editCols) {
+        if (entry == -2) {
+            return false;
+        }
+        if (entry == -1 || entry == col) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void VekGrid::setTextMatrix(qint32 row, qint32 col, const QString &text)
+{
+    const QString oldText = Flexgd1->TextMatrix(row, col);
+    if (!Flexgd1->grid()->setTextMatrix(row, col, text)) {
+        return;
+    }
+    QString newText = text;
+    qint32 cancel = 0;
+    Q_EMIT ChangedByProgram(row, col, oldText, newText, cancel);
+    if (cancel > 0) {
+        Flexgd1->grid()->setTextMatrix(row, col, oldText);
+    }
+}
+
+void VekGrid::AutoFillID(qint32 col)
+{
+    if (col < 0) {
+        m_idCol = -1;
+        return;
+    }
+    m_idCol = col;
+    for (qint32 row = 1; row < Rows(); ++row) {
+        Flexgd1->grid()->setTextMatrix(row, col, QString::number(row));
+    }
+}
+
+void VekGrid::Flexgd1_DblClick()
+{
+    Q_EMIT DblClick();
+    if (Rows() == FixedRows()) {
+        return;
+    }
+    const qint32 row = Flexgd1->Row();
+    const qint32 column = Flexgd1->Col();
+    if (Cols() == FixedCols() || row < FixedRows() || column < FixedCols()) {
+        Flexgd1->setFocus();
+        return;
+    }
+    if (Flexgd1->RowHeight(row) == 0 || Flexgd1->ColWidth(column) == 0) {
+        return;
+    }
+    if (!isEditable(column)) {
+        Flexgd1->setFocus();
+        return;
+    }
+    const QString text = Flexgd1->TextMatrix(row, column);
+    txtEdit->setText(text);
+    // The offsets differ between the raised and the flat look of the grid.
+    const bool raised = Flexgd1->Appearance() == 1;
+    const qint32 left = Flexgd1->pixelsToTwipsX(Flexgd1->x()) + Flexgd1->CellLeft() + (raised ? 30 : 10);
+    const qint32 top = Flexgd1->pixelsToTwipsY(Flexgd1->y()) + Flexgd1->CellTop() + (raised ? 30 : 10);
+    const qint32 width = Flexgd1->ColWidth(column) - 10;
+    const qint32 height = Flexgd1->RowHeight(row) - (raised ? 10 : 20);
+    txtEdit->setGeometry(Flexgd1->twipsToPixelsX(left), Flexgd1->twipsToPixelsY(top),
+                         std::max(1, Flexgd1->twipsToPixelsX(width)), std::max(1, Flexgd1->twipsToPixelsY(height)));
+    txtEdit->setAlignment((isNumericText(text) ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter);
+    QPalette palette = txtEdit->palette();
+    palette.setColor(QPalette::Base, OleColor::toColor(Flexgd1->BackColor()));
+    txtEdit->setPalette(palette);
+    txtEdit->raise();
+    txtEdit->setSelection(0, int(text.size()));
+    txtEdit->setFocus();
+}
+
+void VekGrid::txtEdit_LostFocus()
+{
+    txtEdit->move(Flexgd1->twipsToPixelsX(kParked), Flexgd1->twipsToPixelsY(kParked));
+}
+
+void VekGrid::commitEditor()
+{
+    const qint32 row = Flexgd1->Row();
+    const qint32 column = Flexgd1->Col();
+    const QString oldText = Flexgd1->TextMatrix(row, column);
+    Flexgd1->grid()->setTextMatrix(row, column, txtEdit->text());
+    QString editorText = txtEdit->text();
+    qint32 cancel = 0;
+    Q_EMIT ChangedByUser(row, column, Flexgd1->TextMatrix(row, column), editorText, cancel);
+    if (cancel > 0) {
+        Flexgd1->grid()->setTextMatrix(row, column, oldText);
+    }
+    Flexgd1->setFocus();
+}
+
+void VekGrid::mnuInsertRow_Click()
+{
+    Flexgd1->AddItem(QString::number(Rows()));
+}
+
+void VekGrid::mnuDeleteRow_Click()
+{
+    const qint32 row = Flexgd1->Row();
+    if (row < FixedRows()) {
+        return;
+    }
+    if (Rows() - FixedRows() < 2) {
+        Flexgd1->setRows(FixedRows());
+    } else {
+        Flexgd1->RemoveItem(row);
+    }
+}
+
+void VekGrid::RemoveItem(qint32 index)
+{
+    Flexgd1->RemoveItem(index);
+    while (Rows() < FixedRows() + m_keepLastRows) {
+        Flexgd1->AddItem(QString());
+    }
+}
+
+bool VekGrid::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == txtEdit) {
+        switch (event->type()) {
+        case QEvent::KeyPress: {
+            const int key = static_cast<QKeyEvent *>(event)->key();
+            if (key == Qt::Key_Return || key == Qt::Key_Enter) {
+                commitEditor();
+                return true;
+            }
+            if (key == Qt::Key_Escape) {
+                Flexgd1->setFocus();
+                return true;
+            }
+            break;
+        }
+        case QEvent::FocusIn:
+            txtEdit->selectAll();
+            break;
+        case QEvent::FocusOut:
+            txtEdit_LostFocus();
+            break;
+        default:
+            break;
+        }
+        return QWidget::eventFilter(watched, event);
+    }
+    if (watched == Flexgd1->viewport()) {
+        auto position = [&](QMouseEvent *e, float *x, float *y) {
+            const QPoint p = Flexgd1->viewport()->mapTo(Flexgd1, e->position().toPoint());
+            *x = float(Flexgd1->pixelsToTwipsX(p.x()));
+            *y = float(Flexgd1->pixelsToTwipsY(p.y()));
+        };
+        float x = 0;
+        float y = 0;
+        switch (event->type()) {
+        case QEvent::MouseButtonPress: {
+            auto *e = static_cast<QMouseEvent *>(event);
+            position(e, &x, &y);
+            Q_EMIT MouseDown(buttonCode(e->button()), shiftCode(e->modifiers()), x, y);
+            break;
+        }
+        case QEvent::MouseMove: {
+            auto *e = static_cast<QMouseEvent *>(event);
+            position(e, &x, &y);
+            Q_EMIT MouseMove(buttonCode(e->buttons()), shiftCode(e->modifiers()), x, y);
+            break;
+        }
+        case QEvent::MouseButtonRelease: {
+            auto *e = static_cast<QMouseEvent *>(event);
+            position(e, &x, &y);
+            Q_EMIT MouseUp(buttonCode(e->button()), shiftCode(e->modifiers()), x, y);
+            if (e->button() == Qt::LeftButton) {
+                Q_EMIT Click();
+            } else if (e->button() == Qt::RightButton && m_popMenu) {
+                mnuPop->popup(e->globalPosition().toPoint());
+            }
+            break;
+        }
+        case QEvent::MouseButtonDblClick:
+            // The view sets the current cell on the press that precedes this.
+            Flexgd1_DblClick();
+            return true;
+        default:
+            break;
+        }
+        return QWidget::eventFilter(watched, event);
+    }
+    if (watched == Flexgd1) {
+        if (event->type() == QEvent::KeyPress) {
+            auto *e = static_cast<QKeyEvent *>(event);
+            Q_EMIT KeyDown(keyCode(e->key()), shiftCode(e->modifiers()));
+            if (!e->text().isEmpty() && e->text().at(0).unicode() < 0x8000) {
+                Q_EMIT KeyPress(qint16(e->text().at(0).unicode()));
+            }
+            if (e->key() == Qt::Key_Return || e->key() == Qt::Key_Enter) {
+                Flexgd1_DblClick();
+                return true;
+            }
+        } else if (event->type() == QEvent::KeyRelease) {
+            auto *e = static_cast<QKeyEvent *>(event);
+            Q_EMIT KeyUp(keyCode(e->key()), shiftCode(e->modifiers()));
+        }
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+bool VekGrid::SaveOrReadColWidth(const QString &section, const QString &key, bool isRead)
+{
+    if (m_isDemo) {
+        return true;
+    }
+    if (!isRead) {
+        QString widths;
+        for (qint32 c = 0; c < Cols(); ++c) {
+            widths += QString::number(Flexgd1->ColWidth(c)) + u';';
+        }
+        Module1::SetIniString(section, key, m_setupFile, widths);
+        return true;
+    }
+    const QString stored = Module1::GetIniString(section, key, m_setupFile, u"NoSetting"_s);
+    if (stored == u"NoSetting"_s) {
+        return true;
+    }
+    const QStringList parts = stored.split(u';');
+    for (qint32 i = 0; i < qint32(parts.size()) && i < Cols(); ++i) {
+        if (parts[i].trimmed().isEmpty()) {
+            continue; // what follows the final ";"
+        }
+        bool ok = false;
+        const double width = parts[i].trimmed().toDouble(&ok);
+        if (!ok) {
+            Module1::SetErr(u"类型不匹配: "_s + parts[i]);
+            return false;
+        }
+        Flexgd1->setColWidth(i, qint32(width));
+    }
+    return true;
+}
+
+bool VekGrid::FillByRecordSet(QSqlQuery &rst, QString &formatText)
+{
+    try {
+        Flexgd1->setRedraw(false);
+        Flexgd1->setRows(1);
+        Flexgd1->setCols(1);
+        if (!rst.isActive()) {
+            throw std::runtime_error("record set is not open");
+        }
+        const QSqlRecord record = rst.record();
+        const int count = record.count();
+        if (formatText.isEmpty()) {
+            formatText = record.fieldName(0);
+            for (int i = 1; i < count; ++i) {
+                formatText += u"|<"_s + record.fieldName(i);
+            }
+        }
+        Flexgd1->setFormatString(formatText);
+        if (count != Cols()) {
+            throw std::runtime_error("format does not match the fields");
+        }
+        FlexGridModel *grid = Flexgd1->grid();
+        while (rst.next()) {
+            const QVariant first = rst.value(0);
+            if (first.isNull()) {
+                // A NULL in the first field ends the load, as it always did.
+                throw std::runtime_error("NULL in the first field");
+            }
+            formatText = first.toString();
+            for (int i = 1; i < count; ++i) {
+                formatText += u'\t';
+                const QVariant value = rst.value(i);
+                if (!value.isNull()) {
+                    formatText += value.toString();
+                }
+            }
+            grid->AddItem(formatText);
+        }
+        Flexgd1->setRedraw(true);
+        return true;
+    } catch (const std::exception &) {
+        CPrompt::current().MsgBox(u"用记录集填充表格时发生错误!"_s, CPrompt::vbOKOnly, QString());
+        return false;
+    }
+}
+
+void VekGrid::RemoveCol(qint32 &col)
+{
+    if (Cols() == 1) {
+        CPrompt::current().MsgBox(u"该列不能删除！"_s, CPrompt::vbExclamation, QString());
+        return;
+    }
+    if (Cols() == 0) {
+        Flexgd1->setCols(1);
+    }
+    if (col < 0 || col >= Cols()) {
+        return;
+    }
+    for (qint32 c = col; c < Cols() - 1; ++c) {
+        Flexgd1->setColWidth(c, Flexgd1->ColWidth(c + 1));
+    }
+    Flexgd1->grid()->removeColumn(col);
+}
+
+namespace {
+
+struct BagEntry
+{
+    const char16_t *key;
+    QVariant defaultValue;
+    std::function<QVariant(const VekGrid &)> get;
+    std::function<void(VekGrid &, const QVariant &)> set;
+};
+
+// The persisted properties in their order; indexed ones for index 0.
+const std::vector<BagEntry> &bagEntries()
+{
+    static const std::vector<BagEntry> entries = [] {
+        std::vector<BagEntry> e;
+        auto grid = [](const VekGrid &g) {
+            return g.Flexgd1;
+        };
+        auto colour = [&](const char16_t *key, quint32 def, const char *name) {
+            e.push_back({key, QVariant(def), [name](const VekGrid &g) { return g.Flexgd1->property(name); },
+                         [name](VekGrid &g, const QVariant &v) {
+                             g.Flexgd1->setProperty(name, v.toUInt());
+                         }});
+        };
+        auto number = [&](const char16_t *key, int def, const char *name) {
+            e.push_back({key, QVariant(def), [name](const VekGrid &g) { return g.Flexgd1->property(name); },
+                         [name](VekGrid &g, const QVariant &v) {
+                             g.Flexgd1->setProperty(name, v.toInt());
+                         }});
+        };
+        colour(u"BackColor", 0x80000005u, "BackColor");
+        colour(u"ForeColor", 0x80000008u, "ForeColor");
+        e.push_back({u"Enabled", QVariant(true), [](const VekGrid &g) { return QVariant(g.Flexgd1->isEnabled()); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.Flexgd1->setEnabled(v.toBool());
+                     }});
+        e.push_back({u"Font", QVariant(), [](const VekGrid &g) { return QVariant(g.Flexgd1->font().toString()); },
+                     [](VekGrid &g, const QVariant &v) {
+                         QFont font;
+                         if (font.fromString(v.toString())) {
+                             g.Flexgd1->setFont(font);
+                         }
+                     }});
+        number(u"BorderStyle", 1, "BorderStyle");
+        number(u"Rows", 2, "Rows");
+        number(u"Cols", 2, "Cols");
+        number(u"RowHeightMin", 0, "RowHeightMin");
+        e.push_back({u"TextMatrix0", QVariant(QString()),
+                     [grid](const VekGrid &g) { return QVariant(grid(g)->TextMatrix(grid(g)->Row(), grid(g)->Col())); },
+                     [grid](VekGrid &g, const QVariant &v) {
+                         grid(g)->setTextMatrix(grid(g)->Row(), grid(g)->Col(), v.toString());
+                     }});
+        number(u"FixedRows", 1, "FixedRows");
+        number(u"FixedCols", 1, "FixedCols");
+        e.push_back({u"FormatString", QVariant(QString()), [](const VekGrid &g) { return QVariant(g.FormatString()); },
+                     [](VekGrid &g, const QVariant &v) {
+                         if (!v.toString().isEmpty()) {
+                             g.setFormatString(v.toString());
+                         }
+                     }});
+        colour(u"GridColorFixed", 0u, "GridColorFixed");
+        colour(u"GridColor", 0xC0C0C0u, "GridColor");
+        e.push_back({u"EditCol", QVariant(QString()), [](const VekGrid &g) { return QVariant(g.EditCol()); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.setEditCol(v.toString());
+                     }});
+        e.push_back({u"ColWidth0", QVariant(), [](const VekGrid &g) { return QVariant(g.Flexgd1->ColWidth(0)); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.Flexgd1->setColWidth(0, v.toInt());
+                     }});
+        e.push_back({u"RowHeight0", QVariant(), [](const VekGrid &g) { return QVariant(g.Flexgd1->RowHeight(0)); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.Flexgd1->setRowHeight(0, v.toInt());
+                     }});
+        number(u"Appearance", 1, "Appearance");
+        colour(u"BackColorBkg", 0x808080u, "BackColorBkg");
+        colour(u"BackColorFixed", 0x8000000Fu, "BackColorFixed");
+        colour(u"ForeColorFixed", 0x80000012u, "ForeColorFixed");
+        number(u"AllowUserResizing", 0, "AllowUserResizing");
+        number(u"ScrollBars", 3, "ScrollBars");
+        e.push_back({u"DefaultRows", QVariant(0), [](const VekGrid &g) { return QVariant(int(g.DefaultRows())); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.setDefaultRows(qint16(v.toInt()));
+                     }});
+        e.push_back({u"KeepLastRow", QVariant(1), [](const VekGrid &g) { return QVariant(int(g.KeepLastRows())); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.setKeepLastRows(qint16(v.toInt()));
+                     }});
+        e.push_back({u"Redraw", QVariant(true), [](const VekGrid &g) { return QVariant(g.Flexgd1->Redraw()); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.Flexgd1->setRedraw(v.toBool());
+                     }});
+        e.push_back({u"ColAlignment0", QVariant(),
+                     [](const VekGrid &g) { return QVariant(g.Flexgd1->ColAlignment(0)); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.Flexgd1->setColAlignment(0, v.toInt());
+                     }});
+        number(u"RowSel", 0, "RowSel");
+        number(u"ColSel", 0, "ColSel");
+        e.push_back({u"Clip", QVariant(QString()), [](const VekGrid &g) { return QVariant(g.Clip()); },
+                     [](VekGrid &g, const QVariant &v) {
+                         if (!v.toString().isEmpty()) {
+                             g.setClip(v.toString());
+                         }
+                     }});
+        e.push_back({u"AutoEditNextCell", QVariant(true),
+                     [](const VekGrid &g) { return QVariant(g.AutoEditNextCell()); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.setAutoEditNextCell(v.toBool());
+                     }});
+        e.push_back({u"UpdateNoEnterPress", QVariant(false),
+                     [](const VekGrid &g) { return QVariant(g.UpdateNoEnterPress()); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.setUpdateNoEnterPress(v.toBool());
+                     }});
+        e.push_back({u"CellBackColor", QVariant(0), [](const VekGrid &) { return QVariant(0); },
+                     [](VekGrid &, const QVariant &) {
+                     }});
+        number(u"SelectionMode", 0, "SelectionMode");
+        e.push_back({u"AllowBigSelection", QVariant(true),
+                     [](const VekGrid &g) { return QVariant(g.Flexgd1->AllowBigSelection()); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.Flexgd1->setAllowBigSelection(v.toBool());
+                     }});
+        e.push_back({u"PopMenu", QVariant(false), [](const VekGrid &g) { return QVariant(g.PopMenu()); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.setPopMenu(v.toBool());
+                     }});
+        e.push_back({u"MergeRow0", QVariant(), [](const VekGrid &g) { return QVariant(g.Flexgd1->MergeRow(0)); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.Flexgd1->setMergeRow(0, v.toBool());
+                     }});
+        e.push_back({u"MergeCol0", QVariant(), [](const VekGrid &g) { return QVariant(g.Flexgd1->MergeCol(0)); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.Flexgd1->setMergeCol(0, v.toBool());
+                     }});
+        number(u"MergeCells", 0, "MergeCells");
+        e.push_back({u"SetupFile", QVariant(u"0"_s), [](const VekGrid &g) { return QVariant(g.SetupFile()); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.setSetupFile(v.toString());
+                     }});
+        e.push_back({u"IsDemo", QVariant(false), [](const VekGrid &g) { return QVariant(g.IsDemo()); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.setIsDemo(v.toBool());
+                     }});
+        number(u"FillStyle", 0, "FillStyle");
+        e.push_back({u"FixedAlignment0", QVariant(),
+                     [](const VekGrid &g) { return QVariant(g.Flexgd1->FixedAlignment(0)); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.Flexgd1->setFixedAlignment(0, v.toInt());
+                     }});
+        colour(u"BackColorSel", 0u, "BackColorSel");
+        return e;
+    }();
+    return entries;
+}
+
+bool sameValue(const QVariant &a, const QVariant &b)
+{
+    if (!b.isValid()) {
+        return false;
+    }
+    if (a.metaType() == b.metaType()) {
+        return a == b;
+    }
+    return a.toString() == b.toString();
+}
+
+} // namespace
+
+void VekGrid::WriteProperties(QVariantMap &bag) const
+{
+    for (const BagEntry &entry : bagEntries()) {
+        const QVariant value = entry.get(*this);
+        const QString key = QString::fromUtf16(entry.key);
+        if (sameValue(value, entry.defaultValue)) {
+            bag.remove(key);
+        } else {
+            bag.insert(key, value);
+        }
+    }
+}
+
+void VekGrid::ReadProperties(const QVariantMap &bag)
+{
+    const bool design = m_designMode;
+    m_designMode = false; // the bag restores guarded properties too
+    for (const BagEntry &entry : bagEntries()) {
+        const QString key = QString::fromUtf16(entry.key);
+        const auto it = bag.constFind(key);
+        if (it != bag.constEnd()) {
+            entry.set(*this, *it);
+        } else if (entry.defaultValue.isValid()) {
+            entry.set(*this, entry.defaultValue);
+        }
+    }
+    m_designMode = design;
+}
+
+void VekGrid::InitProperties()
+{
+    m_setupFile = u"0"_s;
+    m_keepLastRows = 1;
+    m_autoEditNextCell = true;
+}

@@ -1,0 +1,173 @@
+#ifndef QUILLON_VEKGRID_H
+#define QUILLON_VEKGRID_H
+
+#include "flexgrid.h"
+#include "quillon_export.h"
+
+#include <QVariantMap>
+#include <QWidget>
+
+class QLineEdit;
+class QMenu;
+class QAction;
+class QSqlQuery;
+
+/**
+ * The editable grid control: a FlexGrid (Flexgd1) with an overlay editor (txtEdit) that opens on double click or
+ * Enter, change events that the host may veto, a row menu (mnuPop), ID-column numbering, persisted properties and
+ * column widths kept in an ini file.
+ *
+ * The change events pass their text and cancel flag by reference and must be handled synchronously (direct
+ * connections). Printing and the Designer plugin are not part of this class yet.
+ */
+class QUILLON_EXPORT VekGrid : public QWidget
+{
+    Q_OBJECT
+    Q_PROPERTY(quint32 BackColor READ BackColor WRITE setBackColor)
+    Q_PROPERTY(quint32 ForeColor READ ForeColor WRITE setForeColor)
+    Q_PROPERTY(qint32 Rows READ Rows WRITE setRows)
+    Q_PROPERTY(qint32 Cols READ Cols WRITE setCols)
+    Q_PROPERTY(qint32 FixedRows READ FixedRows WRITE setFixedRows)
+    Q_PROPERTY(qint32 FixedCols READ FixedCols WRITE setFixedCols)
+    Q_PROPERTY(QString FormatString READ FormatString WRITE setFormatString)
+    Q_PROPERTY(QString EditCol READ EditCol WRITE setEditCol)
+    Q_PROPERTY(qint16 DefaultRows READ DefaultRows WRITE setDefaultRows)
+    Q_PROPERTY(qint32 Row READ Row WRITE setRow)
+    Q_PROPERTY(qint32 col READ col WRITE setCol)
+    Q_PROPERTY(qint16 KeepLastRows READ KeepLastRows WRITE setKeepLastRows)
+    Q_PROPERTY(QString Clip READ Clip WRITE setClip)
+    Q_PROPERTY(bool AutoEditNextCell READ AutoEditNextCell WRITE setAutoEditNextCell)
+    Q_PROPERTY(bool UpdateNoEnterPress READ UpdateNoEnterPress WRITE setUpdateNoEnterPress)
+    Q_PROPERTY(bool PopMenu READ PopMenu WRITE setPopMenu)
+    Q_PROPERTY(QString SetupFile READ SetupFile WRITE setSetupFile)
+    Q_PROPERTY(bool IsDemo READ IsDemo WRITE setIsDemo)
+
+public:
+    /// The error that a refused assignment leaves (set not permitted).
+    static constexpr int kErrSetNotPermitted = 387;
+
+    explicit VekGrid(QWidget *parent = nullptr);
+    ~VekGrid() override;
+    Q_DISABLE_COPY_MOVE(VekGrid)
+
+    FlexGrid *const Flexgd1;
+    QLineEdit *const txtEdit;
+    QMenu *const mnuPop;
+    QAction *const mnuInsertRow;
+    QAction *const mnuDeleteRow;
+
+    /// While the host is in design mode, Row, Clip and SetupFile refuse assignments.
+    void setDesignMode(bool design) { m_designMode = design; }
+    bool designMode() const { return m_designMode; }
+    /// The error number the last refused assignment left (0 when none), cleared by the next accepted one.
+    int lastError() const { return m_lastError; }
+
+    quint32 BackColor() const { return Flexgd1->BackColor(); }
+    void setBackColor(quint32 color) { Flexgd1->setBackColor(color); }
+    quint32 ForeColor() const { return Flexgd1->ForeColor(); }
+    void setForeColor(quint32 color) { Flexgd1->setForeColor(color); }
+    qint32 Rows() const { return Flexgd1->Rows(); }
+    void setRows(qint32 rows);
+    qint32 Cols() const { return Flexgd1->Cols(); }
+    void setCols(qint32 cols) { Flexgd1->setCols(cols); }
+    qint32 FixedRows() const { return Flexgd1->FixedRows(); }
+    void setFixedRows(qint32 rows) { Flexgd1->setFixedRows(rows); }
+    qint32 FixedCols() const { return Flexgd1->FixedCols(); }
+    void setFixedCols(qint32 cols) { Flexgd1->setFixedCols(cols); }
+    QString FormatString() const { return Flexgd1->FormatString(); }
+    void setFormatString(const QString &format) { Flexgd1->setFormatString(format); }
+
+    Q_INVOKABLE QString TextMatrix(qint32 row, qint32 col) const { return Flexgd1->TextMatrix(row, col); }
+    /// Stores the text, raises ChangedByProgram, and puts the old text back when the handler cancels.
+    Q_INVOKABLE void setTextMatrix(qint32 row, qint32 col, const QString &text);
+    Q_INVOKABLE qint32 ColWidth(qint32 col) const { return Flexgd1->ColWidth(col); }
+    Q_INVOKABLE void setColWidth(qint32 col, qint32 twips) { Flexgd1->setColWidth(col, twips); }
+
+    /// Comma-separated editable columns: -1 every column, -2 ends the list, other numbers name a column.
+    QString EditCol() const { return m_editColText; }
+    void setEditCol(const QString &text);
+    qint16 DefaultRows() const { return m_defaultRows; }
+    void setDefaultRows(qint16 rows);
+    qint32 Row() const { return Flexgd1->Row(); }
+    /// Refused (error 387) in design mode and outside 0..Rows-1.
+    bool setRow(qint32 row);
+    qint32 col() const { return Flexgd1->Col(); }
+    void setCol(qint32 col) { Flexgd1->setCol(col); }
+    qint16 KeepLastRows() const { return m_keepLastRows; }
+    void setKeepLastRows(qint16 rows) { m_keepLastRows = rows; }
+    QString Clip() const { return Flexgd1->Clip(); }
+    bool setClip(const QString &text);
+    bool AutoEditNextCell() const { return m_autoEditNextCell; }
+    void setAutoEditNextCell(bool on) { m_autoEditNextCell = on; }
+    bool UpdateNoEnterPress() const { return m_updateNoEnterPress; }
+    void setUpdateNoEnterPress(bool on) { m_updateNoEnterPress = on; }
+    bool PopMenu() const { return m_popMenu; }
+    void setPopMenu(bool on) { m_popMenu = on; }
+    QString SetupFile() const { return m_setupFile; }
+    bool setSetupFile(const QString &file);
+    bool IsDemo() const { return m_isDemo; }
+    void setIsDemo(bool demo) { m_isDemo = demo; }
+
+    /// Saves (IsRead false) or restores the column widths under one ini section and key of SetupFile.
+    /// Returns false when a stored width is not a number (the widths before it are applied).
+    bool SaveOrReadColWidth(const QString &section, const QString &key, bool isRead);
+    /// Numbers rows 1..Rows-1 of a column and keeps numbering it on row-count changes; a negative column stops.
+    void AutoFillID(qint32 col);
+
+    /// Loads every row of an active query, the header from the field names when `formatText` is empty.
+    bool FillByRecordSet(QSqlQuery &rst, QString &formatText);
+    /// Removes a column, moving the columns right of it (widths and texts) one place left.
+    void RemoveCol(qint32 &col);
+
+    Q_INVOKABLE void AddItem(const QString &text, qint32 index = -1) { Flexgd1->AddItem(text, index); }
+    Q_INVOKABLE void AddColItem(const QString &text) { Flexgd1->grid()->AddColItem(text); }
+    /// Removes a row, then adds empty rows until at least KeepLastRows data rows remain.
+    Q_INVOKABLE void RemoveItem(qint32 index);
+    Q_INVOKABLE void Refresh() { Flexgd1->viewport()->update(); }
+
+    /// The property bag: every persisted property under its key, values equal to their defaults left out.
+    void WriteProperties(QVariantMap &bag) const;
+    void ReadProperties(const QVariantMap &bag);
+    /// The values a control placed anew on a form starts with.
+    void InitProperties();
+
+Q_SIGNALS:
+    void ChangedByProgram(qint32 row, qint32 col, const QString &oldText, QString &newText, qint32 &cancel);
+    void ChangedByUser(qint32 row, qint32 col, const QString &cellText, QString &editorText, qint32 &cancel);
+    void Click();
+    void DblClick();
+    void KeyDown(qint16 keyCode, qint16 shift);
+    void KeyPress(qint16 keyAscii);
+    void KeyUp(qint16 keyCode, qint16 shift);
+    void MouseDown(qint16 button, qint16 shift, float x, float y);
+    void MouseMove(qint16 button, qint16 shift, float x, float y);
+    void MouseUp(qint16 button, qint16 shift, float x, float y);
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+
+private:
+    void Flexgd1_DblClick();
+    void txtEdit_LostFocus();
+    void commitEditor();
+    void mnuInsertRow_Click();
+    void mnuDeleteRow_Click();
+    bool refuse();
+    bool isEditable(qint32 col) const;
+
+    QList<qint32> m_editCols {-1};
+    QString m_editColText;
+    qint32 m_idCol = -1;
+    qint16 m_defaultRows = 0;
+    qint16 m_keepLastRows = 0;
+    bool m_autoEditNextCell = false;
+    bool m_updateNoEnterPress = false;
+    bool m_popMenu = false;
+    bool m_isDemo = false;
+    QString m_setupFile = QStringLiteral("VekGrid.ini");
+    bool m_designMode = false;
+    int m_lastError = 0;
+};
+
+#endif
