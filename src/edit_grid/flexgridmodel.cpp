@@ -50,7 +50,9 @@ std::uint32_t *makeRow(const QVarLengthArray<QStringView, 32> &cells)
     auto *out = reinterpret_cast<char16_t *>(row + 1 + count);
     std::uint32_t end = 0;
     for (qsizetype i = 0; i < count; ++i) {
-        std::memcpy(out + end, cells[i].utf16(), sizeof(char16_t) * std::size_t(cells[i].size()));
+        if (!cells[i].isEmpty()) {
+            std::memcpy(out + end, cells[i].utf16(), sizeof(char16_t) * std::size_t(cells[i].size()));
+        }
         end += std::uint32_t(cells[i].size());
         row[1 + i] = end;
     }

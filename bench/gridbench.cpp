@@ -1,0 +1,105 @@
+// Filling the grid control from a query: FillByRecordSet of N rows × 10 short text columns from SQLite against a
+// bare scan of the same query, and the memory a cell takes.
+//
+//   quillon-bench-grid [--rows N]
+#include "cconnection.h"
+#include "prompt.h"
+#include "vekgrid.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QSqlQuery>
+#include <QTemporaryDir>
+
+#include <malloc.h>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+qint64 residentBytes()
+{
+    QFile status(u"/proc/self/status"_s);
+    if (!status.open(QIODevice::ReadOnly)) {
+        return 0;
+    }
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:")) {
+            return line.mid(6).trimmed().split(' ').first().toLongLong() * 1024;
+        }
+    }
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    QApplication app(argc, argv);
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    ScriptedPrompt prompt;
+    prompt.setEcho(true);
+    CPrompt::setCurrent(&prompt);
+    int rows = 1000000;
+    const QStringList args = QCoreApplication::arguments();
+    for (qsizetype i = 1; i < args.size(); ++i) {
+        if (args[i] == u"--rows"_s && i + 1 < args.size()) {
+            rows = args[++i].toInt();
+        } else {
+            std::fprintf(stderr, "usage: quillon-bench-grid [--rows N]\n");
+            return 2;
+        }
+    }
+    QTemporaryDir dir;
+    auto db = CConnection::Open(u"sqlite://"_s + dir.path() + u"/grid.db"_s);
+    db->Execute(u"CREATE TABLE g (c0 TEXT, c1 TEXT, c2 TEXT, c3 TEXT, c4 TEXT, c5 TEXT, c6 TEXT, c7 TEXT, c8 TEXT, "
+                "c9 TEXT)"_s);
+    {
+        CTransaction transaction(*db);
+        QVariantList values;
+        for (int r = 0; r < rows; ++r) {
+            values.clear();
+            values << QString(u"SP"_s + QString::number(r)) << u"可口可乐"_s << u"500ml"_s << u"瓶"_s << u"饮料"_s
+                   << QString::number(r % 97) << u"3.50"_s << u"2.80"_s << u"12"_s << u"备注"_s;
+            db->Execute(u"INSERT INTO g VALUES (?,?,?,?,?,?,?,?,?,?)"_s, values);
+        }
+        transaction.Commit();
+    }
+    const QString sql = u"SELECT * FROM g"_s;
+
+    QElapsedTimer timer;
+    timer.start();
+    qint64 chars = 0;
+    {
+        QSqlQuery q = db->Select(sql);
+        while (q.next()) {
+            for (int c = 0; c < 10; ++c) {
+                chars += q.value(c).toString().size();
+            }
+        }
+    }
+    const double bare = double(timer.nsecsElapsed()) / 1e9;
+
+    VekGrid grid;
+    malloc_trim(0);
+    const qint64 before = residentBytes();
+    QSqlQuery query = db->Select(sql);
+    QString format;
+    timer.restart();
+    if (!grid.FillByRecordSet(query, format)) {
+        return 1;
+    }
+    const double fill = double(timer.nsecsElapsed()) / 1e9;
+    const qint64 after = residentBytes();
+    const double cells = double(rows) * 10.0;
+    std::printf("bare scan: %d rows in %.2f s (%lld characters)\n", rows, bare, chars);
+    std::printf("FillByRecordSet: %d rows in %.2f s; ratio %.2f (goal <= 2)\n", grid.Rows() - 1, fill, fill / bare);
+    std::printf("memory: %.1f bytes per cell (goal < 64)\n", double(after - before) / cells);
+    return 0;
+}
