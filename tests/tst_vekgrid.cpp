@@ -4,7 +4,9 @@
 #include "vekgrid.h"
 
 #include <QAction>
+#include <QFileInfo>
 #include <QLineEdit>
+#include <QPdfWriter>
 #include <QSignalSpy>
 #include <QSqlQuery>
 #include <QTemporaryDir>
@@ -311,6 +313,19 @@ private Q_SLOTS:
         m_grid->RemoveCol(col);
         QCOMPARE(m_prompt->lastText(), u"该列不能删除！"_s);
         QCOMPARE(m_grid->Cols(), 1);
+    }
+
+    void printingLaysRowsOutOnPages()
+    {
+        QTemporaryDir dir;
+        m_grid->setRows(1);
+        for (int i = 0; i < 200; ++i) {
+            m_grid->AddItem(QString::number(i) + u"\t商品名称\t3.50"_s);
+        }
+        QPdfWriter pdf(dir.filePath(u"grid.pdf"_s));
+        const int pages = m_grid->renderPages(&pdf, u"商品清单"_s);
+        QVERIFY2(pages > 1, qPrintable(QString::number(pages)));
+        QVERIFY(QFileInfo(dir.filePath(u"grid.pdf"_s)).size() > 1000);
     }
 
     void removeItemKeepsTheLastRows()

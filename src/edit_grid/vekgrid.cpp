@@ -10,6 +10,10 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QMouseEvent>
+#include <QPagedPaintDevice>
+#include <QPainter>
+#include <QPrintPreviewDialog>
+#include <QPrinter>
 #include <QSqlQuery>
 #include <QSqlRecord>
 
@@ -491,6 +495,76 @@ void VekGrid::RemoveCol(qint32 &col)
         Flexgd1->setColWidth(c, Flexgd1->ColWidth(c + 1));
     }
     Flexgd1->grid()->removeColumn(col);
+}
+
+int VekGrid::renderPages(QPagedPaintDevice *device, const QString &title) const
+{
+    QPainter painter;
+    if (!device || !painter.begin(device)) {
+        return 0;
+    }
+    const QRect page = painter.viewport();
+    const QFontMetrics metrics(painter.font());
+    const int lineHeight = metrics.height() * 3 / 2;
+    const int cols = Cols();
+    std::vector<double> widths(std::size_t(std::max(cols, 0)));
+    double total = 0;
+    for (int c = 0; c < cols; ++c) {
+        widths[std::size_t(c)] = std::max(1, Flexgd1->ColWidth(c));
+        total += widths[std::size_t(c)];
+    }
+    const double scale = total > 0 ? page.width() / total : 1.0;
+    int pages = 1;
+    int y = page.top();
+    auto drawRow = [&](int row, bool fixed) {
+        double x = page.left();
+        for (int c = 0; c < cols; ++c) {
+            const QRectF cell(x, y, widths[std::size_t(c)] * scale, lineHeight);
+            if (fixed || c < FixedCols()) {
+                painter.fillRect(cell, QColor(0xE0, 0xE0, 0xE0));
+            }
+            painter.drawRect(cell);
+            const auto align =
+                Flexgd1->grid()->data(Flexgd1->grid()->index(row, c), Qt::TextAlignmentRole).value<Qt::Alignment>();
+            painter.drawText(cell.adjusted(4, 0, -4, 0), int(align ? align : (Qt::AlignLeft | Qt::AlignVCenter)),
+                             metrics.elidedText(TextMatrix(row, c), Qt::ElideRight, int(cell.width()) - 8));
+            x += cell.width();
+        }
+        y += lineHeight;
+    };
+    // The title and the fixed rows head every page.
+    auto drawTop = [&] {
+        if (!title.isEmpty()) {
+            painter.drawText(QRect(page.left(), y, page.width(), lineHeight), Qt::AlignCenter, title);
+            y += lineHeight;
+        }
+        for (int r = 0; r < FixedRows(); ++r) {
+            drawRow(r, true);
+        }
+    };
+    drawTop();
+    for (int r = FixedRows(); r < Rows(); ++r) {
+        if (y + lineHeight > page.bottom()) {
+            device->newPage();
+            ++pages;
+            y = page.top();
+            drawTop();
+        }
+        drawRow(r, false);
+    }
+    painter.end();
+    return pages;
+}
+
+void VekGrid::PrintGrid(const QString &title)
+{
+    QPrinter printer(QPrinter::HighResolution);
+    printer.setDocName(title.isEmpty() ? windowTitle() : title);
+    QPrintPreviewDialog preview(&printer, this);
+    preview.setWindowTitle(u"打印预览"_s);
+    connect(&preview, &QPrintPreviewDialog::paintRequested, this,
+            [this, title](QPrinter *target) { renderPages(target, title); });
+    preview.exec();
 }
 
 namespace {

@@ -10,6 +10,7 @@
 class QLineEdit;
 class QMenu;
 class QAction;
+class QPagedPaintDevice;
 class QSqlQuery;
 
 /**
@@ -18,7 +19,7 @@ class QSqlQuery;
  * column widths kept in an ini file.
  *
  * The change events pass their text and cancel flag by reference and must be handled synchronously (direct
- * connections). Printing and the Designer plugin are not part of this class yet.
+ * connections).
  */
 class QUILLON_EXPORT VekGrid : public QWidget
 {
@@ -124,6 +125,12 @@ public:
     /// Removes a row, then adds empty rows until at least KeepLastRows data rows remain.
     Q_INVOKABLE void RemoveItem(qint32 index);
     Q_INVOKABLE void Refresh() { Flexgd1->viewport()->update(); }
+
+    /// Prints the grid after a preview in which the user picks a printer or a PDF file.
+    Q_INVOKABLE void PrintGrid(const QString &title = QString());
+    /// Lays every row out on pages of `device` (a printer or a PDF writer), the fixed rows repeated on top of each
+    /// page and the columns scaled to the page width. Returns the number of pages.
+    int renderPages(QPagedPaintDevice *device, const QString &title) const;
 
     /// The property bag: every persisted property under its key, values equal to their defaults left out.
     void WriteProperties(QVariantMap &bag) const;
