@@ -2,6 +2,7 @@
 // bare scan of the same query, and the memory a cell takes.
 //
 //   quillon-bench-grid [--rows N]
+#include "benchsupport.h"
 #include "cconnection.h"
 #include "prompt.h"
 #include "vekgrid.h"
@@ -18,23 +19,7 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-qint64 residentBytes()
-{
-    QFile status(u"/proc/self/status"_s);
-    if (!status.open(QIODevice::ReadOnly)) {
-        return 0;
-    }
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:")) {
-            return line.mid(6).trimmed().split(' ').first().toLongLong() * 1024;
-        }
-    }
-    return 0;
-}
-
-} // namespace
+namespace { } // namespace
 
 int main(int argc, char *argv[])
 {
@@ -88,7 +73,7 @@ int main(int argc, char *argv[])
 
     VekGrid grid;
     malloc_trim(0);
-    const qint64 before = residentBytes();
+    const qint64 before = BenchSupport::residentBytes();
     QSqlQuery query = db->Select(sql);
     QString format;
     timer.restart();
@@ -96,7 +81,7 @@ int main(int argc, char *argv[])
         return 1;
     }
     const double fill = double(timer.nsecsElapsed()) / 1e9;
-    const qint64 after = residentBytes();
+    const qint64 after = BenchSupport::residentBytes();
     const double cells = double(rows) * 10.0;
     std::printf("bare scan: %d rows in %.2f s (%lld characters)\n", rows, bare, chars);
     std::printf("FillByRecordSet: %d rows in %.2f s; ratio %.2f (goal <= 2)\n", grid.Rows() - 1, fill, fill / bare);

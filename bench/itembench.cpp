@@ -4,6 +4,7 @@
 //
 // Without --db the database is an SQLite file in a temporary folder. --reuse keeps a database that already holds N
 // generated items instead of generating it again; --load-only stops after loading (for profiling the load).
+#include "benchsupport.h"
 #include "cbus.h"
 #include "cconnection.h"
 #include "citems.h"
@@ -28,20 +29,6 @@ namespace {
 double seconds(const QElapsedTimer &t)
 {
     return double(t.nsecsElapsed()) / 1e9;
-}
-
-qint64 residentBytes()
-{
-    QFile status(u"/proc/self/status"_s);
-    if (!status.open(QIODevice::ReadOnly)) {
-        return 0;
-    }
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:")) {
-            return line.mid(6).trimmed().split(' ').first().toLongLong() * 1024;
-        }
-    }
-    return 0;
 }
 
 const char16_t kHanzi[] = u"华东北南西中国上海市京天津广州深圳成都重庆武汉杭苏宁波青岛大连厦门长沙郑州济西安福"
@@ -284,12 +271,12 @@ int main(int argc, char *argv[])
     }
 
     malloc_trim(0);
-    const qint64 before = residentBytes();
+    const qint64 before = BenchSupport::residentBytes();
     CBus bus;
     timer.restart();
     bus.InitAllData(db);
     const double load = seconds(timer);
-    const qint64 after = residentBytes();
+    const qint64 after = BenchSupport::residentBytes();
     qint64 loaded = 0;
     for (int type = 1; type <= 12; ++type) {
         if (auto items = bus.collection(type)) {

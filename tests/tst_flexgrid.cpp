@@ -3,6 +3,7 @@
 
 #include <QAbstractItemModelTester>
 #include <QHeaderView>
+#include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -126,6 +127,52 @@ private Q_SLOTS:
         QCOMPARE(OleColor::toColor(value), color);
         if (!(value & 0x80000000u)) {
             QCOMPARE(OleColor::fromColor(color), value);
+        }
+    }
+
+    void viewStaysConsistentUnderRandomReshaping()
+    {
+        // The header proxy shifts rows and columns by the fixed counts; the tester checks every change it passes on.
+        FlexGrid grid;
+        QAbstractItemModelTester tester(grid.model(), QAbstractItemModelTester::FailureReportingMode::QtTest);
+        QRandomGenerator rng(4242);
+        for (int step = 0; step < 400; ++step) {
+            const int op = rng.bounded(7);
+            if (qEnvironmentVariableIsSet("TRACE_RESHAPE")) {
+                qWarning("step %d op %d rows %d cols %d fixed %d/%d", step, op, grid.Rows(), grid.Cols(),
+                         grid.FixedRows(), grid.FixedCols());
+            }
+            switch (op) {
+            case 0:
+                grid.setRows(rng.bounded(8));
+                break;
+            case 1:
+                grid.setCols(rng.bounded(6));
+                break;
+            case 2:
+                grid.setFixedRows(rng.bounded(3));
+                break;
+            case 3:
+                grid.setFixedCols(rng.bounded(3));
+                break;
+            case 4:
+                grid.AddItem(u"a\tb\tc"_s, rng.bounded(-1, grid.Rows() + 1));
+                break;
+            case 5:
+                grid.RemoveItem(rng.bounded(std::max(1, grid.Rows())));
+                break;
+            default:
+                grid.setTextMatrix(rng.bounded(8), rng.bounded(6), QString::number(step));
+                break;
+            }
+            QCOMPARE(grid.model()->rowCount(), std::max(0, grid.Rows() - grid.FixedRows()));
+            QCOMPARE(grid.model()->columnCount(), std::max(0, grid.Cols() - grid.FixedCols()));
+            if (grid.model()->rowCount() > 0 && grid.model()->columnCount() > 0) {
+                const int r = grid.model()->rowCount() - 1;
+                const int c = grid.model()->columnCount() - 1;
+                QCOMPARE(grid.model()->index(r, c).data().toString(),
+                         grid.TextMatrix(r + grid.FixedRows(), c + grid.FixedCols()));
+            }
         }
     }
 

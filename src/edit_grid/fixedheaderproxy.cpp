@@ -87,11 +87,11 @@ void FixedHeaderProxy::connectGrid()
     });
     connect(m_grid, &QAbstractItemModel::dataChanged, this,
             [this](const QModelIndex &topLeft, const QModelIndex &bottomRight, const QList<int> &roles) {
-                if (topLeft.row() < m_fixedRows) {
-                    Q_EMIT headerDataChanged(Qt::Horizontal, 0, std::max(0, columnCount() - 1));
+                if (topLeft.row() < m_fixedRows && columnCount() > 0) {
+                    Q_EMIT headerDataChanged(Qt::Horizontal, 0, columnCount() - 1);
                 }
-                if (topLeft.column() < m_fixedCols) {
-                    Q_EMIT headerDataChanged(Qt::Vertical, 0, std::max(0, rowCount() - 1));
+                if (topLeft.column() < m_fixedCols && rowCount() > 0) {
+                    Q_EMIT headerDataChanged(Qt::Vertical, 0, rowCount() - 1);
                 }
                 const int top = std::max(topLeft.row(), m_fixedRows) - m_fixedRows;
                 const int left = std::max(topLeft.column(), m_fixedCols) - m_fixedCols;

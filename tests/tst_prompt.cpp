@@ -1,0 +1,116 @@
+#include "module1.h"
+#include "prompt.h"
+
+#include <QApplication>
+#include <QInputDialog>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTest>
+#include <QTimer>
+
+using namespace Qt::StringLiterals;
+
+class PromptTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    // Clicks the button labelled `label` of the box that opens next, and records its title and text.
+    void answerNextBox(const QString &label)
+    {
+        QTimer::singleShot(0, this, [this, label] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            QVERIFY(box);
+            m_title = box->windowTitle();
+            m_text = box->text();
+            m_icon = box->icon();
+            for (QAbstractButton *button : box->buttons()) {
+                if (button->text() == label) {
+                    button->click();
+                    return;
+                }
+            }
+            QFAIL(qPrintable(u"no button "_s + label));
+        });
+    }
+
+    QString m_title;
+    QString m_text;
+    QMessageBox::Icon m_icon = QMessageBox::NoIcon;
+
+private Q_SLOTS:
+    void initTestCase() { QApplication::setApplicationDisplayName(u"测试程序"_s); }
+
+    void dialogsAreTheDefaultUnderAnApplication()
+    {
+        QVERIFY(dynamic_cast<QtPrompt *>(&CPrompt::current()));
+        QCOMPARE(CPrompt::applicationTitle(), u"测试程序"_s);
+    }
+
+    void questionAnswersMapToTheClassicNumbers_data()
+    {
+        QTest::addColumn<int>("style");
+        QTest::addColumn<QString>("label");
+        QTest::addColumn<int>("answer");
+        QTest::newRow("yes") << int(CPrompt::vbYesNo | CPrompt::vbQuestion) << u"是(&Y)"_s << int(CPrompt::vbYes);
+        QTest::newRow("no") << int(CPrompt::vbYesNo | CPrompt::vbQuestion) << u"否(&N)"_s << int(CPrompt::vbNo);
+        QTest::newRow("cancel") << int(CPrompt::vbYesNoCancel) << u"取消"_s << int(CPrompt::vbCancel);
+        QTest::newRow("ok") << int(CPrompt::vbOKOnly | CPrompt::vbExclamation) << u"确定"_s << int(CPrompt::vbOK);
+    }
+    void questionAnswersMapToTheClassicNumbers()
+    {
+        QFETCH(int, style);
+        QFETCH(QString, label);
+        QFETCH(int, answer);
+        answerNextBox(label);
+        QCOMPARE(CPrompt::current().MsgBox(u"您确实要删除该记录吗?"_s, style, CPrompt::messageTitle()), answer);
+        QCOMPARE(m_title, u"Quillon软件提示您"_s);
+        QCOMPARE(m_text, u"您确实要删除该记录吗?"_s);
+    }
+
+    void errorBoxBearsTheApplicationTitle()
+    {
+        Module1::SetErr(u"磁盘已满"_s);
+        answerNextBox(u"确定"_s);
+        QCOMPARE(Module1::ShowErrMsg(u"保存错误:"_s), int(CPrompt::vbOK));
+        QCOMPARE(m_title, u"测试程序"_s);
+        QCOMPARE(m_text, u"保存错误:\r\n磁盘已满"_s);
+        QCOMPARE(m_icon, QMessageBox::Warning);
+        Module1::ClearErr();
+    }
+
+    void checkNumberTextFocusesTheRefusedBox()
+    {
+        QWidget form;
+        auto *price = new QLineEdit(&form);
+        auto *other = new QLineEdit(&form);
+        form.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&form));
+        other->setFocus();
+        price->setText(u"0"_s);
+        QString text;
+        QVariant value;
+        answerNextBox(u"确定"_s);
+        QVERIFY(!Module1::CheckNumberText(price, u"单价"_s, true, text, value, false));
+        QVERIFY(m_text.startsWith(u"请输入正确的[单价]!"_s));
+        QCOMPARE(form.focusWidget(), price);
+    }
+
+    void inputBoxReturnsTheTextOrNothing()
+    {
+        QTimer::singleShot(0, this, [] {
+            auto *dialog = qobject_cast<QInputDialog *>(QApplication::activeModalWidget());
+            QVERIFY(dialog);
+            dialog->setTextValue(u"千克"_s);
+            dialog->accept();
+        });
+        QCOMPARE(CPrompt::current().InputBox(u"请输入新的单位名称:"_s, QString(), QString()),
+                 std::optional<QString>(u"千克"_s));
+        QTimer::singleShot(0, this, [] { QApplication::activeModalWidget()->close(); });
+        QCOMPARE(CPrompt::current().InputBox(u"?"_s, QString(), u"x"_s), std::nullopt);
+    }
+};
+
+QTEST_MAIN(PromptTest)
+#include "tst_prompt.moc"
