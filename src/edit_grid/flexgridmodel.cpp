@@ -172,6 +172,25 @@ void FlexGridModel::setRows(qint32 rows)
     }
 }
 
+void FlexGridModel::dropCells(std::uint32_t first, std::uint32_t last)
+{
+    for (std::uint32_t *&row : m_rows) {
+        const std::uint32_t count = cellCount(row);
+        if (count <= first) {
+            continue;
+        }
+        QVarLengthArray<QStringView, 32> cells;
+        for (std::uint32_t c = 0; c < count; ++c) {
+            if (c < first || c > last) {
+                cells.append(cellText(row, c));
+            }
+        }
+        std::uint32_t *rebuilt = makeRow(cells);
+        freeRow(row);
+        row = rebuilt;
+    }
+}
+
 void FlexGridModel::setCols(qint32 cols)
 {
     cols = std::max(cols, 0);
@@ -184,17 +203,7 @@ void FlexGridModel::setCols(qint32 cols)
     } else if (cols < m_cols) {
         beginRemoveColumns({}, cols, m_cols - 1);
         // Cells beyond the new width are dropped, so that widening again shows empty cells.
-        for (std::size_t r = 0; r < m_rows.size(); ++r) {
-            if (cellCount(m_rows[r]) > std::uint32_t(cols)) {
-                QVarLengthArray<QStringView, 32> cells;
-                for (qint32 c = 0; c < cols; ++c) {
-                    cells.append(cellText(m_rows[r], std::uint32_t(c)));
-                }
-                std::uint32_t *row = makeRow(cells);
-                freeRow(m_rows[r]);
-                m_rows[r] = row;
-            }
-        }
+        dropCells(std::uint32_t(cols), std::uint32_t(m_cols - 1));
         m_cols = cols;
         m_colAlignment.resize(std::size_t(cols));
         m_fixedAlignment.resize(std::size_t(cols));
@@ -458,20 +467,8 @@ void FlexGridModel::removeColumn(qint32 col)
     if (col < 0 || col >= m_cols) {
         return;
     }
-    for (std::size_t r = 0; r < m_rows.size(); ++r) {
-        if (cellCount(m_rows[r]) > std::uint32_t(col)) {
-            QVarLengthArray<QStringView, 32> cells;
-            for (std::uint32_t c = 0; c < cellCount(m_rows[r]); ++c) {
-                if (c != std::uint32_t(col)) {
-                    cells.append(cellText(m_rows[r], c));
-                }
-            }
-            std::uint32_t *row = makeRow(cells);
-            freeRow(m_rows[r]);
-            m_rows[r] = row;
-        }
-    }
     beginRemoveColumns({}, col, col);
+    dropCells(std::uint32_t(col), std::uint32_t(col));
     m_colAlignment.erase(m_colAlignment.begin() + col);
     m_fixedAlignment.erase(m_fixedAlignment.begin() + col);
     --m_cols;

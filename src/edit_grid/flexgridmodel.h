@@ -86,6 +86,8 @@ Q_SIGNALS:
 private:
     static void freeRow(std::uint32_t *row);
     void setCell(std::size_t row, qint32 col, QStringView text);
+    /// Takes cells first..last out of every row, moving the later ones left.
+    void dropCells(std::uint32_t first, std::uint32_t last);
     Qt::Alignment qtAlignment(int alignment, const QString &text) const;
 
     // Each row is null (all empty) or one block: cell count, the end offset of each cell, then the UTF-16 texts.
