@@ -244,6 +244,38 @@ private Q_SLOTS:
         QCOMPARE(numbers(*reloaded), numbers(*goods));
     }
 
+    void orderedInsertsAcrossChunksAndRelabelling()
+    {
+        // Saving goods numbered downwards puts each one at the front: the list splits its chunks and runs out of
+        // room between position labels many times. Order, positions and look-ups must survive all of it.
+        auto goods = load(4);
+        constexpr int count = 1500;
+        {
+            CTransaction batch(*m_db); // one commit for the lot keeps the test quick on both engines
+            for (int i = count; i > 0; --i) {
+                QVERIFY(goods->SaveItem(newGoods(QString::number(i).rightJustified(5, u'0'))));
+            }
+            batch.Commit();
+        }
+        QCOMPARE(goods->Count(), count);
+        for (int i = 1; i <= count; ++i) {
+            const QString no = QString::number(i).rightJustified(5, u'0');
+            QCOMPARE(goods->Item(i)->F_ItemNo(), no);
+            QCOMPARE(goods->GetItemByItemNo(no), goods->Item(i));
+        }
+        // Taking items out from the middle keeps the rest in place.
+        for (int k = 0; k < 100; ++k) {
+            goods->Remove(700);
+        }
+        QCOMPARE(goods->Count(), count - 100);
+        QCOMPARE(goods->Item(699)->F_ItemNo(), u"00699"_s);
+        QCOMPARE(goods->Item(700)->F_ItemNo(), u"00800"_s);
+        QVERIFY(!goods->GetItemByItemNo(u"00750"_s));
+        QVERIFY(goods->SaveItem(newGoods(u"00750"_s)));
+        QCOMPARE(goods->Item(700)->F_ItemNo(), u"00750"_s);
+        QCOMPARE(goods->Item(701)->F_ItemNo(), u"00800"_s);
+    }
+
     void orderedInsertWalksAnUnsortedList()
     {
         // Numbers that the list holds out of order (as a database collation may deliver them): the insert goes
