@@ -682,8 +682,9 @@ const std::vector<BagEntry> &bagEntries()
                      [](VekGrid &g, const QVariant &v) {
                          g.setUpdateNoEnterPress(v.toBool());
                      }});
-        e.push_back({u"CellBackColor", QVariant(0), [](const VekGrid &) { return QVariant(0); },
-                     [](VekGrid &, const QVariant &) {
+        e.push_back({u"CellBackColor", QVariant(0u), [](const VekGrid &g) { return QVariant(g.CellBackColor()); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.setCellBackColor(v.toUInt());
                      }});
         number(u"SelectionMode", 0, "SelectionMode");
         e.push_back({u"AllowBigSelection", QVariant(true),

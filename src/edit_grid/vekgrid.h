@@ -24,24 +24,46 @@ class QSqlQuery;
 class QUILLON_EXPORT VekGrid : public QWidget
 {
     Q_OBJECT
+    // In the control's interface order; Enabled and Font are the widget's own (the inner grid inherits them).
     Q_PROPERTY(quint32 BackColor READ BackColor WRITE setBackColor)
     Q_PROPERTY(quint32 ForeColor READ ForeColor WRITE setForeColor)
+    Q_PROPERTY(int BorderStyle READ BorderStyle WRITE setBorderStyle)
     Q_PROPERTY(qint32 Rows READ Rows WRITE setRows)
     Q_PROPERTY(qint32 Cols READ Cols WRITE setCols)
+    Q_PROPERTY(int Index READ Index STORED false DESIGNABLE false)
+    Q_PROPERTY(qint32 RowHeightMin READ RowHeightMin WRITE setRowHeightMin)
     Q_PROPERTY(qint32 FixedRows READ FixedRows WRITE setFixedRows)
     Q_PROPERTY(qint32 FixedCols READ FixedCols WRITE setFixedCols)
     Q_PROPERTY(QString FormatString READ FormatString WRITE setFormatString)
+    Q_PROPERTY(quint32 GridColorFixed READ GridColorFixed WRITE setGridColorFixed)
+    Q_PROPERTY(quint32 GridColor READ GridColor WRITE setGridColor)
     Q_PROPERTY(QString EditCol READ EditCol WRITE setEditCol)
-    Q_PROPERTY(qint16 DefaultRows READ DefaultRows WRITE setDefaultRows)
-    Q_PROPERTY(qint32 Row READ Row WRITE setRow)
-    Q_PROPERTY(qint32 col READ col WRITE setCol)
-    Q_PROPERTY(qint16 KeepLastRows READ KeepLastRows WRITE setKeepLastRows)
+    Q_PROPERTY(int Appearance READ Appearance WRITE setAppearance)
+    Q_PROPERTY(quint32 BackColorBkg READ BackColorBkg WRITE setBackColorBkg)
+    Q_PROPERTY(quint32 BackColorFixed READ BackColorFixed WRITE setBackColorFixed)
+    Q_PROPERTY(quint32 ForeColorFixed READ ForeColorFixed WRITE setForeColorFixed)
+    Q_PROPERTY(int AllowUserResizing READ AllowUserResizing WRITE setAllowUserResizing)
+    Q_PROPERTY(int ScrollBars READ ScrollBars WRITE setScrollBars)
+    // 16-bit members exposed as int, the integer type form editors know.
+    Q_PROPERTY(int DefaultRows READ DefaultRows WRITE setDefaultRows)
+    Q_PROPERTY(qint32 Row READ Row WRITE setRow STORED false DESIGNABLE false)
+    Q_PROPERTY(qint32 col READ col WRITE setCol STORED false DESIGNABLE false)
+    Q_PROPERTY(int KeepLastRows READ KeepLastRows WRITE setKeepLastRows)
+    Q_PROPERTY(bool Redraw READ Redraw WRITE setRedraw)
+    Q_PROPERTY(qint32 RowSel READ RowSel WRITE setRowSel)
+    Q_PROPERTY(qint32 ColSel READ ColSel WRITE setColSel)
     Q_PROPERTY(QString Clip READ Clip WRITE setClip)
     Q_PROPERTY(bool AutoEditNextCell READ AutoEditNextCell WRITE setAutoEditNextCell)
     Q_PROPERTY(bool UpdateNoEnterPress READ UpdateNoEnterPress WRITE setUpdateNoEnterPress)
+    Q_PROPERTY(quint32 CellBackColor READ CellBackColor WRITE setCellBackColor)
+    Q_PROPERTY(int SelectionMode READ SelectionMode WRITE setSelectionMode)
+    Q_PROPERTY(bool AllowBigSelection READ AllowBigSelection WRITE setAllowBigSelection)
     Q_PROPERTY(bool PopMenu READ PopMenu WRITE setPopMenu)
+    Q_PROPERTY(int MergeCells READ MergeCells WRITE setMergeCells)
     Q_PROPERTY(QString SetupFile READ SetupFile WRITE setSetupFile)
     Q_PROPERTY(bool IsDemo READ IsDemo WRITE setIsDemo)
+    Q_PROPERTY(int FillStyle READ FillStyle WRITE setFillStyle)
+    Q_PROPERTY(quint32 BackColorSel READ BackColorSel WRITE setBackColorSel)
 
 public:
     /// The error that a refused assignment leaves (set not permitted).
@@ -77,6 +99,49 @@ public:
     void setFixedCols(qint32 cols) { Flexgd1->setFixedCols(cols); }
     QString FormatString() const { return Flexgd1->FormatString(); }
     void setFormatString(const QString &format) { Flexgd1->setFormatString(format); }
+
+    int BorderStyle() const { return Flexgd1->BorderStyle(); }
+    void setBorderStyle(int style) { Flexgd1->setBorderStyle(style); }
+    /// The place of this control in a group of like controls, as the host numbers them (0 when alone).
+    int Index() const { return m_index; }
+    void setIndex(int index) { m_index = index; }
+    qint32 RowHeightMin() const { return Flexgd1->RowHeightMin(); }
+    void setRowHeightMin(qint32 twips) { Flexgd1->setRowHeightMin(twips); }
+    quint32 GridColorFixed() const { return Flexgd1->GridColorFixed(); }
+    void setGridColorFixed(quint32 color) { Flexgd1->setGridColorFixed(color); }
+    quint32 GridColor() const { return Flexgd1->GridColor(); }
+    void setGridColor(quint32 color) { Flexgd1->setGridColor(color); }
+    int Appearance() const { return Flexgd1->Appearance(); }
+    void setAppearance(int appearance) { Flexgd1->setAppearance(appearance); }
+    quint32 BackColorBkg() const { return Flexgd1->BackColorBkg(); }
+    void setBackColorBkg(quint32 color) { Flexgd1->setBackColorBkg(color); }
+    quint32 BackColorFixed() const { return Flexgd1->BackColorFixed(); }
+    void setBackColorFixed(quint32 color) { Flexgd1->setBackColorFixed(color); }
+    quint32 ForeColorFixed() const { return Flexgd1->ForeColorFixed(); }
+    void setForeColorFixed(quint32 color) { Flexgd1->setForeColorFixed(color); }
+    int AllowUserResizing() const { return Flexgd1->AllowUserResizing(); }
+    void setAllowUserResizing(int mode) { Flexgd1->setAllowUserResizing(mode); }
+    int ScrollBars() const { return Flexgd1->ScrollBars(); }
+    void setScrollBars(int bars) { Flexgd1->setScrollBars(bars); }
+    bool Redraw() const { return Flexgd1->Redraw(); }
+    void setRedraw(bool redraw) { Flexgd1->setRedraw(redraw); }
+    qint32 RowSel() const { return Flexgd1->RowSel(); }
+    void setRowSel(qint32 row) { Flexgd1->setRowSel(row); }
+    qint32 ColSel() const { return Flexgd1->ColSel(); }
+    void setColSel(qint32 col) { Flexgd1->setColSel(col); }
+    /// Kept and persisted; cells are painted in the grid's colours.
+    quint32 CellBackColor() const { return m_cellBackColor; }
+    void setCellBackColor(quint32 color) { m_cellBackColor = color; }
+    int SelectionMode() const { return Flexgd1->SelectionMode(); }
+    void setSelectionMode(int mode) { Flexgd1->setSelectionMode(mode); }
+    bool AllowBigSelection() const { return Flexgd1->AllowBigSelection(); }
+    void setAllowBigSelection(bool allow) { Flexgd1->setAllowBigSelection(allow); }
+    int MergeCells() const { return Flexgd1->MergeCells(); }
+    void setMergeCells(int mode) { Flexgd1->setMergeCells(mode); }
+    int FillStyle() const { return Flexgd1->FillStyle(); }
+    void setFillStyle(int style) { Flexgd1->setFillStyle(style); }
+    quint32 BackColorSel() const { return Flexgd1->BackColorSel(); }
+    void setBackColorSel(quint32 color) { Flexgd1->setBackColorSel(color); }
 
     Q_INVOKABLE QString TextMatrix(qint32 row, qint32 col) const { return Flexgd1->TextMatrix(row, col); }
     /// Stores the text, raises ChangedByProgram, and puts the old text back when the handler cancels.
@@ -175,6 +240,8 @@ private:
     QString m_setupFile = QStringLiteral("VekGrid.ini");
     bool m_designMode = false;
     int m_lastError = 0;
+    int m_index = 0;
+    quint32 m_cellBackColor = 0;
 };
 
 #endif
