@@ -5,10 +5,12 @@
 #include "itemhook.h"
 #include "itemindex.h"
 #include "itemlist.h"
+#include "itemtablemodel.h"
 #include "keyid.h"
 #include "module1.h"
 #include "prompt.h"
 
+#include <QAbstractItemView>
 #include <QComboBox>
 #include <QListWidget>
 #include <QSqlQuery>
@@ -51,11 +53,17 @@ public:
         if (isGoods() && pos > 0 && pos < list.size()) {
             inversions -= outOfOrder(pos - 1, pos);
         }
+        if (resetDepth == 0) {
+            Q_EMIT q->ItemAboutToBeInserted(qint32(pos + 1));
+        }
         list.insert(pos, hook);
         attach(hook);
         index.insert(hook);
         if (isGoods()) {
             inversions += outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
+        }
+        if (resetDepth == 0) {
+            Q_EMIT q->ItemInserted(qint32(pos + 1));
         }
     }
 
@@ -69,6 +77,9 @@ public:
         if (isGoods()) {
             inversions -= outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
         }
+        if (resetDepth == 0) {
+            Q_EMIT q->ItemAboutToBeRemoved(qint32(pos + 1));
+        }
         CItemHook *hook = list.takeAt(pos);
         if (isGoods()) {
             inversions += outOfOrder(pos - 1, pos);
@@ -76,6 +87,9 @@ public:
         index.remove(hook);
         detach(hook);
         delete hook;
+        if (resetDepth == 0) {
+            Q_EMIT q->ItemRemoved(qint32(pos + 1));
+        }
     }
 
     void clear()
@@ -155,6 +169,7 @@ public:
         }
         CRecordset rst(*connection);
         rst.Open(CItems::loadStatement(itemType));
+        ResetScope reset(this);
         clear();
         while (!rst.isEOF()) {
             auto item = CItem::create();
@@ -192,7 +207,28 @@ public:
         return hook ? hook->item : CItemPtr();
     }
 
+    // Bulk changes announce one reset to the views instead of an insert or removal per item.
+    struct ResetScope
+    {
+        explicit ResetScope(CItemsPrivate *d)
+            : d(d)
+        {
+            if (d->resetDepth++ == 0) {
+                Q_EMIT d->q->ListAboutToBeReset();
+            }
+        }
+        ~ResetScope()
+        {
+            if (--d->resetDepth == 0) {
+                Q_EMIT d->q->ListReset();
+            }
+        }
+        Q_DISABLE_COPY_MOVE(ResetScope)
+        CItemsPrivate *d;
+    };
+
     CItems *q;
+    int resetDepth = 0;
     std::shared_ptr<CConnection> connection;
     int itemType = 0;
     QString typeName;
@@ -242,7 +278,10 @@ bool CItems::InitInstance(const std::shared_ptr<CConnection> &connection, int it
     try {
         d->reload();
     } catch (const DbError &e) {
-        d->clear();
+        {
+            CItemsPrivate::ResetScope reset(d.get());
+            d->clear();
+        }
         Module1::SetErr(e.message());
         Module1::ShowErrMsg(u"读取"_s + d->typeName + u"数据失败:"_s);
         return false;
@@ -255,7 +294,10 @@ bool CItems::InitInstance(const std::shared_ptr<CConnection> &connection, int it
 
 void CItems::Attach(const std::shared_ptr<CConnection> &connection, int itemTypeID)
 {
-    d->clear();
+    {
+        CItemsPrivate::ResetScope reset(d.get());
+        d->clear();
+    }
     d->connection = connection;
     d->itemType = itemTypeID;
     if (itemTypeID >= 1 && itemTypeID <= 12) {
@@ -300,6 +342,15 @@ qint32 CItems::Count() const
 void CItems::Remove(qint32 index)
 {
     d->removeAt(qsizetype(index) - 1);
+}
+
+qint32 CItems::PositionOf(const CItem *item) const
+{
+    if (!item) {
+        return 0;
+    }
+    const CItemHook *hook = d->hookOf(item);
+    return hook ? qint32(d->list.positionOf(hook) + 1) : 0;
 }
 
 CItemPtr CItems::GetItemByID(qint32 id, bool refreshFirst)
@@ -614,4 +665,40 @@ CItems::const_iterator &CItems::const_iterator::operator++()
         m_offset = 0;
     }
     return *this;
+}
+
+namespace {
+
+void bindGrid(CItems *items, QAbstractItemView *grid, const QList<ItemTableModel::Field> &fields)
+{
+    if (!grid) {
+        return;
+    }
+    QAbstractItemModel *old = grid->model();
+    grid->setModel(new ItemTableModel(items, fields, grid));
+    if (qobject_cast<ItemTableModel *>(old) && old->parent() == grid) {
+        delete old;
+    }
+}
+
+} // namespace
+
+void CItems::ShowItemsToGrid(QAbstractItemView *grid)
+{
+    bindGrid(this, grid, ItemTableModel::fieldsForType(d->itemType));
+}
+
+void CItems::ShowGoodsToGridEx(QAbstractItemView *grid)
+{
+    bindGrid(this, grid, ItemTableModel::goodsFields());
+}
+
+void CItems::FillOneGoodsToGrid(QAbstractItemView *grid, const CItemPtr &goods) const
+{
+    if (!grid || !goods) {
+        return;
+    }
+    if (auto *model = qobject_cast<ItemTableModel *>(grid->model())) {
+        model->refreshItem(goods.get());
+    }
 }

@@ -11,6 +11,7 @@
 #include <memory>
 
 class CConnection;
+class QAbstractItemView;
 class CItemsPrivate;
 
 /**
@@ -53,6 +54,8 @@ public:
     qint32 Count() const;
     /// Takes the item at a 1-based position out of the list (the database is not touched).
     void Remove(qint32 index);
+    /// The 1-based position of an item in the list, 0 when it is not in it.
+    qint32 PositionOf(const CItem *item) const;
 
     CItemPtr GetItemByID(qint32 id, bool refreshFirst = false);
     CItemPtr GetItemByOrderID(qint32 orderID, bool refreshFirst = false);
@@ -86,6 +89,14 @@ public:
     /// Selects the entry of a QComboBox or QListWidget whose item data is `id`.
     void SearchIDInCombox(QObject *control, qint32 id) const;
 
+    /// Shows the collection in a table view through an ItemTableModel (the view's previous model of that kind is
+    /// released): the columns of the collection's kind.
+    void ShowItemsToGrid(QAbstractItemView *grid);
+    /// The same with the goods columns (number, name, specification, unit, type, prices, package, limits ...).
+    void ShowGoodsToGridEx(QAbstractItemView *grid);
+    /// Brings the row of one goods item in a grid bound by the two above up to date.
+    void FillOneGoodsToGrid(QAbstractItemView *grid, const CItemPtr &goods) const;
+
     class const_iterator;
     const_iterator begin() const;
     const_iterator end() const;
@@ -95,6 +106,13 @@ Q_SIGNALS:
     void SomeOneChanged(const CItemPtr &item);
     void SomeOneRemoved(qint32 id);
     void OnInitItem(const QString &itemTypeName);
+    /// Structural changes of the list, for views over it; positions are 1-based.
+    void ItemAboutToBeInserted(qint32 position);
+    void ItemInserted(qint32 position);
+    void ItemAboutToBeRemoved(qint32 position);
+    void ItemRemoved(qint32 position);
+    void ListAboutToBeReset();
+    void ListReset();
 
 private:
     std::unique_ptr<CItemsPrivate> d;

@@ -1,0 +1,653 @@
+#include "itemtablemodel.h"
+
+#include "citems.h"
+#include "module1.h"
+
+#include <QBrush>
+#include <QColor>
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int kGoods = 4;
+constexpr int kClient = 1;
+
+QString amountText(Currency value)
+{
+    const QString two = value.toFixed(2);
+    // Two decimals unless that would hide a digit of the stored amount.
+    return Currency::fromString(two) == value ? two : value.toFixed(4);
+}
+
+QString singleText(float value)
+{
+    return QString::number(double(value), 'g', 7);
+}
+
+bool isAmount(ItemTableModel::Field field)
+{
+    switch (field) {
+    case ItemTableModel::PriceEnterPack:
+    case ItemTableModel::PriceEnter:
+    case ItemTableModel::PriceSalePack:
+    case ItemTableModel::PriceSale:
+    case ItemTableModel::OweWarring:
+    case ItemTableModel::OweStop:
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool isSingle(ItemTableModel::Field field)
+{
+    return field == ItemTableModel::PackageAmount || field == ItemTableModel::LimitUp
+        || field == ItemTableModel::LimitDown;
+}
+
+} // namespace
+
+QList<ItemTableModel::Field> ItemTableModel::goodsFields()
+{
+    return {ItemNo,        ItemName,  Standard,      UnitName, TypeName,  PriceEnterPack, PriceEnter,
+            PriceSalePack, PriceSale, PackageAmount, LimitUp,  LimitDown, Spell,          Remark};
+}
+
+QList<ItemTableModel::Field> ItemTableModel::clientFields()
+{
+    return {ItemNo,   ItemName, TypeName,    LinkMen,    Tel1,    Tel2,  Address,
+            PostCode, Bank,     BankAccount, OweWarring, OweStop, Spell, Remark};
+}
+
+QList<ItemTableModel::Field> ItemTableModel::simpleFields()
+{
+    return {ItemNo, ItemName, Spell, Remark};
+}
+
+QList<ItemTableModel::Field> ItemTableModel::fieldsForType(int itemTypeID)
+{
+    switch (itemTypeID) {
+    case kGoods:
+        return goodsFields();
+    case kClient:
+        return clientFields();
+    default:
+        return simpleFields();
+    }
+}
+
+QString ItemTableModel::fieldTitle(Field field)
+{
+    switch (field) {
+    case ItemNo:
+        return u"编号"_s;
+    case ItemName:
+        return u"名称"_s;
+    case Standard:
+        return u"规格"_s;
+    case UnitName:
+        return u"单位"_s;
+    case TypeName:
+        return u"类别"_s;
+    case PriceEnterPack:
+        return u"整件进价"_s;
+    case PriceEnter:
+        return u"单件进价"_s;
+    case PriceSalePack:
+        return u"整件售价"_s;
+    case PriceSale:
+        return u"单件售价"_s;
+    case PackageAmount:
+        return u"包装数量"_s;
+    case LimitUp:
+        return u"库存上限"_s;
+    case LimitDown:
+        return u"库存下限"_s;
+    case Spell:
+        return u"助记符"_s;
+    case Remark:
+        return u"备注"_s;
+    case LinkMen:
+        return u"联系人"_s;
+    case Tel1:
+        return u"电话"_s;
+    case Tel2:
+        return u"手机"_s;
+    case Tel3:
+        return u"传真"_s;
+    case Address:
+        return u"地址"_s;
+    case PostCode:
+        return u"邮编"_s;
+    case Bank:
+        return u"开户银行"_s;
+    case BankAccount:
+        return u"银行账号"_s;
+    case ArtificialPerson:
+        return u"法人代表"_s;
+    case IRDNumber:
+        return u"税号"_s;
+    case OweWarring:
+        return u"欠款预警"_s;
+    case OweStop:
+        return u"欠款停止"_s;
+    }
+    return QString();
+}
+
+bool ItemTableModel::isFieldEditable(Field field)
+{
+    return field != UnitName && field != TypeName;
+}
+
+QString ItemTableModel::fieldText(const CItem &item, Field field)
+{
+    switch (field) {
+    case ItemNo:
+        return item.F_ItemNo();
+    case ItemName:
+        return item.F_ItemName();
+    case Standard:
+        return item.F_Standard();
+    case UnitName:
+        return item.mUnitName();
+    case TypeName:
+        return item.mTypeName();
+    case PriceEnterPack:
+        return amountText(item.F_PriceEnterPack());
+    case PriceEnter:
+        return amountText(item.F_PriceEnter());
+    case PriceSalePack:
+        return amountText(item.F_PriceSalePack());
+    case PriceSale:
+        return amountText(item.F_PriceSale());
+    case PackageAmount:
+        return singleText(item.F_PackageAmount());
+    case LimitUp:
+        return singleText(item.F_LimitUp());
+    case LimitDown:
+        return singleText(item.F_LimitDown());
+    case Spell:
+        return item.F_Spell();
+    case Remark:
+        return item.F_Remark();
+    case LinkMen:
+        return item.F_LinkMen();
+    case Tel1:
+        return item.F_Tel1();
+    case Tel2:
+        return item.F_Tel2();
+    case Tel3:
+        return item.F_Tel3();
+    case Address:
+        return item.F_Address();
+    case PostCode:
+        return item.F_PostCode();
+    case Bank:
+        return item.F_Bank();
+    case BankAccount:
+        return item.F_BankAccount();
+    case ArtificialPerson:
+        return item.F_ArtificialPerson();
+    case IRDNumber:
+        return item.F_IRDNumber();
+    case OweWarring:
+        return amountText(item.F_OweWarring());
+    case OweStop:
+        return amountText(item.F_OweStop());
+    }
+    return QString();
+}
+
+ItemTableModel::ItemTableModel(CItems *items, const QList<Field> &fields, QObject *parent)
+    : QAbstractTableModel(parent)
+    , m_items(items)
+    , m_fields(fields)
+    , m_itemType(items ? items->itemTypeID() : 0)
+{
+    connectItems();
+}
+
+ItemTableModel::~ItemTableModel() = default;
+
+void ItemTableModel::connectItems()
+{
+    if (!m_items) {
+        return;
+    }
+    // The collection announces positions 1-based; the collection's rows come first in the table.
+    connect(m_items, &CItems::ItemAboutToBeInserted, this,
+            [this](qint32 position) { beginInsertRows(QModelIndex(), position - 1, position - 1); });
+    connect(m_items, &CItems::ItemInserted, this, [this](qint32) { endInsertRows(); });
+    connect(m_items, &CItems::ItemAboutToBeRemoved, this, [this](qint32 position) {
+        beginRemoveRows(QModelIndex(), position - 1, position - 1);
+        if (const CItemPtr item = m_items->Item(position)) {
+            m_edited.erase(item.get());
+        }
+    });
+    connect(m_items, &CItems::ItemRemoved, this, [this](qint32) {
+        endRemoveRows();
+        setModifiedState();
+    });
+    connect(m_items, &CItems::ListAboutToBeReset, this, [this]() {
+        beginResetModel();
+        m_edited.clear();
+    });
+    connect(m_items, &CItems::ListReset, this, [this]() {
+        endResetModel();
+        setModifiedState();
+    });
+    connect(m_items, &CItems::SomeOneChanged, this, [this](const CItemPtr &item) { refreshItem(item.get()); });
+    connect(m_items, &QObject::destroyed, this, [this]() {
+        beginResetModel();
+        m_edited.clear();
+        m_newItems.clear();
+        endResetModel();
+        setModifiedState();
+    });
+}
+
+bool ItemTableModel::isCell(const QModelIndex &index) const
+{
+    return index.isValid() && index.model() == this && !index.parent().isValid() && index.row() < rowCount()
+        && index.column() < columnCount();
+}
+
+int ItemTableModel::rowCount(const QModelIndex &parent) const
+{
+    if (parent.isValid() || !m_items) {
+        return 0;
+    }
+    return m_items->Count() + int(m_newItems.size());
+}
+
+int ItemTableModel::columnCount(const QModelIndex &parent) const
+{
+    return parent.isValid() ? 0 : int(m_fields.size());
+}
+
+CItemPtr ItemTableModel::rowItem(int row) const
+{
+    if (!m_items || row < 0) {
+        return {};
+    }
+    const int count = m_items->Count();
+    if (row < count) {
+        return m_items->Item(row + 1);
+    }
+    const std::size_t extra = std::size_t(row - count);
+    return extra < m_newItems.size() ? m_newItems[extra] : CItemPtr();
+}
+
+const CItem *ItemTableModel::shown(int row) const
+{
+    const CItemPtr item = rowItem(row);
+    if (!item) {
+        return nullptr;
+    }
+    const auto it = m_edited.find(item.get());
+    return it != m_edited.end() ? it->second.get() : item.get();
+}
+
+CItemPtr ItemTableModel::itemAt(int row) const
+{
+    const CItemPtr item = rowItem(row);
+    if (!item) {
+        return {};
+    }
+    const auto it = m_edited.find(item.get());
+    return it != m_edited.end() ? it->second : item;
+}
+
+QVariant ItemTableModel::data(const QModelIndex &index, int role) const
+{
+    if (!isCell(index)) {
+        return QVariant();
+    }
+    const Field f = m_fields.at(index.column());
+    switch (role) {
+    case Qt::DisplayRole:
+    case Qt::EditRole:
+        if (const CItem *item = shown(index.row())) {
+            return fieldText(*item, f);
+        }
+        return QVariant();
+    case Qt::TextAlignmentRole:
+        return QVariant::fromValue(
+            Qt::Alignment((isAmount(f) || isSingle(f) ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter));
+    case Qt::ForegroundRole:
+        if (!isFieldEditable(f)) {
+            return QBrush(QColor(0x55, 0x55, 0x55));
+        }
+        return QVariant();
+    case Qt::BackgroundRole: {
+        const CItemPtr item = rowItem(index.row());
+        if (item && (isNewRow(index.row()) || m_edited.count(item.get()))) {
+            return QBrush(QColor(0xFF, 0xF8, 0xDC)); // rows waiting to be saved
+        }
+        return QVariant();
+    }
+    default:
+        return QVariant();
+    }
+}
+
+QVariant ItemTableModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (role != Qt::DisplayRole) {
+        return QVariant();
+    }
+    if (orientation == Qt::Horizontal) {
+        if (section < 0 || section >= m_fields.size()) {
+            return QVariant();
+        }
+        return fieldTitle(m_fields.at(section));
+    }
+    if (section < 0 || section >= rowCount()) {
+        return QVariant();
+    }
+    return isNewRow(section) ? u"*"_s : QString::number(section + 1);
+}
+
+Qt::ItemFlags ItemTableModel::flags(const QModelIndex &index) const
+{
+    if (!isCell(index)) {
+        return Qt::NoItemFlags;
+    }
+    Qt::ItemFlags result = Qt::ItemIsEnabled | Qt::ItemIsSelectable;
+    if (isFieldEditable(m_fields.at(index.column()))) {
+        result |= Qt::ItemIsEditable;
+    }
+    return result;
+}
+
+bool ItemTableModel::applyText(CItem &item, Field field, const QString &text)
+{
+    const QString trimmed = text.trimmed();
+    if (isAmount(field)) {
+        const std::optional<Currency> value = trimmed.isEmpty() ? Currency() : Currency::fromString(trimmed);
+        if (!value) {
+            Q_EMIT editRejected(u"请输入正确的["_s + fieldTitle(field) + u"]!"_s);
+            return false;
+        }
+        switch (field) {
+        case PriceEnterPack:
+            item.setF_PriceEnterPack(*value);
+            break;
+        case PriceEnter:
+            item.setF_PriceEnter(*value);
+            break;
+        case PriceSalePack:
+            item.setF_PriceSalePack(*value);
+            break;
+        case PriceSale:
+            item.setF_PriceSale(*value);
+            break;
+        case OweWarring:
+            item.setF_OweWarring(*value);
+            break;
+        default:
+            item.setF_OweStop(*value);
+            break;
+        }
+        return true;
+    }
+    if (isSingle(field)) {
+        bool ok = true;
+        const float value = trimmed.isEmpty() ? 0.0f : trimmed.toFloat(&ok);
+        if (!ok || (field == PackageAmount && value <= 0.0f)) {
+            Q_EMIT editRejected(u"请输入正确的["_s + fieldTitle(field) + u"]!"_s);
+            return false;
+        }
+        if (field == PackageAmount) {
+            item.setF_PackageAmount(value);
+        } else if (field == LimitUp) {
+            item.setF_LimitUp(value);
+        } else {
+            item.setF_LimitDown(value);
+        }
+        return true;
+    }
+    switch (field) {
+    case ItemNo:
+        item.setF_ItemNo(trimmed);
+        break;
+    case ItemName:
+        if (trimmed.isEmpty()) {
+            Q_EMIT editRejected(u"["_s + fieldTitle(field) + u"]不能为空!"_s);
+            return false;
+        }
+        item.setF_ItemName(trimmed);
+        break;
+    case Standard:
+        item.setF_Standard(text);
+        break;
+    case Spell:
+        item.setF_Spell(trimmed.toUpper());
+        break;
+    case Remark:
+        item.setF_Remark(text);
+        break;
+    case LinkMen:
+        item.setF_LinkMen(text);
+        break;
+    case Tel1:
+        item.setF_Tel1(trimmed);
+        break;
+    case Tel2:
+        item.setF_Tel2(trimmed);
+        break;
+    case Tel3:
+        item.setF_Tel3(trimmed);
+        break;
+    case Address:
+        item.setF_Address(text);
+        break;
+    case PostCode:
+        item.setF_PostCode(trimmed);
+        break;
+    case Bank:
+        item.setF_Bank(text);
+        break;
+    case BankAccount:
+        item.setF_BankAccount(trimmed);
+        break;
+    case ArtificialPerson:
+        item.setF_ArtificialPerson(text);
+        break;
+    case IRDNumber:
+        item.setF_IRDNumber(trimmed);
+        break;
+    default:
+        return false;
+    }
+    return true;
+}
+
+bool ItemTableModel::setData(const QModelIndex &index, const QVariant &value, int role)
+{
+    if (role != Qt::EditRole || !isCell(index)) {
+        return false;
+    }
+    const Field f = m_fields.at(index.column());
+    if (!isFieldEditable(f)) {
+        return false;
+    }
+    const QString text = value.toString();
+    const CItem *current = shown(index.row());
+    if (!current || fieldText(*current, f) == text) {
+        return false;
+    }
+    const CItemPtr item = rowItem(index.row());
+    if (isNewRow(index.row())) {
+        if (!applyText(*item, f, text)) {
+            return false;
+        }
+    } else {
+        CItemPtr copy;
+        const auto it = m_edited.find(item.get());
+        copy = it != m_edited.end() ? it->second : CItem::create(*item);
+        if (!applyText(*copy, f, text)) {
+            return false;
+        }
+        m_edited.emplace(item.get(), copy);
+    }
+    // An edit colours the whole row as pending.
+    Q_EMIT dataChanged(this->index(index.row(), 0), this->index(index.row(), columnCount() - 1));
+    setModifiedState();
+    return true;
+}
+
+int ItemTableModel::rowOf(const CItem *item) const
+{
+    if (!m_items || !item) {
+        return -1;
+    }
+    if (const qint32 position = m_items->PositionOf(item)) {
+        return position - 1;
+    }
+    for (std::size_t i = 0; i < m_newItems.size(); ++i) {
+        if (m_newItems[i].get() == item) {
+            return m_items->Count() + int(i);
+        }
+    }
+    return -1;
+}
+
+int ItemTableModel::rowOfID(qint32 id) const
+{
+    if (!m_items || id < 1) {
+        return -1;
+    }
+    return rowOf(m_items->SearchItemByID(id).get());
+}
+
+bool ItemTableModel::isNewRow(int row) const
+{
+    if (!m_items) {
+        return false;
+    }
+    const int count = m_items->Count();
+    return row >= count && row < count + int(m_newItems.size());
+}
+
+int ItemTableModel::addNewRow()
+{
+    if (!m_items) {
+        return -1;
+    }
+    const int row = rowCount();
+    auto item = CItem::create();
+    item->setF_ItemTypeID(qint16(m_itemType));
+    if (m_itemType == kGoods) {
+        item->setF_PackageAmount(1.0f);
+    }
+    beginInsertRows(QModelIndex(), row, row);
+    m_newItems.push_back(item);
+    endInsertRows();
+    setModifiedState();
+    return row;
+}
+
+bool ItemTableModel::removeNewRow(int row)
+{
+    if (!isNewRow(row)) {
+        return false;
+    }
+    beginRemoveRows(QModelIndex(), row, row);
+    m_newItems.erase(m_newItems.begin() + (row - m_items->Count()));
+    endRemoveRows();
+    setModifiedState();
+    return true;
+}
+
+bool ItemTableModel::SaveChanges()
+{
+    if (!m_items) {
+        return false;
+    }
+    // Every row to save must have a name; checked before anything is written.
+    for (const auto &[item, copy] : m_edited) {
+        if (copy->F_ItemName().trimmed().isEmpty()) {
+            Module1::ClearErr();
+            Module1::ShowErrMsg(u"保存错误:名称不能为空!"_s);
+            return false;
+        }
+    }
+    for (const CItemPtr &item : m_newItems) {
+        if (item->F_ItemName().trimmed().isEmpty()) {
+            Module1::ClearErr();
+            Module1::ShowErrMsg(u"保存错误:新建的"_s + m_items->ItemTypeName() + u"没有名称!"_s);
+            return false;
+        }
+    }
+
+    // In row order, so that a failure leaves the rows after it untouched.
+    std::vector<std::pair<int, CItemPtr>> pending;
+    pending.reserve(m_edited.size());
+    for (const auto &[item, copy] : m_edited) {
+        pending.emplace_back(m_items->PositionOf(item), copy);
+    }
+    std::sort(pending.begin(), pending.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
+    for (const auto &[position, copy] : pending) {
+        // The collection replaces the listed item by the saved copy, which drops the pending edit with it.
+        if (!m_items->SaveItem(copy)) {
+            setModifiedState();
+            return false;
+        }
+    }
+    while (!m_newItems.empty()) {
+        const CItemPtr item = m_newItems.front();
+        if (!m_items->SaveItem(item)) {
+            setModifiedState();
+            return false;
+        }
+        const int row =
+            m_items->Count() + int(std::find(m_newItems.begin(), m_newItems.end(), item) - m_newItems.begin());
+        beginRemoveRows(QModelIndex(), row, row);
+        m_newItems.erase(m_newItems.begin() + (row - m_items->Count()));
+        endRemoveRows();
+    }
+    setModifiedState();
+    return true;
+}
+
+void ItemTableModel::discardChanges()
+{
+    if (!m_newItems.empty() && m_items) {
+        const int first = m_items->Count();
+        beginRemoveRows(QModelIndex(), first, first + int(m_newItems.size()) - 1);
+        m_newItems.clear();
+        endRemoveRows();
+    }
+    std::vector<int> rows;
+    for (const auto &entry : m_edited) {
+        rows.push_back(m_items ? m_items->PositionOf(entry.first) - 1 : -1);
+    }
+    m_edited.clear();
+    for (int row : rows) {
+        if (row >= 0) {
+            Q_EMIT dataChanged(index(row, 0), index(row, columnCount() - 1));
+        }
+    }
+    setModifiedState();
+}
+
+void ItemTableModel::refreshItem(const CItem *item)
+{
+    const int row = rowOf(item);
+    if (row >= 0 && columnCount() > 0) {
+        Q_EMIT dataChanged(index(row, 0), index(row, columnCount() - 1));
+    }
+}
+
+void ItemTableModel::setModifiedState()
+{
+    const bool modified = isModified();
+    if (modified != m_modified) {
+        m_modified = modified;
+        Q_EMIT modifiedChanged(modified);
+    }
+}

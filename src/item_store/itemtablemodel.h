@@ -1,0 +1,126 @@
+#ifndef QUILLON_ITEMTABLEMODEL_H
+#define QUILLON_ITEMTABLEMODEL_H
+
+#include "citem.h"
+#include "quillon_export.h"
+
+#include <QAbstractTableModel>
+#include <QList>
+#include <QPointer>
+
+#include <unordered_map>
+#include <vector>
+
+class CItems;
+
+/**
+ * A table over an items collection, one row per item in list order, read straight from the items (nothing is
+ * copied), followed by the new rows not yet saved. Edits are kept aside until SaveChanges writes them through the
+ * collection; the collection's own changes reach the view as exact row insertions, removals and dataChanged.
+ *
+ * Not sortable or filterable; the unit and type columns show the names joined in by the facade and are read-only.
+ */
+class QUILLON_EXPORT ItemTableModel : public QAbstractTableModel
+{
+    Q_OBJECT
+
+public:
+    enum Field {
+        ItemNo,
+        ItemName,
+        Standard,
+        UnitName,
+        TypeName,
+        PriceEnterPack,
+        PriceEnter,
+        PriceSalePack,
+        PriceSale,
+        PackageAmount,
+        LimitUp,
+        LimitDown,
+        Spell,
+        Remark,
+        LinkMen,
+        Tel1,
+        Tel2,
+        Tel3,
+        Address,
+        PostCode,
+        Bank,
+        BankAccount,
+        ArtificialPerson,
+        IRDNumber,
+        OweWarring,
+        OweStop,
+    };
+    Q_ENUM(Field)
+
+    /// The columns a clerk sees for goods, for clients and suppliers, and for every other kind.
+    static QList<Field> goodsFields();
+    static QList<Field> clientFields();
+    static QList<Field> simpleFields();
+    static QList<Field> fieldsForType(int itemTypeID);
+    static QString fieldTitle(Field field);
+    static bool isFieldEditable(Field field);
+    /// The text a field of an item shows.
+    static QString fieldText(const CItem &item, Field field);
+
+    explicit ItemTableModel(CItems *items, const QList<Field> &fields, QObject *parent = nullptr);
+    ~ItemTableModel() override;
+    Q_DISABLE_COPY_MOVE(ItemTableModel)
+
+    int rowCount(const QModelIndex &parent = QModelIndex()) const override;
+    int columnCount(const QModelIndex &parent = QModelIndex()) const override;
+    QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+    Qt::ItemFlags flags(const QModelIndex &index) const override;
+    /// Checks and keeps an edit; a refused text raises editRejected with the reason and returns false.
+    bool setData(const QModelIndex &index, const QVariant &value, int role = Qt::EditRole) override;
+
+    CItems *items() const { return m_items; }
+    QList<Field> fields() const { return m_fields; }
+    Field field(int column) const { return m_fields.value(column); }
+    int columnOf(Field field) const { return int(m_fields.indexOf(field)); }
+
+    /// The item as the row shows it (with pending edits); none outside the table.
+    CItemPtr itemAt(int row) const;
+    /// The row of an item of the collection (or a new row), -1 when none.
+    int rowOf(const CItem *item) const;
+    int rowOfID(qint32 id) const;
+    bool isNewRow(int row) const;
+    /// Appends an empty item of the collection's type as a new row; returns its row.
+    int addNewRow();
+    /// Drops a new (unsaved) row; false for rows of the collection.
+    bool removeNewRow(int row);
+
+    /// True while edits or new rows wait for SaveChanges.
+    bool isModified() const { return !m_edited.empty() || !m_newItems.empty(); }
+    /// Saves every edited and new row through the collection, in row order. Stops at the first failure (which the
+    /// collection has reported); the rows not saved keep their edits. Returns true when everything was saved.
+    bool SaveChanges();
+    void discardChanges();
+    /// Tells the views that the item's row shows new values.
+    void refreshItem(const CItem *item);
+
+Q_SIGNALS:
+    void modifiedChanged(bool modified);
+    void editRejected(const QString &message);
+
+private:
+    void connectItems();
+    bool isCell(const QModelIndex &index) const;
+    void setModifiedState();
+    const CItem *shown(int row) const;
+    CItemPtr rowItem(int row) const;
+    bool applyText(CItem &item, Field field, const QString &text);
+
+    QPointer<CItems> m_items;
+    QList<Field> m_fields;
+    int m_itemType = 0;
+    // Pending edits of items in the collection: the item → a working copy holding the edited values.
+    std::unordered_map<const CItem *, CItemPtr> m_edited;
+    std::vector<CItemPtr> m_newItems;
+    bool m_modified = false;
+};
+
+#endif
