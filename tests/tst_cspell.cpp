@@ -64,6 +64,33 @@ private Q_SLOTS:
         QCOMPARE(CSpell::initials(character.at(0)), initials);
     }
 
+    void matchCode_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("code");
+        QTest::addColumn<bool>("matches");
+        QTest::newRow("first reading") << u"长城干红"_s << u"cc"_s << true;
+        QTest::newRow("second reading") << u"长城干红"_s << u"zc"_s << true;
+        QTest::newRow("upper case typed") << u"长城干红"_s << u"ZCGH"_s << true;
+        QTest::newRow("inside the name") << u"长城干红"_s << u"gh"_s << true;
+        QTest::newRow("wrong letter") << u"长城干红"_s << u"cd"_s << false;
+        QTest::newRow("longer than name") << u"可乐"_s << u"klx"_s << false;
+        QTest::newRow("latin letters match themselves") << u"A4纸"_s << u"a4z"_s << true;
+        QTest::newRow("digit must be equal") << u"A4纸"_s << u"a5"_s << false;
+        QTest::newRow("empty code") << u"任何"_s << QString() << true;
+        QTest::newRow("行 as hang") << u"银行卡"_s << u"yhk"_s << true;
+        QTest::newRow("行 as xing") << u"银行卡"_s << u"yxk"_s << true;
+        QTest::newRow("punctuation literal") << u"3-5号"_s << u"-5h"_s << true;
+    }
+
+    void matchCode()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, code);
+        QFETCH(bool, matches);
+        QCOMPARE(CSpell::MatchCode(name, code), matches);
+    }
+
     void codeOfAgreesWithGetPy()
     {
         for (char16_t c : {u'中', u' ', u'Z', u'喆', u'='}) {

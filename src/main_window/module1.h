@@ -4,10 +4,12 @@
 #include "quillon_export.h"
 
 #include <QString>
+#include <QStringList>
 #include <QStringView>
 #include <QVariant>
 
 class QLineEdit;
+class QWidget;
 
 /**
  * The small stateless helpers that every window and collection shares: the input box, the one error box, ini
@@ -60,6 +62,17 @@ QUILLON_EXPORT bool CheckNumberText(QLineEdit *box, const QString &fieldName, bo
 
 /// The empty text when the value's leading number is zero, else the value as text.
 QUILLON_EXPORT QString ZeroToBlank(const QVariant &value);
+
+/// Focuses a text control (line edit, text edit, spin box, editable combo box) and selects its whole text.
+/// Anything else, or a control that cannot take the focus, is left as it is.
+QUILLON_EXPORT void SelectAllText(QWidget *control);
+/// Enter (13) moves the focus on as Tab would, through a posted Tab keystroke; other keys are left alone.
+QUILLON_EXPORT void EnterToTab(qint16 keyCode);
+/// The main window's print hook: takes the grid and the heading texts and prints nothing.
+QUILLON_EXPORT void PrintGrid(qint32 mode, QWidget *grid, const QString &title, qint32 options,
+                              const QStringList &headings);
+/// The library's version, as "major.minor.patch".
+QUILLON_EXPORT QString LibraryVersion();
 
 } // namespace Module1
 

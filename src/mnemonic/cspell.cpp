@@ -4,6 +4,7 @@
 
 #include <QStringDecoder>
 #include <QStringEncoder>
+#include <QVarLengthArray>
 
 #include <algorithm>
 #include <array>
@@ -87,7 +88,73 @@ const std::array<char16_t, 65536> &codeTable()
     return table;
 }
 
+// For every UTF-16 unit, the letters (bit 0 = a) a typed code may use for it: its own letter, the initial of its
+// mnemonic code and the initials of all its readings.
+const std::array<std::uint32_t, 65536> &letterMasks()
+{
+    static const std::array<std::uint32_t, 65536> masks = [] {
+        std::array<std::uint32_t, 65536> m {};
+        const std::array<char16_t, 65536> &codes = codeTable();
+        for (std::uint32_t u = 0; u < 65536; ++u) {
+            char16_t c = codes[u];
+            if (c >= u'A' && c <= u'Z') {
+                c = char16_t(c + 32);
+            }
+            if (c >= u'a' && c <= u'z') {
+                m[u] = 1u << (c - u'a');
+            }
+        }
+        for (std::size_t i = 0; i < SpellData::kAllInitialsCount; ++i) {
+            const SpellData::CharInitials &entry = SpellData::kAllInitials[i];
+            for (int bit = 0; bit < 23; ++bit) {
+                if (entry.mask & (1u << bit)) {
+                    m[entry.character] |= 1u << (kLetters[bit] - u'a');
+                }
+            }
+        }
+        return m;
+    }();
+    return masks;
+}
+
 } // namespace
+
+bool CSpell::MatchCode(QStringView name, QStringView code)
+{
+    if (code.isEmpty()) {
+        return true;
+    }
+    if (code.size() > name.size()) {
+        return false;
+    }
+    const std::array<std::uint32_t, 65536> &masks = letterMasks();
+    // Each typed unit becomes a test: a letter bit, or the unit itself (case folded) for anything else.
+    QVarLengthArray<std::uint32_t, 32> wanted(code.size());
+    QVarLengthArray<char16_t, 32> literal(code.size());
+    for (qsizetype k = 0; k < code.size(); ++k) {
+        char16_t c = code[k].unicode();
+        if (c >= u'A' && c <= u'Z') {
+            c = char16_t(c + 32);
+        }
+        wanted[k] = (c >= u'a' && c <= u'z') ? 1u << (c - u'a') : 0;
+        literal[k] = c;
+    }
+    const char16_t *in = name.utf16();
+    const qsizetype last = name.size() - code.size();
+    for (qsizetype start = 0; start <= last; ++start) {
+        qsizetype k = 0;
+        for (; k < code.size(); ++k) {
+            const char16_t c = in[start + k];
+            if (wanted[k] ? !(masks[c] & wanted[k]) : QChar::toCaseFolded(c) != literal[k]) {
+                break;
+            }
+        }
+        if (k == code.size()) {
+            return true;
+        }
+    }
+    return false;
+}
 
 QString CSpell::py(QStringView text)
 {

@@ -27,6 +27,10 @@ public:
     /// Every initial of a character's readings, in the order of the letter table ("jq" for 亟); empty for a
     /// character without a reading.
     static QString initials(QChar c);
+    /// True when `code` (letters typed by a clerk, any case) matches a run of `name`'s characters: each typed
+    /// letter is the character itself or the initial of one of its readings (so 长城 matches "cc" and "zc").
+    /// Other typed characters match themselves. An empty code matches every name.
+    static bool MatchCode(QStringView name, QStringView code);
 };
 
 #endif
