@@ -1,5 +1,7 @@
 #include "clicommands.h"
 
+#include "appdatabase.h"
+
 #include "cbus.h"
 #include "cconnection.h"
 #include "citems.h"
@@ -56,14 +58,8 @@ int usage(Context &c, const QString &problem)
 
 std::shared_ptr<CConnection> openDatabase(Context &c)
 {
-    if (c.dbUrl.startsWith(u"sqlite:"_s)) {
-        const DatabaseUrl where = DatabaseUrl::parse(c.dbUrl);
-        if (where.engine == DatabaseUrl::Engine::SQLite && where.databaseName != u":memory:"_s) {
-            QDir().mkpath(QFileInfo(where.databaseName).absolutePath());
-        }
-    }
     QString error;
-    auto connection = CConnection::Open(c.dbUrl, &error);
+    auto connection = AppDatabase::open(c.dbUrl, &error);
     if (!connection) {
         c.err << error << u'\n';
     }
@@ -382,18 +378,9 @@ int cmdPy(Context &c)
 
 } // namespace
 
-QString defaultDatabaseUrl()
-{
-    QString base = QProcessEnvironment::systemEnvironment().value(u"XDG_DATA_HOME"_s);
-    if (base.isEmpty() || !QDir::isAbsolutePath(base)) {
-        base = QDir::homePath() + u"/.local/share"_s;
-    }
-    return u"sqlite://"_s + base + u"/quillon/quillon.db"_s;
-}
-
 int run(const QStringList &arguments, QTextStream &out, QTextStream &err)
 {
-    Context c {defaultDatabaseUrl(), {}, out, err, {}};
+    Context c {AppDatabase::defaultUrl(), {}, out, err, {}};
     c.prompt.setEcho(true);
     CPrompt *previous = CPrompt::setCurrent(&c.prompt);
     struct Restore

@@ -10,9 +10,6 @@ namespace Cli {
 
 enum ExitCode { Ok = 0, Failed = 1, Usage = 2 };
 
-/// The database used when no --db is given: quillon.db in the per-user data folder.
-QString defaultDatabaseUrl();
-
 /// Runs one command line (without the program name); output goes to `out`, messages to `err`.
 int run(const QStringList &arguments, QTextStream &out, QTextStream &err);
 

@@ -257,67 +257,59 @@ void FlexGrid::setRowHeightMin(qint32 twips)
 
 void FlexGrid::applyColours()
 {
-    auto css = [](quint32 color) {
-        return OleColor::toColor(color).name();
-    };
-    setStyleSheet(u"QTableView { background-color: %1; color: %2; gridline-color: %3; "
-                  "selection-background-color: %4; selection-color: %5; }"
-                  "QHeaderView::section, QTableCornerButton::section { background-color: %6; color: %7; "
-                  "border: 0px; border-right: 1px solid %8; border-bottom: 1px solid %8; padding: 1px 3px; }"_s.arg(
-                      css(m_backColor), css(m_foreColor), css(m_gridColor), css(m_backColorSel), css(m_foreColorSel),
-                      css(m_backColorFixed), css(m_foreColorFixed), css(m_gridColorFixed)));
+    setStyleSheet(m_colours.styleSheet());
 }
 
 void FlexGrid::setBackColor(quint32 color)
 {
-    m_backColor = color;
+    m_colours.back = color;
     applyColours();
 }
 
 void FlexGrid::setForeColor(quint32 color)
 {
-    m_foreColor = color;
+    m_colours.fore = color;
     applyColours();
 }
 
 void FlexGrid::setBackColorFixed(quint32 color)
 {
-    m_backColorFixed = color;
+    m_colours.backFixed = color;
     applyColours();
 }
 
 void FlexGrid::setForeColorFixed(quint32 color)
 {
-    m_foreColorFixed = color;
+    m_colours.foreFixed = color;
     applyColours();
 }
 
 void FlexGrid::setBackColorBkg(quint32 color)
 {
-    m_backColorBkg = color;
+    m_colours.backBkg = color;
 }
 
 void FlexGrid::setBackColorSel(quint32 color)
 {
-    m_backColorSel = color;
+    m_colours.backSel = color;
     applyColours();
 }
 
 void FlexGrid::setForeColorSel(quint32 color)
 {
-    m_foreColorSel = color;
+    m_colours.foreSel = color;
     applyColours();
 }
 
 void FlexGrid::setGridColor(quint32 color)
 {
-    m_gridColor = color;
+    m_colours.grid = color;
     applyColours();
 }
 
 void FlexGrid::setGridColorFixed(quint32 color)
 {
-    m_gridColorFixed = color;
+    m_colours.gridFixed = color;
     applyColours();
 }
 

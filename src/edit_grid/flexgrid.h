@@ -2,6 +2,7 @@
 #define QUILLON_FLEXGRID_H
 
 #include "flexgridmodel.h"
+#include "gridcolours.h"
 #include "quillon_export.h"
 
 #include <QTableView>
@@ -109,23 +110,23 @@ public:
     qint32 RowHeightMin() const { return m_rowHeightMin; }
     void setRowHeightMin(qint32 twips);
 
-    quint32 BackColor() const { return m_backColor; }
+    quint32 BackColor() const { return m_colours.back; }
     void setBackColor(quint32 color);
-    quint32 ForeColor() const { return m_foreColor; }
+    quint32 ForeColor() const { return m_colours.fore; }
     void setForeColor(quint32 color);
-    quint32 BackColorFixed() const { return m_backColorFixed; }
+    quint32 BackColorFixed() const { return m_colours.backFixed; }
     void setBackColorFixed(quint32 color);
-    quint32 ForeColorFixed() const { return m_foreColorFixed; }
+    quint32 ForeColorFixed() const { return m_colours.foreFixed; }
     void setForeColorFixed(quint32 color);
-    quint32 BackColorBkg() const { return m_backColorBkg; }
+    quint32 BackColorBkg() const { return m_colours.backBkg; }
     void setBackColorBkg(quint32 color);
-    quint32 BackColorSel() const { return m_backColorSel; }
+    quint32 BackColorSel() const { return m_colours.backSel; }
     void setBackColorSel(quint32 color);
-    quint32 ForeColorSel() const { return m_foreColorSel; }
+    quint32 ForeColorSel() const { return m_colours.foreSel; }
     void setForeColorSel(quint32 color);
-    quint32 GridColor() const { return m_gridColor; }
+    quint32 GridColor() const { return m_colours.grid; }
     void setGridColor(quint32 color);
-    quint32 GridColorFixed() const { return m_gridColorFixed; }
+    quint32 GridColorFixed() const { return m_colours.gridFixed; }
     void setGridColorFixed(quint32 color);
 
     int AllowUserResizing() const { return m_allowUserResizing; }
@@ -166,15 +167,7 @@ private:
     qint32 m_rowSel = 1;
     qint32 m_colSel = 1;
     qint32 m_rowHeightMin = 0;
-    quint32 m_backColor = 0x80000005;
-    quint32 m_foreColor = 0x80000008;
-    quint32 m_backColorFixed = 0x8000000F;
-    quint32 m_foreColorFixed = 0x80000012;
-    quint32 m_backColorBkg = 0x808080;
-    quint32 m_backColorSel = 0x8000000D;
-    quint32 m_foreColorSel = 0x8000000E;
-    quint32 m_gridColor = 0xC0C0C0;
-    quint32 m_gridColorFixed = 0;
+    GridColours m_colours;
     int m_allowUserResizing = 0;
     int m_scrollBars = 3;
     int m_selectionMode = 0;

@@ -1,5 +1,7 @@
 #include "cbus.h"
 
+#include "frmmain.h"
+
 #include "cconnection.h"
 
 using namespace Qt::StringLiterals;
@@ -22,6 +24,7 @@ CBus::CBus(QObject *parent)
 
 CBus::~CBus()
 {
+    m_main.reset();
     m_clients.reset();
     m_allGoods.reset();
     m_units.reset();
@@ -183,4 +186,24 @@ void CBus::SaveSoftwareUserInfor()
     if (m_softwareUserInfor && m_softwareUsers) {
         m_softwareUsers->SaveItem(m_softwareUserInfor);
     }
+}
+
+void CBus::ShowMain()
+{
+    if (!m_main) {
+        m_main = std::make_unique<frmMain>();
+        const std::pair<int, std::shared_ptr<CItems>> lists[] = {
+            {itGoods, m_allGoods}, {itClient, m_clients},   {itClientType, m_clientTypes}, {itDepartment, m_departments},
+            {itLLR, m_llrs},       {itStorm, m_stocks},     {itGoodsType, m_types},        {itUnit, m_units},
+            {itArea, m_areas},
+        };
+        for (const auto &[type, items] : lists) {
+            m_main->setCollection(type, items);
+        }
+        m_main->setConnection(m_connection);
+        m_main->Form_Load();
+    }
+    m_main->show();
+    m_main->raise();
+    m_main->activateWindow();
 }

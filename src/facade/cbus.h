@@ -10,6 +10,7 @@
 #include <memory>
 
 class CConnection;
+class frmMain;
 
 /**
  * The library's entry object: holds one shared collection per item type, loads them, and hands the same
@@ -85,6 +86,12 @@ public:
     /// The collection that holds an item type (the software-user collection for 12), or none.
     std::shared_ptr<CItems> collection(int itemType) const;
 
+    /// Shows the item management window (modeless), created on first use with the shared collections and the
+    /// connection.
+    void ShowMain();
+    /// The item management window, once ShowMain created it.
+    frmMain *mainWindow() const { return m_main.get(); }
+
     /// Fills mUnitName and mTypeName of every goods item from the units and goods types.
     void JoinGoodsNames();
     /// Fills mTypeName of every client from the client types.
@@ -109,6 +116,7 @@ private:
     CItemPtr m_softwareUserInfor;
     CItem m_softwareUserDefaults;
     std::shared_ptr<CConnection> m_connection;
+    std::unique_ptr<frmMain> m_main;
 };
 
 #endif

@@ -255,6 +255,11 @@ bool ItemTableModel::isCell(const QModelIndex &index) const
         && index.column() < columnCount();
 }
 
+CItems *ItemTableModel::items() const
+{
+    return m_items;
+}
+
 int ItemTableModel::rowCount(const QModelIndex &parent) const
 {
     if (parent.isValid() || !m_items) {

@@ -77,7 +77,7 @@ public:
     /// Checks and keeps an edit; a refused text raises editRejected with the reason and returns false.
     bool setData(const QModelIndex &index, const QVariant &value, int role = Qt::EditRole) override;
 
-    CItems *items() const { return m_items; }
+    CItems *items() const;
     QList<Field> fields() const { return m_fields; }
     Field field(int column) const { return m_fields.value(column); }
     int columnOf(Field field) const { return int(m_fields.indexOf(field)); }

@@ -1,7 +1,8 @@
 #include "prompt.h"
 
+#include "frminputitem.h"
+
 #include <QApplication>
-#include <QInputDialog>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -148,14 +149,8 @@ int QtPrompt::MsgBox(const QString &text, int style, const QString &title)
 
 std::optional<QString> QtPrompt::InputBox(const QString &prompt, const QString &title, const QString &defaultText)
 {
-    bool ok = false;
-    const QString text =
-        QInputDialog::getText(QApplication::activeWindow(), title.isEmpty() ? applicationTitle() : title, prompt,
-                              QLineEdit::Normal, defaultText, &ok);
-    if (!ok) {
-        return std::nullopt;
-    }
-    return text;
+    frmInputItem dialog(QApplication::activeWindow());
+    return dialog.ask(prompt, title, defaultText);
 }
 
 int ScriptedPrompt::MsgBox(const QString &text, int style, const QString &title)

@@ -1,0 +1,36 @@
+#include "appdatabase.h"
+
+#include "cconnection.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QProcessEnvironment>
+#include <QSqlQuery>
+
+using namespace Qt::StringLiterals;
+
+QString AppDatabase::defaultUrl()
+{
+    QString base = QProcessEnvironment::systemEnvironment().value(u"XDG_DATA_HOME"_s);
+    if (base.isEmpty() || !QDir::isAbsolutePath(base)) {
+        base = QDir::homePath() + u"/.local/share"_s;
+    }
+    return u"sqlite://"_s + base + u"/quillon/quillon.db"_s;
+}
+
+std::shared_ptr<CConnection> AppDatabase::open(const QString &url, QString *error)
+{
+    if (url.startsWith(u"sqlite:"_s)) {
+        const DatabaseUrl where = DatabaseUrl::parse(url);
+        if (where.engine == DatabaseUrl::Engine::SQLite && where.databaseName != u":memory:"_s) {
+            QDir().mkpath(QFileInfo(where.databaseName).absolutePath());
+        }
+    }
+    return CConnection::Open(url, error);
+}
+
+bool AppDatabase::isEmpty(CConnection &connection)
+{
+    QSqlQuery query = connection.Select(u"Select Count(*) From T_Item"_s);
+    return query.next() && query.value(0).toLongLong() == 0;
+}

@@ -1,0 +1,146 @@
+#include "frmsearch.h"
+
+#include "citems.h"
+#include "cspell.h"
+#include "itemtablemodel.h"
+#include "module1.h"
+#include "prompt.h"
+
+#include <QAbstractItemView>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+using namespace Qt::StringLiterals;
+
+frmSearch::frmSearch(QWidget *parent)
+    : QDialog(parent)
+    , txtNo(new QLineEdit(this))
+    , txtName(new QLineEdit(this))
+    , txtSpell(new QLineEdit(this))
+    , cmdFind(new QPushButton(u"查找(&F)"_s, this))
+    , cmdClose(new QPushButton(u"关闭"_s, this))
+    , lblResult(new QLabel(this))
+{
+    setObjectName(u"frmSearch"_s);
+    setWindowTitle(u"查找"_s);
+    txtNo->setObjectName(u"txtNo"_s);
+    txtName->setObjectName(u"txtName"_s);
+    txtSpell->setObjectName(u"txtSpell"_s);
+    cmdFind->setObjectName(u"cmdFind"_s);
+    cmdClose->setObjectName(u"cmdClose"_s);
+    lblResult->setObjectName(u"lblResult"_s);
+    txtSpell->setPlaceholderText(u"拼音首字母,如 KL"_s);
+
+    auto *form = new QFormLayout;
+    form->addRow(u"编号(&N):"_s, txtNo);
+    form->addRow(u"名称(&M):"_s, txtName);
+    form->addRow(u"助记符(&S):"_s, txtSpell);
+    auto *buttons = new QHBoxLayout;
+    buttons->addWidget(lblResult, 1);
+    buttons->addWidget(cmdFind);
+    buttons->addWidget(cmdClose);
+    auto *layout = new QVBoxLayout(this);
+    layout->addLayout(form);
+    layout->addLayout(buttons);
+    setMinimumWidth(340);
+
+    // Enter in a field moves on instead of pressing a button; Enter on 查找 searches.
+    cmdFind->setAutoDefault(false);
+    cmdClose->setAutoDefault(false);
+    for (QLineEdit *field : {txtNo, txtName, txtSpell}) {
+        field->installEventFilter(this);
+    }
+    connect(cmdFind, &QPushButton::clicked, this, &frmSearch::cmdFind_Click);
+    connect(cmdClose, &QPushButton::clicked, this, &QDialog::close);
+}
+
+frmSearch::~frmSearch() = default;
+
+void frmSearch::setGrid(QAbstractItemView *grid)
+{
+    m_grid = grid;
+}
+
+bool frmSearch::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent *>(event)->key();
+        if (key == Qt::Key_Return || key == Qt::Key_Enter) {
+            Module1::EnterToTab(13);
+            return true;
+        }
+    }
+    return QDialog::eventFilter(watched, event);
+}
+
+void frmSearch::showEvent(QShowEvent *event)
+{
+    QDialog::showEvent(event);
+    lblResult->clear();
+    Module1::SelectAllText(txtNo);
+}
+
+int frmSearch::FindNext(int fromRow) const
+{
+    const auto *model = m_grid ? qobject_cast<const ItemTableModel *>(m_grid->model()) : nullptr;
+    if (!model) {
+        return -1;
+    }
+    const QString no = txtNo->text().trimmed();
+    const QString name = txtName->text().trimmed();
+    const QString code = txtSpell->text().trimmed();
+    if (no.isEmpty() && name.isEmpty() && code.isEmpty()) {
+        return -1;
+    }
+    const int rows = model->rowCount();
+    for (int step = 1; step <= rows; ++step) {
+        const int row = int((qint64(fromRow) + step + rows) % rows);
+        const CItemPtr item = model->itemAt(row);
+        if (!item) {
+            continue;
+        }
+        if (!no.isEmpty() && !item->F_ItemNo().contains(no, Qt::CaseInsensitive)) {
+            continue;
+        }
+        if (!name.isEmpty() && !item->F_ItemName().contains(name, Qt::CaseInsensitive)) {
+            continue;
+        }
+        if (!code.isEmpty() && !item->F_Spell().contains(code, Qt::CaseInsensitive)
+            && !CSpell::MatchCode(item->F_ItemName(), code)) {
+            continue;
+        }
+        return row;
+    }
+    return -1;
+}
+
+void frmSearch::cmdFind_Click()
+{
+    if (txtNo->text().trimmed().isEmpty() && txtName->text().trimmed().isEmpty()
+        && txtSpell->text().trimmed().isEmpty()) {
+        CPrompt::current().MsgBox(u"请输入要查找的编号、名称或助记符!"_s, CPrompt::vbExclamation,
+                                  CPrompt::messageTitle());
+        Module1::SelectAllText(txtNo);
+        return;
+    }
+    if (!m_grid || !m_grid->model()) {
+        return;
+    }
+    const QModelIndex current = m_grid->currentIndex();
+    const int row = FindNext(current.isValid() ? current.row() : -1);
+    if (row < 0) {
+        lblResult->setText(u"没有找到"_s);
+        CPrompt::current().MsgBox(u"没有找到符合条件的记录!"_s, CPrompt::vbInformation, CPrompt::messageTitle());
+        return;
+    }
+    const QModelIndex found = m_grid->model()->index(row, current.isValid() ? current.column() : 0);
+    m_grid->setCurrentIndex(found);
+    m_grid->scrollTo(found, QAbstractItemView::PositionAtCenter);
+    lblResult->setText(u"第 "_s + QString::number(row + 1) + u" 行"_s);
+    Q_EMIT Found(row);
+}

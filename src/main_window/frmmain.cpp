@@ -1,0 +1,921 @@
+#include "frmmain.h"
+
+#include "citems.h"
+#include "frmsearch.h"
+#include "itemgrid.h"
+#include "itemtablemodel.h"
+#include "module1.h"
+#include "prompt.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QDate>
+#include <QDir>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLayout>
+#include <QMenuBar>
+#include <QMetaMethod>
+#include <QMouseEvent>
+#include <QPageSetupDialog>
+#include <QPrinter>
+#include <QScreen>
+#include <QSettings>
+#include <QStandardPaths>
+#include <QStatusBar>
+#include <QStyle>
+#include <QTime>
+#include <QToolBar>
+#include <QTreeWidget>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int kGoods = 4;
+
+struct NavEntry
+{
+    int itemType;
+    const char16_t *text;
+};
+
+// The tree: the root first, then its children in this order.
+constexpr NavEntry kNavEntries[] = {
+    {frmMain::kRootKind, u"Quillon进销存管理系统"},
+    {6, u"部门"},
+    {5, u"仓库"},
+    {8, u"客户类别"},
+    {9, u"地区"},
+    {1, u"客户"},
+    {3, u"商品类别"},
+    {2, u"单位"},
+    {4, u"商品"},
+    {11, u"领料人"},
+};
+
+constexpr char16_t kUnsavedQuestion[] = u"你已经修改了数据,是否要保存修改?";
+
+int buttonOf(Qt::MouseButtons buttons)
+{
+    int result = 0;
+    if (buttons & Qt::LeftButton) {
+        result |= 1;
+    }
+    if (buttons & Qt::RightButton) {
+        result |= 2;
+    }
+    if (buttons & Qt::MiddleButton) {
+        result |= 4;
+    }
+    return result;
+}
+
+int shiftOf(Qt::KeyboardModifiers modifiers)
+{
+    return ((modifiers & Qt::ShiftModifier) ? 1 : 0) | ((modifiers & Qt::ControlModifier) ? 2 : 0)
+        | ((modifiers & Qt::AltModifier) ? 4 : 0);
+}
+
+QSettings windowSettings()
+{
+    return QSettings(QSettings::NativeFormat, QSettings::UserScope, CPrompt::applicationTitle());
+}
+
+} // namespace
+
+frmMain::frmMain(QWidget *parent)
+    : QMainWindow(parent)
+    , tvTreeView(new QTreeWidget)
+    , Flexgd1(new ItemGrid)
+    , tbToolBar(new QToolBar(u"工具栏"_s, this))
+    , sbStatusBar(new QStatusBar(this))
+    , picSplitter(new QWidget)
+    , imgSplitter(new QWidget)
+    , picTitles(new QWidget)
+    , lblTitle(new QLabel)
+    , m_settingsFile(defaultSettingsFile())
+{
+    setObjectName(u"frmMain"_s);
+    setAttribute(Qt::WA_DeleteOnClose, false);
+
+    // The central area is laid out by SizeControls, not by a layout manager.
+    m_central = new QWidget(this);
+    m_central->setObjectName(u"centralArea"_s);
+    setCentralWidget(m_central);
+    m_central->installEventFilter(this);
+    for (QWidget *w : {static_cast<QWidget *>(tvTreeView), static_cast<QWidget *>(Flexgd1), picTitles, imgSplitter,
+                       picSplitter}) {
+        w->setParent(m_central);
+    }
+
+    tvTreeView->setObjectName(u"tvTreeView"_s);
+    tvTreeView->setHeaderHidden(true);
+    tvTreeView->setRootIsDecorated(true);
+    tvTreeView->setIconSize(QSize(16, 16));
+    connect(tvTreeView, &QTreeWidget::itemClicked, this, [this](QTreeWidgetItem *node) {
+        tvTreeView_NodeClick(node);
+    });
+    connect(tvTreeView, &QTreeWidget::currentItemChanged, this, [this](QTreeWidgetItem *node) {
+        // Keyboard moves in the tree select a kind as a click does.
+        if (node && !m_switching && node->data(0, Qt::UserRole).toInt() != m_kind) {
+            tvTreeView_NodeClick(node);
+        }
+    });
+
+    picTitles->setObjectName(u"picTitles"_s);
+    picTitles->setAutoFillBackground(true);
+    QPalette titles = picTitles->palette();
+    titles.setColor(QPalette::Window, QColor(0x3A, 0x6E, 0xA5));
+    titles.setColor(QPalette::WindowText, Qt::white);
+    picTitles->setPalette(titles);
+    m_treeTitle = new QLabel(u"数据导航"_s, picTitles);
+    m_treeTitle->setObjectName(u"lblTreeTitle"_s);
+    lblTitle->setParent(picTitles);
+    lblTitle->setObjectName(u"lblTitle"_s);
+    QFont bold = lblTitle->font();
+    bold.setBold(true);
+    lblTitle->setFont(bold);
+    m_treeTitle->setFont(bold);
+
+    imgSplitter->setObjectName(u"imgSplitter"_s);
+    imgSplitter->setCursor(Qt::SplitHCursor);
+    imgSplitter->installEventFilter(this);
+    picSplitter->setObjectName(u"picSplitter"_s);
+    picSplitter->setAutoFillBackground(true);
+    QPalette bar = picSplitter->palette();
+    bar.setColor(QPalette::Window, QColor(0x80, 0x80, 0x80));
+    picSplitter->setPalette(bar);
+    picSplitter->hide();
+
+    tbToolBar->setObjectName(u"tbToolBar"_s);
+    tbToolBar->setMovable(false);
+    tbToolBar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
+    tbToolBar->setIconSize(QSize(24, 24));
+    addToolBar(Qt::TopToolBarArea, tbToolBar);
+
+    sbStatusBar->setObjectName(u"sbStatusBar"_s);
+    setStatusBar(sbStatusBar);
+    m_sbMessage = new QLabel(sbStatusBar);
+    m_sbMessage->setObjectName(u"sbMessage"_s);
+    m_sbDate = new QLabel(QDate::currentDate().toString(u"yyyy-MM-dd"_s), sbStatusBar);
+    sbStatusBar->addWidget(m_sbMessage, 1);
+    sbStatusBar->addPermanentWidget(m_sbDate);
+
+    createActions();
+    setSaveEnabled(false);
+    EnableMenu(kRootKind);
+}
+
+frmMain::~frmMain() = default;
+
+void frmMain::createActions()
+{
+    QStyle *s = style();
+    struct ButtonDef
+    {
+        const char16_t *key;
+        QStyle::StandardPixmap icon;
+        const char16_t *tip;
+    };
+    const ButtonDef defs[] = {
+        {u"新建", QStyle::SP_FileIcon, u"新建一条记录"},
+        {u"保存", QStyle::SP_DialogSaveButton, u"保存修改"},
+        {u"关闭", QStyle::SP_DialogCloseButton, u"关闭窗口"},
+        {u"删除", QStyle::SP_TrashIcon, u"删除当前记录"},
+        {u"属性", QStyle::SP_FileDialogDetailedView, u"修改当前记录的属性"},
+        {u"刷新", QStyle::SP_BrowserReload, u"刷新列表"},
+        {u"打印", QStyle::SP_DriveFDIcon, u"打印"},
+        {u"查找", QStyle::SP_FileDialogContentsView, u"查找记录"},
+        {u"帮助", QStyle::SP_DialogHelpButton, u"帮助"},
+    };
+    for (const ButtonDef &def : defs) {
+        const QString key = QString::fromUtf16(def.key);
+        QAction *action = tbToolBar->addAction(s->standardIcon(def.icon), key);
+        action->setObjectName(key);
+        action->setToolTip(QString::fromUtf16(def.tip));
+        connect(action, &QAction::triggered, this, [this, key]() {
+            tbToolBar_ButtonClick(key);
+        });
+        m_buttons.emplace(key, action);
+        if (key == u"关闭"_s || key == u"刷新"_s || key == u"查找"_s) {
+            tbToolBar->addSeparator();
+        }
+    }
+
+    auto add = [this](QMenu *menu, const QString &name, const QString &text, void (frmMain::*slot)(),
+                      const QKeySequence &shortcut = QKeySequence()) {
+        QAction *action = menu->addAction(text);
+        action->setObjectName(name);
+        action->setShortcut(shortcut);
+        connect(action, &QAction::triggered, this, slot);
+        return action;
+    };
+    QMenu *file = menuBar()->addMenu(u"文件(&F)"_s);
+    mnuExportToExcel = add(file, u"mnuExportToExcel"_s, u"导出到Excel(&E)..."_s, &frmMain::mnuExportToExcel_Click);
+    file->addSeparator();
+    mnuFilePrintSetup = add(file, u"mnuFilePrintSetup"_s, u"打印设置(&U)..."_s, &frmMain::mnuFilePrintSetup_Click);
+    mnuFilePrint = add(file, u"mnuFilePrint"_s, u"打印(&P)"_s, &frmMain::mnuFilePrint_Click, QKeySequence::Print);
+    file->addSeparator();
+    mnuModifyPassword = add(file, u"mnuModifyPassword"_s, u"修改密码(&W)..."_s, &frmMain::mnuModifyPassword_Click);
+    mnuReLogin = add(file, u"mnuReLogin"_s, u"重新登录(&L)..."_s, &frmMain::mnuReLogin_Click);
+    file->addSeparator();
+    mnuFileClose = file->addAction(u"关闭(&C)"_s, this, &QWidget::close);
+    mnuFileClose->setObjectName(u"mnuFileClose"_s);
+
+    QMenu *edit = menuBar()->addMenu(u"编辑(&E)"_s);
+    mnuEditNew = add(edit, u"mnuEditNew"_s, u"新建(&N)"_s, &frmMain::mnuEditNew_Click, QKeySequence::New);
+    mnuEditSave = add(edit, u"mnuEditSave"_s, u"保存(&S)"_s, &frmMain::mnuEditSave_Click, QKeySequence::Save);
+    mnuEditDelete = add(edit, u"mnuEditDelete"_s, u"删除(&D)"_s, &frmMain::mnuEditDelete_Click,
+                        QKeySequence(Qt::CTRL | Qt::Key_Delete));
+    mnuEditSub = add(edit, u"mnuEditSub"_s, u"属性(&R)..."_s, &frmMain::mnuEditSub_Click);
+    edit->addSeparator();
+    mnuSearch = add(edit, u"mnuSearch"_s, u"查找(&F)..."_s, &frmMain::mnuSearch_Click, QKeySequence::Find);
+
+    QMenu *view = menuBar()->addMenu(u"查看(&V)"_s);
+    mnuViewToolbar = add(view, u"mnuViewToolbar"_s, u"工具栏(&T)"_s, &frmMain::mnuViewToolbar_Click);
+    mnuViewToolbar->setCheckable(true);
+    mnuViewToolbar->setChecked(true);
+    mnuViewStatusBar = add(view, u"mnuViewStatusBar"_s, u"状态栏(&B)"_s, &frmMain::mnuViewStatusBar_Click);
+    mnuViewStatusBar->setCheckable(true);
+    mnuViewStatusBar->setChecked(true);
+    view->addSeparator();
+    mnuViewRefresh =
+        add(view, u"mnuViewRefresh"_s, u"刷新(&R)"_s, &frmMain::mnuViewRefresh_Click, QKeySequence::Refresh);
+    mnuViewGoodsInOutList = add(view, u"mnuViewGoodsInOutList"_s, u"商品进出明细(&G)..."_s,
+                                &frmMain::mnuViewGoodsInOutList_Click);
+
+    QMenu *tools = menuBar()->addMenu(u"工具(&T)"_s);
+    mnuItemMan = add(tools, u"mnuItemMan"_s, u"项目管理(&I)..."_s, &frmMain::mnuItemMan_Click);
+
+    QMenu *help = menuBar()->addMenu(u"帮助(&H)"_s);
+    mnuHelpDir = add(help, u"mnuHelpDir"_s, u"帮助目录(&C)"_s, &frmMain::mnuHelpDir_Click, QKeySequence::HelpContents);
+    mnuHelpSearchForHelpOn =
+        add(help, u"mnuHelpSearchForHelpOn"_s, u"搜索帮助主题(&S)..."_s, &frmMain::mnuHelpSearchForHelpOn_Click);
+    help->addSeparator();
+    mnuHelpAbout = add(help, u"mnuHelpAbout"_s, u"关于(&A)..."_s, &frmMain::mnuHelpAbout_Click);
+}
+
+QAction *frmMain::button(const QString &key) const
+{
+    const auto it = m_buttons.find(key);
+    return it == m_buttons.end() ? nullptr : it->second;
+}
+
+void frmMain::setCollection(int itemType, const std::shared_ptr<CItems> &items)
+{
+    if (const auto old = collection(itemType); old && itemType == kGoods) {
+        disconnect(old.get(), &CItems::SomeOneChanged, this, nullptr);
+    }
+    m_collections[itemType] = items;
+    if (items && itemType == kGoods) {
+        connect(items.get(), &CItems::SomeOneChanged, this, &frmMain::gAllGoods_SomeOneChanged);
+    }
+    if (itemType == m_kind) {
+        showKind(m_kind);
+    }
+}
+
+std::shared_ptr<CItems> frmMain::collection(int itemType) const
+{
+    const auto it = m_collections.find(itemType);
+    return it == m_collections.end() ? nullptr : it->second;
+}
+
+QString frmMain::defaultSettingsFile()
+{
+    const QString programDir = QCoreApplication::applicationDirPath();
+    const QFileInfo dir(programDir);
+    if (!programDir.isEmpty() && dir.isDir() && dir.isWritable()) {
+        return QDir(programDir).filePath(u"QlSetup.ini"_s);
+    }
+    const QString config = QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation);
+    QDir().mkpath(config);
+    return QDir(config).filePath(u"QlSetup.ini"_s);
+}
+
+int frmMain::twipsPerPixelX() const
+{
+    return qMax(1, qRound(1440.0 / qMax(1, logicalDpiX())));
+}
+
+int frmMain::twipsPerPixelY() const
+{
+    return qMax(1, qRound(1440.0 / qMax(1, logicalDpiY())));
+}
+
+void frmMain::Form_Load()
+{
+    if (m_loaded) {
+        return;
+    }
+    m_loaded = true;
+    setWindowTitle(u"数据导航"_s);
+
+    const QScreen *screen = this->screen() ? this->screen() : QGuiApplication::primaryScreen();
+    m_titleHeight = (screen && screen->geometry().width() == 1024) ? 35 : 27;
+
+    const int tx = twipsPerPixelX();
+    const int ty = twipsPerPixelY();
+    auto restoreRect = [&]() {
+        QSettings settings = windowSettings();
+        settings.beginGroup(u"Settings"_s);
+        const int left = settings.value(u"MainLeft"_s, u"1000"_s).toString().toInt();
+        const int top = settings.value(u"MainTop"_s, u"1000"_s).toString().toInt();
+        const int width = settings.value(u"MainWidth"_s, u"6500"_s).toString().toInt();
+        const int height = settings.value(u"MainHeight"_s, u"6500"_s).toString().toInt();
+        move(left / tx, top / ty);
+        resize(qMax(1, width / tx), qMax(1, height / ty));
+        // Before the first show the central area has no size yet; lay the window out now so the splitter is
+        // clamped against the real width.
+        if (layout()) {
+            layout()->activate();
+        }
+    };
+    restoreRect();
+
+    buildTree();
+
+    const double stored =
+        Module1::Val(Module1::GetIniString(u"Setup Program"_s, u"MainFormSpliterX"_s, m_settingsFile, u"3000"_s));
+    m_splitterX = (stored <= 0 || stored >= 20000) ? 3000.0f : float(stored);
+    SizeControls(m_splitterX);
+    // The rectangle wins over anything the layout pass changed.
+    restoreRect();
+    SizeControls(m_splitterX);
+}
+
+void frmMain::Form_Unload()
+{
+    if (!isMinimized()) {
+        const int tx = twipsPerPixelX();
+        const int ty = twipsPerPixelY();
+        const QRect frame = geometry();
+        QSettings settings = windowSettings();
+        settings.beginGroup(u"Settings"_s);
+        settings.setValue(u"MainLeft"_s, QString::number(pos().x() * tx));
+        settings.setValue(u"MainTop"_s, QString::number(pos().y() * ty));
+        settings.setValue(u"MainWidth"_s, QString::number(frame.width() * tx));
+        settings.setValue(u"MainHeight"_s, QString::number(frame.height() * ty));
+        settings.endGroup();
+        settings.sync();
+    }
+    Module1::SetIniString(u"Setup Program"_s, u"MainFormSpliterX"_s, m_settingsFile,
+                          QString::number(double(m_splitterX)));
+}
+
+void frmMain::buildTree()
+{
+    tvTreeView->clear();
+    QTreeWidgetItem *root = nullptr;
+    for (const NavEntry &entry : kNavEntries) {
+        auto *node = root ? new QTreeWidgetItem(root) : new QTreeWidgetItem(tvTreeView);
+        node->setText(0, QString::fromUtf16(entry.text));
+        node->setData(0, Qt::UserRole, entry.itemType);
+        node->setIcon(0, style()->standardIcon(root ? QStyle::SP_FileDialogListView : QStyle::SP_DirHomeIcon));
+        if (!root) {
+            root = node;
+        }
+    }
+    tvTreeView->expandAll();
+    m_switching = true;
+    tvTreeView->setCurrentItem(root);
+    m_switching = false;
+}
+
+QString frmMain::nodeText(int itemType) const
+{
+    for (const NavEntry &entry : kNavEntries) {
+        if (entry.itemType == itemType) {
+            return QString::fromUtf16(entry.text);
+        }
+    }
+    return QString();
+}
+
+void frmMain::SizeControls(float x)
+{
+    const int tx = twipsPerPixelX();
+    const int ty = twipsPerPixelY();
+    const float formWidth = float(m_central->width() * tx);
+    if (x < 1500) {
+        x = 1500;
+    }
+    if (formWidth - 1500 < x) {
+        x = formWidth - 1500;
+    }
+    m_splitterX = x;
+
+    const int titleTop = 0;
+    const int titleHeight = m_titleHeight;
+    const int top = titleTop + titleHeight;
+    const int height = qMax(0, m_central->height() - top);
+    const int treeWidth = qMax(0, int(x) / tx);
+    tvTreeView->setGeometry(0, top, treeWidth, height);
+    imgSplitter->setGeometry(int(x) / tx, top, qMax(1, 40 / tx), height);
+    const int gridLeft = int(x + 40) / tx;
+    const int gridWidth = qMax(0, int(formWidth - (float(treeWidth * tx) + 140)) / tx);
+    Flexgd1->setGeometry(gridLeft, top, gridWidth, height);
+
+    picTitles->setGeometry(0, titleTop, m_central->width(), titleHeight);
+    const int inset = 20 / tx + 4;
+    m_treeTitle->setGeometry(inset, 0, qMax(0, treeWidth - inset), titleHeight);
+    lblTitle->setGeometry(gridLeft + inset, 0, qMax(0, gridWidth - inset), titleHeight);
+    Q_UNUSED(ty)
+}
+
+void frmMain::imgSplitter_MouseDown(int, int, float, float)
+{
+    const int tx = twipsPerPixelX();
+    const int ty = twipsPerPixelY();
+    const QRect grab = imgSplitter->geometry();
+    picSplitter->setGeometry(grab.left(), grab.top(), qMax(1, grab.width() / 2),
+                             qMax(1, (grab.height() * ty - 20) / ty));
+    picSplitter->show();
+    picSplitter->raise();
+    m_moving = true;
+    Q_UNUSED(tx)
+}
+
+void frmMain::imgSplitter_MouseMove(int, int, float x, float)
+{
+    if (!m_moving) {
+        return;
+    }
+    const int tx = twipsPerPixelX();
+    const float formWidth = float(m_central->width() * tx);
+    const float candidate = float(imgSplitter->x() * tx) + x;
+    float position = candidate;
+    if (candidate < 500) {
+        position = 500;
+    } else if (candidate > formWidth - 500) {
+        position = formWidth - 500;
+    }
+    picSplitter->move(int(position) / tx, picSplitter->y());
+}
+
+void frmMain::imgSplitter_MouseUp(int, int, float, float)
+{
+    if (!m_moving) {
+        return;
+    }
+    SizeControls(float(picSplitter->x() * twipsPerPixelX()));
+    picSplitter->hide();
+    m_moving = false;
+}
+
+bool frmMain::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_central && event->type() == QEvent::Resize) {
+        SizeControls(m_splitterX);
+    } else if (watched == imgSplitter) {
+        switch (event->type()) {
+        case QEvent::MouseButtonPress:
+        case QEvent::MouseMove:
+        case QEvent::MouseButtonRelease: {
+            const auto *mouse = static_cast<QMouseEvent *>(event);
+            const float x = float(mouse->position().x() * twipsPerPixelX());
+            const float y = float(mouse->position().y() * twipsPerPixelY());
+            const int shift = shiftOf(mouse->modifiers());
+            if (event->type() == QEvent::MouseButtonPress) {
+                imgSplitter_MouseDown(buttonOf(mouse->buttons()), shift, x, y);
+            } else if (event->type() == QEvent::MouseMove) {
+                imgSplitter_MouseMove(buttonOf(mouse->buttons()), shift, x, y);
+            } else {
+                imgSplitter_MouseUp(buttonOf(mouse->button()), shift, x, y);
+            }
+            return true;
+        }
+        default:
+            break;
+        }
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
+void frmMain::showEvent(QShowEvent *event)
+{
+    Form_Load();
+    QMainWindow::showEvent(event);
+}
+
+void frmMain::resizeEvent(QResizeEvent *event)
+{
+    QMainWindow::resizeEvent(event);
+    SizeControls(m_splitterX);
+}
+
+void frmMain::closeEvent(QCloseEvent *event)
+{
+    if (!settleChanges()) {
+        event->ignore();
+        return;
+    }
+    if (m_search) {
+        m_search->close();
+    }
+    Form_Unload();
+    event->accept();
+}
+
+void frmMain::ShowMsgInSB(const QString &text)
+{
+    m_sbMessage->setText(text);
+}
+
+void frmMain::EnableMenu(int itemType)
+{
+    const bool items = itemType != kRootKind && collection(itemType) != nullptr;
+    for (const QString &key : {u"新建"_s, u"删除"_s, u"刷新"_s, u"查找"_s, u"属性"_s, u"打印"_s}) {
+        button(key)->setEnabled(items);
+    }
+    mnuEditNew->setEnabled(items);
+    mnuEditDelete->setEnabled(items);
+    mnuViewRefresh->setEnabled(items);
+    mnuSearch->setEnabled(items);
+    mnuEditSub->setEnabled(items);
+    mnuFilePrint->setEnabled(items);
+    mnuItemMan->setEnabled(items);
+    mnuExportToExcel->setEnabled(items);
+    mnuViewGoodsInOutList->setEnabled(itemType == kGoods);
+}
+
+void frmMain::setSaveEnabled(bool enabled)
+{
+    button(u"保存"_s)->setEnabled(enabled);
+    mnuEditSave->setEnabled(enabled);
+}
+
+ItemTableModel *frmMain::itemModel() const
+{
+    return qobject_cast<ItemTableModel *>(Flexgd1->model());
+}
+
+void frmMain::selectKind(int itemType)
+{
+    const QList<QTreeWidgetItem *> all = tvTreeView->findItems(u"*"_s, Qt::MatchWildcard | Qt::MatchRecursive);
+    for (QTreeWidgetItem *node : all) {
+        if (node->data(0, Qt::UserRole).toInt() == itemType) {
+            tvTreeView_NodeClick(node);
+            return;
+        }
+    }
+}
+
+bool frmMain::settleChanges()
+{
+    if (!button(u"保存"_s)->isEnabled()) {
+        return true;
+    }
+    const int answer = CPrompt::current().MsgBox(QString::fromUtf16(kUnsavedQuestion),
+                                                 CPrompt::vbYesNo | CPrompt::vbQuestion, CPrompt::messageTitle());
+    if (answer == CPrompt::vbYes) {
+        return saveGrid();
+    }
+    if (ItemTableModel *model = itemModel()) {
+        model->discardChanges();
+    }
+    setSaveEnabled(false);
+    return true;
+}
+
+void frmMain::tvTreeView_NodeClick(QTreeWidgetItem *node)
+{
+    if (!node || m_switching) {
+        return;
+    }
+    if (!settleChanges()) {
+        // The changes could not be saved: stay on the kind they belong to.
+        m_switching = true;
+        selectKind(m_kind);
+        m_switching = false;
+        return;
+    }
+    m_switching = true;
+    tvTreeView->setCurrentItem(node);
+    m_switching = false;
+    showKind(node->data(0, Qt::UserRole).toInt());
+}
+
+void frmMain::showKind(int itemType)
+{
+    if (m_switching) {
+        // A node is being re-selected after a failed save; the grid stays as it is.
+        return;
+    }
+    m_kind = itemType;
+    QAbstractItemModel *old = Flexgd1->model();
+    const std::shared_ptr<CItems> items = collection(itemType);
+    if (items && itemType == kGoods) {
+        items->ShowGoodsToGridEx(Flexgd1);
+    } else if (items) {
+        items->ShowItemsToGrid(Flexgd1);
+    } else {
+        Flexgd1->setModel(nullptr);
+        if (old && old->parent() == Flexgd1) {
+            delete old;
+        }
+    }
+    if (ItemTableModel *model = itemModel()) {
+        connect(model, &ItemTableModel::modifiedChanged, this, &frmMain::setSaveEnabled);
+        connect(model, &ItemTableModel::editRejected, this, [](const QString &message) {
+            Module1::ClearErr();
+            Module1::ShowErrMsg(message);
+        });
+        connect(model, &QAbstractItemModel::rowsInserted, this, &frmMain::updateTitle);
+        connect(model, &QAbstractItemModel::rowsRemoved, this, &frmMain::updateTitle);
+        connect(model, &QAbstractItemModel::modelReset, this, &frmMain::updateTitle);
+        if (model->rowCount() > 0) {
+            Flexgd1->setCurrentIndex(model->index(0, 0));
+        }
+    }
+    setSaveEnabled(false);
+    EnableMenu(itemType);
+    updateTitle();
+    if (m_search) {
+        m_search->setGrid(Flexgd1);
+    }
+}
+
+void frmMain::updateTitle()
+{
+    const QString text = nodeText(m_kind);
+    const ItemTableModel *model = itemModel();
+    if (model) {
+        lblTitle->setText(text + u"  (共 "_s + QString::number(model->rowCount()) + u" 条)"_s);
+        ShowMsgInSB(text + u": "_s + QString::number(model->rowCount()) + u" 条记录"_s);
+    } else {
+        lblTitle->setText(text);
+        ShowMsgInSB(u"请在左边选择要管理的项目"_s);
+    }
+}
+
+void frmMain::tbToolBar_ButtonClick(const QString &key)
+{
+    if (key == u"新建"_s) {
+        mnuEditNew_Click();
+    } else if (key == u"保存"_s) {
+        mnuEditSave_Click();
+    } else if (key == u"关闭"_s) {
+        close();
+    } else if (key == u"删除"_s) {
+        mnuEditDelete_Click();
+    } else if (key == u"属性"_s) {
+        mnuEditSub_Click();
+    } else if (key == u"刷新"_s) {
+        mnuViewRefresh_Click();
+    } else if (key == u"打印"_s) {
+        mnuFilePrint_Click();
+    } else if (key == u"查找"_s) {
+        mnuSearch_Click();
+    }
+    // "帮助" and unknown keys: nothing.
+}
+
+void frmMain::mnuEditNew_Click()
+{
+    ItemTableModel *model = itemModel();
+    if (!model) {
+        return;
+    }
+    const int row = model->addNewRow();
+    const int column = qMax(0, model->columnOf(model->items() && model->items()->itemTypeID() == kGoods
+                                                   ? ItemTableModel::ItemNo
+                                                   : ItemTableModel::ItemName));
+    const QModelIndex cell = model->index(row, column);
+    Flexgd1->setCurrentIndex(cell);
+    Flexgd1->scrollTo(cell);
+    Flexgd1->setFocus();
+    Flexgd1->edit(cell);
+}
+
+bool frmMain::saveGrid()
+{
+    ItemTableModel *model = itemModel();
+    if (!model) {
+        setSaveEnabled(false);
+        return true;
+    }
+    // An edit box still open holds text not yet in the model.
+    Flexgd1->commitEditor();
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    const bool saved = model->SaveChanges();
+    QApplication::restoreOverrideCursor();
+    if (saved) {
+        setSaveEnabled(false);
+        ShowMsgInSB(u"数据已保存"_s);
+    }
+    return saved;
+}
+
+void frmMain::mnuEditSave_Click()
+{
+    saveGrid();
+}
+
+void frmMain::mnuEditDelete_Click()
+{
+    ItemTableModel *model = itemModel();
+    const QModelIndex current = Flexgd1->currentIndex();
+    if (!model || !current.isValid()) {
+        return;
+    }
+    if (CPrompt::current().MsgBox(u"您确实要删除该记录吗?"_s, CPrompt::vbYesNo | CPrompt::vbQuestion,
+                                  CPrompt::messageTitle())
+        != CPrompt::vbYes) {
+        return;
+    }
+    const int row = current.row();
+    if (model->isNewRow(row)) {
+        model->removeNewRow(row);
+        return;
+    }
+    const CItemPtr item = model->itemAt(row);
+    if (item && model->items()->RemoveItem(item->F_ID())) {
+        ShowMsgInSB(u"记录已删除"_s);
+    }
+}
+
+void frmMain::mnuEditSub_Click()
+{
+    ItemTableModel *model = itemModel();
+    const QModelIndex current = Flexgd1->currentIndex();
+    const CItemPtr item = model && current.isValid() ? model->itemAt(current.row()) : CItemPtr();
+    if (m_propertiesHandler && m_propertiesHandler(m_kind, item)) {
+        return;
+    }
+    CPrompt::current().MsgBox(u"修改该项目属性的代码还没有添加!"_s, CPrompt::vbInformation, CPrompt::messageTitle());
+}
+
+frmSearch *frmMain::searchDialog()
+{
+    if (!m_search) {
+        m_search = new frmSearch(this);
+    }
+    m_search->setGrid(Flexgd1);
+    return m_search;
+}
+
+void frmMain::mnuSearch_Click()
+{
+    if (!itemModel()) {
+        return;
+    }
+    frmSearch *dialog = searchDialog();
+    dialog->setWindowTitle(u"查找"_s + nodeText(m_kind));
+    dialog->show();
+    dialog->raise();
+    dialog->activateWindow();
+}
+
+void frmMain::mnuViewRefresh_Click()
+{
+    if (!settleChanges()) {
+        return;
+    }
+    showKind(m_kind);
+}
+
+void frmMain::mnuFilePrint_Click()
+{
+    const QStringList headings {QDate::currentDate().toString(u"yyyy-MM-dd"_s),
+                                QTime::currentTime().toString(u"hh:mm:ss"_s)};
+    Module1::PrintGrid(0, Flexgd1, QString(), 0, headings);
+}
+
+void frmMain::mnuExportToExcel_Click()
+{
+    if (!itemModel()) {
+        return;
+    }
+    const QString file = QFileDialog::getSaveFileName(this, u"导出到Excel"_s, QString(),
+                                                      u"Excel 工作簿(*.xlsx);;Microsoft Excel File(*.xls)"_s);
+    if (file.trimmed().isEmpty()) {
+        return;
+    }
+    const QDateTime now = QDateTime::currentDateTime();
+    const QString sheet = nodeText(m_kind) + now.toString(u"MMdd"_s) + now.toString(u"hhmmss"_s);
+    if (CPrompt::current().MsgBox(u"你确实要执行数据导出操作吗?"_s, CPrompt::vbYesNo | CPrompt::vbQuestion,
+                                  CPrompt::messageTitle())
+        != CPrompt::vbYes) {
+        return;
+    }
+    bool ok = false;
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    Q_EMIT ExportRequested(file, sheet, ok);
+    QApplication::restoreOverrideCursor();
+    if (ok) {
+        CPrompt::current().MsgBox(u"数据已经成功的导出到"_s + file + u"\r\n表格["_s + sheet + u"]中!"_s,
+                                  CPrompt::vbInformation, CPrompt::messageTitle());
+    }
+}
+
+void frmMain::mnuHelpAbout_Click()
+{
+    CPrompt::current().MsgBox(u"Quillon进销存管理系统 - 基础资料管理\r\n版本 "_s + Module1::LibraryVersion(),
+                              CPrompt::vbInformation, u"关于"_s);
+}
+
+bool frmMain::hostHandles(const char *signal) const
+{
+    const int index = metaObject()->indexOfSignal(signal);
+    return index >= 0 && isSignalConnected(metaObject()->method(index));
+}
+
+void frmMain::mnuItemMan_Click()
+{
+    if (hostHandles("ItemManRequested(int)")) {
+        Q_EMIT ItemManRequested(m_kind);
+        return;
+    }
+    if (const auto items = collection(m_kind)) {
+        items->AddNewItem();
+    }
+}
+
+void frmMain::mnuViewGoodsInOutList_Click()
+{
+    ItemTableModel *model = itemModel();
+    const QModelIndex current = Flexgd1->currentIndex();
+    const CItemPtr goods = model && current.isValid() ? model->itemAt(current.row()) : CItemPtr();
+    if (hostHandles("GoodsInOutListRequested(qint32)")) {
+        Q_EMIT GoodsInOutListRequested(goods ? goods->F_ID() : 0);
+        return;
+    }
+    CPrompt::current().MsgBox(u"商品进出明细由进销存主程序提供。"_s, CPrompt::vbInformation, CPrompt::messageTitle());
+}
+
+void frmMain::mnuFilePrintSetup_Click()
+{
+    QPrinter printer;
+    QPageSetupDialog dialog(&printer, this);
+    dialog.exec();
+}
+
+void frmMain::mnuHelpDir_Click()
+{
+    CPrompt::current().MsgBox(u"没有安装帮助文件。"_s, CPrompt::vbInformation, CPrompt::messageTitle());
+}
+
+void frmMain::mnuHelpSearchForHelpOn_Click()
+{
+    mnuHelpDir_Click();
+}
+
+void frmMain::mnuModifyPassword_Click()
+{
+    if (hostHandles("ModifyPasswordRequested()")) {
+        Q_EMIT ModifyPasswordRequested();
+        return;
+    }
+    CPrompt::current().MsgBox(u"修改密码由进销存主程序提供。"_s, CPrompt::vbInformation, CPrompt::messageTitle());
+}
+
+void frmMain::mnuReLogin_Click()
+{
+    if (hostHandles("ReLoginRequested()")) {
+        Q_EMIT ReLoginRequested();
+        return;
+    }
+    CPrompt::current().MsgBox(u"重新登录由进销存主程序提供。"_s, CPrompt::vbInformation, CPrompt::messageTitle());
+}
+
+void frmMain::mnuViewStatusBar_Click()
+{
+    sbStatusBar->setVisible(!sbStatusBar->isVisible());
+    mnuViewStatusBar->setChecked(sbStatusBar->isVisible());
+    SizeControls(m_splitterX);
+}
+
+void frmMain::mnuViewToolbar_Click()
+{
+    tbToolBar->setVisible(!tbToolBar->isVisible());
+    mnuViewToolbar->setChecked(tbToolBar->isVisible());
+    SizeControls(m_splitterX);
+}
+
+void frmMain::gAllGoods_SomeOneChanged(const CItemPtr &goods)
+{
+    if (!goods) {
+        return;
+    }
+    if (const auto units = collection(2)) {
+        if (const CItemPtr unit = units->GetItemByID(goods->F_Tag1())) {
+            goods->setmUnitName(unit->F_ItemName());
+        }
+    }
+    if (const auto types = collection(3)) {
+        if (const CItemPtr type = types->GetItemByID(goods->F_ParentID())) {
+            goods->setmTypeName(type->F_ItemName());
+        }
+    }
+    if (m_kind == kGoods) {
+        if (const auto goodsItems = collection(kGoods)) {
+            goodsItems->FillOneGoodsToGrid(Flexgd1, goods);
+        }
+    }
+}

@@ -1,0 +1,187 @@
+#ifndef QUILLON_FRMMAIN_H
+#define QUILLON_FRMMAIN_H
+
+#include "citem.h"
+#include "quillon_export.h"
+
+#include <QMainWindow>
+#include <QPointer>
+
+#include <functional>
+#include <map>
+#include <memory>
+
+class CConnection;
+class CItems;
+class ItemGrid;
+class ItemTableModel;
+class frmSearch;
+class QAction;
+class QLabel;
+class QStatusBar;
+class QToolBar;
+class QTreeWidget;
+class QTreeWidgetItem;
+
+/**
+ * The item management window: a navigation tree of the master-data kinds, the grid of the selected kind's items
+ * (edited in place and saved through the collections), a caption strip, toolbar, status bar and menus, a draggable
+ * splitter, and the window settings kept between runs.
+ *
+ * Positions and sizes of the layout are in twips (1/1440 inch) at the screen's logical resolution. The item
+ * edit dialogs are not part of the window; a host plugs them in with setPropertiesHandler.
+ */
+class QUILLON_EXPORT frmMain : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    /// Item-type id of the tree's root entry, which shows no items.
+    static constexpr int kRootKind = -1;
+
+    explicit frmMain(QWidget *parent = nullptr);
+    ~frmMain() override;
+    Q_DISABLE_COPY_MOVE(frmMain)
+
+    QTreeWidget *const tvTreeView;
+    ItemGrid *const Flexgd1;
+    QToolBar *const tbToolBar;
+    QStatusBar *const sbStatusBar;
+    QWidget *const picSplitter;
+    QWidget *const imgSplitter;
+    QWidget *const picTitles;
+    QLabel *const lblTitle;
+
+    QAction *mnuFilePrint = nullptr;
+    QAction *mnuFilePrintSetup = nullptr;
+    QAction *mnuExportToExcel = nullptr;
+    QAction *mnuReLogin = nullptr;
+    QAction *mnuModifyPassword = nullptr;
+    QAction *mnuFileClose = nullptr;
+    QAction *mnuEditNew = nullptr;
+    QAction *mnuEditSave = nullptr;
+    QAction *mnuEditDelete = nullptr;
+    QAction *mnuEditSub = nullptr;
+    QAction *mnuSearch = nullptr;
+    QAction *mnuViewToolbar = nullptr;
+    QAction *mnuViewStatusBar = nullptr;
+    QAction *mnuViewRefresh = nullptr;
+    QAction *mnuViewGoodsInOutList = nullptr;
+    QAction *mnuItemMan = nullptr;
+    QAction *mnuHelpDir = nullptr;
+    QAction *mnuHelpSearchForHelpOn = nullptr;
+    QAction *mnuHelpAbout = nullptr;
+
+    /// The toolbar button with that key ("新建", "保存", ...), or null.
+    QAction *button(const QString &key) const;
+
+    /// The collection shown for an item type (goods also drive gAllGoods_SomeOneChanged).
+    void setCollection(int itemType, const std::shared_ptr<CItems> &items);
+    std::shared_ptr<CItems> collection(int itemType) const;
+    void setConnection(const std::shared_ptr<CConnection> &connection) { m_connection = connection; }
+    std::shared_ptr<CConnection> connection() const { return m_connection; }
+
+    /// Opens the edit dialog of the current row's item for "属性"; returns false when the kind has none.
+    using PropertiesHandler = std::function<bool(int itemType, const CItemPtr &item)>;
+    void setPropertiesHandler(PropertiesHandler handler) { m_propertiesHandler = std::move(handler); }
+
+    /// "QlSetup.ini" next to the program, or in the per-user configuration folder when that folder is read-only.
+    static QString defaultSettingsFile();
+    QString settingsFile() const { return m_settingsFile; }
+    void setSettingsFile(const QString &file) { m_settingsFile = file; }
+
+    /// Start-up: caption, window rectangle, navigation tree, splitter, layout. Runs once (also on first show).
+    void Form_Load();
+    /// Stores the window rectangle (unless minimised) and the splitter.
+    void Form_Unload();
+    bool isLoaded() const { return m_loaded; }
+
+    /// Lays the controls out for splitter position `x` (twips), which is clamped and kept.
+    void SizeControls(float x);
+    float splitterX() const { return m_splitterX; }
+    /// Splitter drag, with x and y in twips relative to the grab area.
+    void imgSplitter_MouseDown(int button, int shift, float x, float y);
+    void imgSplitter_MouseMove(int button, int shift, float x, float y);
+    void imgSplitter_MouseUp(int button, int shift, float x, float y);
+    bool isDragging() const { return m_moving; }
+
+    void ShowMsgInSB(const QString &text);
+    void EnableMenu(int itemType);
+    /// The item type whose items the grid shows (kRootKind for none).
+    int currentKind() const { return m_kind; }
+    /// Selects the tree node of an item type, as clicking it does.
+    void selectKind(int itemType);
+    void tvTreeView_NodeClick(QTreeWidgetItem *node);
+    ItemTableModel *itemModel() const;
+    frmSearch *searchDialog();
+
+    void tbToolBar_ButtonClick(const QString &key);
+    void mnuEditNew_Click();
+    void mnuEditSave_Click();
+    void mnuEditDelete_Click();
+    void mnuEditSub_Click();
+    void mnuSearch_Click();
+    void mnuViewRefresh_Click();
+    void mnuFilePrint_Click();
+    void mnuExportToExcel_Click();
+    void mnuHelpAbout_Click();
+    void mnuItemMan_Click();
+    void mnuViewGoodsInOutList_Click();
+    void mnuFilePrintSetup_Click();
+    void mnuHelpDir_Click();
+    void mnuHelpSearchForHelpOn_Click();
+    void mnuModifyPassword_Click();
+    void mnuReLogin_Click();
+    void mnuViewStatusBar_Click();
+    void mnuViewToolbar_Click();
+    void gAllGoods_SomeOneChanged(const CItemPtr &goods);
+
+    int twipsPerPixelX() const;
+    int twipsPerPixelY() const;
+
+Q_SIGNALS:
+    /// Commands that belong to the host application.
+    void ReLoginRequested();
+    void ModifyPasswordRequested();
+    void GoodsInOutListRequested(qint32 goodsID);
+    void ItemManRequested(int itemType);
+    /// The spreadsheet export of the grid, with the chosen file and sheet; the handler returns success in `ok`.
+    void ExportRequested(const QString &file, const QString &sheet, bool &ok);
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    void createActions();
+    void buildTree();
+    void showKind(int itemType);
+    void setSaveEnabled(bool enabled);
+    bool saveGrid();
+    /// Asks about unsaved changes; false when the user's changes could not be saved (stay where we are).
+    bool settleChanges();
+    bool hostHandles(const char *signal) const;
+    QString nodeText(int itemType) const;
+    void updateTitle();
+
+    QWidget *m_central = nullptr;
+    QLabel *m_treeTitle = nullptr;
+    QLabel *m_sbMessage = nullptr;
+    QLabel *m_sbDate = nullptr;
+    std::map<QString, QAction *> m_buttons;
+    std::map<int, std::shared_ptr<CItems>> m_collections;
+    std::shared_ptr<CConnection> m_connection;
+    PropertiesHandler m_propertiesHandler;
+    QPointer<frmSearch> m_search;
+    QString m_settingsFile;
+    float m_splitterX = 3000;
+    int m_titleHeight = 27;
+    int m_kind = kRootKind;
+    bool m_loaded = false;
+    bool m_moving = false;
+    bool m_switching = false;
+};
+
+#endif

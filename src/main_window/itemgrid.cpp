@@ -1,0 +1,219 @@
+#include "itemgrid.h"
+
+#include "itemtablemodel.h"
+#include "module1.h"
+
+#include <QHeaderView>
+#include <QLineEdit>
+#include <QStyledItemDelegate>
+#include <QTimer>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// The in-grid edit box: a plain line edit named txtEdit that selects its whole text when it opens.
+class TxtEditDelegate : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    QWidget *createEditor(QWidget *parent, const QStyleOptionViewItem &, const QModelIndex &index) const override
+    {
+        auto *editor = new QLineEdit(parent);
+        editor->setObjectName(u"txtEdit"_s);
+        editor->setFrame(false);
+        editor->setAlignment(Qt::Alignment(index.data(Qt::TextAlignmentRole).toInt()));
+        return editor;
+    }
+
+    void setEditorData(QWidget *editor, const QModelIndex &index) const override
+    {
+        auto *line = static_cast<QLineEdit *>(editor);
+        line->setText(index.data(Qt::EditRole).toString());
+        // After the view has given the editor the focus (a typed key replaces the selection).
+        QTimer::singleShot(0, line, [line]() {
+            if (line->hasFocus() && line->text().size() > 1) {
+                Module1::SelectAllText(line);
+            }
+        });
+    }
+};
+
+int fieldWidth(ItemTableModel::Field field)
+{
+    switch (field) {
+    case ItemTableModel::ItemName:
+    case ItemTableModel::Address:
+        return 180;
+    case ItemTableModel::Standard:
+    case ItemTableModel::Remark:
+    case ItemTableModel::BankAccount:
+    case ItemTableModel::Bank:
+        return 130;
+    case ItemTableModel::UnitName:
+    case ItemTableModel::PackageAmount:
+        return 60;
+    default:
+        return 90;
+    }
+}
+
+} // namespace
+
+ItemGrid::ItemGrid(QWidget *parent)
+    : QTableView(parent)
+{
+    setObjectName(u"Flexgd1"_s);
+    setItemDelegate(new TxtEditDelegate(this));
+    setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed
+                    | QAbstractItemView::AnyKeyPressed);
+    setSelectionBehavior(QAbstractItemView::SelectItems);
+    setSelectionMode(QAbstractItemView::SingleSelection);
+    setAlternatingRowColors(false);
+    setWordWrap(false);
+    // Uniform row heights: the view never measures a million rows.
+    verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 8);
+    verticalHeader()->setDefaultAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    horizontalHeader()->setHighlightSections(false);
+    horizontalHeader()->setStretchLastSection(true);
+    setAllowUserResizing(m_allowUserResizing);
+    applyColours();
+}
+
+ItemGrid::~ItemGrid() = default;
+
+void ItemGrid::setModel(QAbstractItemModel *model)
+{
+    QTableView::setModel(model);
+    sizeColumns();
+}
+
+void ItemGrid::sizeColumns()
+{
+    const auto *items = qobject_cast<const ItemTableModel *>(model());
+    if (!items) {
+        return;
+    }
+    for (int c = 0; c < items->columnCount(); ++c) {
+        horizontalHeader()->resizeSection(c, fieldWidth(items->field(c)));
+    }
+}
+
+void ItemGrid::commitEditor()
+{
+    if (state() != QAbstractItemView::EditingState) {
+        return;
+    }
+    if (QWidget *editor = indexWidget(currentIndex())) {
+        commitData(editor);
+        closeEditor(editor, QAbstractItemDelegate::NoHint);
+    }
+}
+
+qint32 ItemGrid::Rows() const
+{
+    return model() ? model()->rowCount() + 1 : 1;
+}
+
+qint32 ItemGrid::Cols() const
+{
+    return model() ? model()->columnCount() : 0;
+}
+
+QString ItemGrid::TextMatrix(qint32 row, qint32 col) const
+{
+    if (!model() || row < 0 || col < 0 || row >= Rows() || col >= Cols()) {
+        return QString();
+    }
+    if (row == 0) {
+        return model()->headerData(col, Qt::Horizontal).toString();
+    }
+    return model()->index(row - 1, col).data().toString();
+}
+
+qint32 ItemGrid::Row() const
+{
+    const QModelIndex current = currentIndex();
+    return current.isValid() ? current.row() + 1 : 0;
+}
+
+void ItemGrid::setRow(qint32 row)
+{
+    if (model() && row >= 1 && row < Rows()) {
+        setCurrentIndex(model()->index(row - 1, qMax(0, currentIndex().column())));
+    }
+}
+
+qint32 ItemGrid::Col() const
+{
+    const QModelIndex current = currentIndex();
+    return current.isValid() ? current.column() : 0;
+}
+
+void ItemGrid::setCol(qint32 col)
+{
+    if (model() && col >= 0 && col < Cols()) {
+        setCurrentIndex(model()->index(qMax(0, currentIndex().row()), col));
+    }
+}
+
+void ItemGrid::applyColours()
+{
+    setStyleSheet(m_colours.styleSheet());
+}
+
+void ItemGrid::setBackColor(quint32 color)
+{
+    m_colours.back = color;
+    applyColours();
+}
+
+void ItemGrid::setBackColorBkg(quint32 color)
+{
+    m_colours.backBkg = color;
+}
+
+void ItemGrid::setBackColorFixed(quint32 color)
+{
+    m_colours.backFixed = color;
+    applyColours();
+}
+
+void ItemGrid::setForeColorFixed(quint32 color)
+{
+    m_colours.foreFixed = color;
+    applyColours();
+}
+
+void ItemGrid::setForeColor(quint32 color)
+{
+    m_colours.fore = color;
+    applyColours();
+}
+
+void ItemGrid::setGridColor(quint32 color)
+{
+    m_colours.grid = color;
+    applyColours();
+}
+
+void ItemGrid::setGridColorFixed(quint32 color)
+{
+    m_colours.gridFixed = color;
+    applyColours();
+}
+
+void ItemGrid::setAllowUserResizing(int mode)
+{
+    m_allowUserResizing = mode;
+    horizontalHeader()->setSectionResizeMode((mode & 1) ? QHeaderView::Interactive : QHeaderView::Fixed);
+}
+
+void ItemGrid::setScrollBars(int bars)
+{
+    m_scrollBars = bars;
+    setHorizontalScrollBarPolicy((bars & 1) ? Qt::ScrollBarAsNeeded : Qt::ScrollBarAlwaysOff);
+    setVerticalScrollBarPolicy((bars & 2) ? Qt::ScrollBarAsNeeded : Qt::ScrollBarAlwaysOff);
+}
