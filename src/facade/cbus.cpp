@@ -193,9 +193,9 @@ void CBus::ShowMain()
     if (!m_main) {
         m_main = std::make_unique<frmMain>();
         const std::pair<int, std::shared_ptr<CItems>> lists[] = {
-            {itGoods, m_allGoods}, {itClient, m_clients},   {itClientType, m_clientTypes}, {itDepartment, m_departments},
-            {itLLR, m_llrs},       {itStorm, m_stocks},     {itGoodsType, m_types},        {itUnit, m_units},
-            {itArea, m_areas},
+            {itGoods, m_allGoods},         {itClient, m_clients}, {itClientType, m_clientTypes},
+            {itDepartment, m_departments}, {itLLR, m_llrs},       {itStorm, m_stocks},
+            {itGoodsType, m_types},        {itUnit, m_units},     {itArea, m_areas},
         };
         for (const auto &[type, items] : lists) {
             m_main->setCollection(type, items);

@@ -108,8 +108,8 @@ frmMain::frmMain(QWidget *parent)
     m_central->setObjectName(u"centralArea"_s);
     setCentralWidget(m_central);
     m_central->installEventFilter(this);
-    for (QWidget *w : {static_cast<QWidget *>(tvTreeView), static_cast<QWidget *>(Flexgd1), picTitles, imgSplitter,
-                       picSplitter}) {
+    for (QWidget *w :
+         {static_cast<QWidget *>(tvTreeView), static_cast<QWidget *>(Flexgd1), picTitles, imgSplitter, picSplitter}) {
         w->setParent(m_central);
     }
 
@@ -117,9 +117,7 @@ frmMain::frmMain(QWidget *parent)
     tvTreeView->setHeaderHidden(true);
     tvTreeView->setRootIsDecorated(true);
     tvTreeView->setIconSize(QSize(16, 16));
-    connect(tvTreeView, &QTreeWidget::itemClicked, this, [this](QTreeWidgetItem *node) {
-        tvTreeView_NodeClick(node);
-    });
+    connect(tvTreeView, &QTreeWidget::itemClicked, this, [this](QTreeWidgetItem *node) { tvTreeView_NodeClick(node); });
     connect(tvTreeView, &QTreeWidget::currentItemChanged, this, [this](QTreeWidgetItem *node) {
         // Keyboard moves in the tree select a kind as a click does.
         if (node && !m_switching && node->data(0, Qt::UserRole).toInt() != m_kind) {
@@ -171,7 +169,18 @@ frmMain::frmMain(QWidget *parent)
     EnableMenu(kRootKind);
 }
 
-frmMain::~frmMain() = default;
+frmMain::~frmMain()
+{
+    // Closing the window commits an open edit box into the model; nothing of this window may react any more.
+    if (QAbstractItemModel *model = Flexgd1->model()) {
+        disconnect(model, nullptr, this, nullptr);
+    }
+    for (const auto &entry : m_collections) {
+        if (entry.second) {
+            disconnect(entry.second.get(), nullptr, this, nullptr);
+        }
+    }
+}
 
 void frmMain::createActions()
 {
@@ -198,9 +207,7 @@ void frmMain::createActions()
         QAction *action = tbToolBar->addAction(s->standardIcon(def.icon), key);
         action->setObjectName(key);
         action->setToolTip(QString::fromUtf16(def.tip));
-        connect(action, &QAction::triggered, this, [this, key]() {
-            tbToolBar_ButtonClick(key);
-        });
+        connect(action, &QAction::triggered, this, [this, key]() { tbToolBar_ButtonClick(key); });
         m_buttons.emplace(key, action);
         if (key == u"关闭"_s || key == u"刷新"_s || key == u"查找"_s) {
             tbToolBar->addSeparator();
@@ -246,8 +253,8 @@ void frmMain::createActions()
     view->addSeparator();
     mnuViewRefresh =
         add(view, u"mnuViewRefresh"_s, u"刷新(&R)"_s, &frmMain::mnuViewRefresh_Click, QKeySequence::Refresh);
-    mnuViewGoodsInOutList = add(view, u"mnuViewGoodsInOutList"_s, u"商品进出明细(&G)..."_s,
-                                &frmMain::mnuViewGoodsInOutList_Click);
+    mnuViewGoodsInOutList =
+        add(view, u"mnuViewGoodsInOutList"_s, u"商品进出明细(&G)..."_s, &frmMain::mnuViewGoodsInOutList_Click);
 
     QMenu *tools = menuBar()->addMenu(u"工具(&T)"_s);
     mnuItemMan = add(tools, u"mnuItemMan"_s, u"项目管理(&I)..."_s, &frmMain::mnuItemMan_Click);
@@ -683,9 +690,10 @@ void frmMain::mnuEditNew_Click()
         return;
     }
     const int row = model->addNewRow();
-    const int column = qMax(0, model->columnOf(model->items() && model->items()->itemTypeID() == kGoods
-                                                   ? ItemTableModel::ItemNo
-                                                   : ItemTableModel::ItemName));
+    const int column =
+        qMax(0,
+             model->columnOf(model->items() && model->items()->itemTypeID() == kGoods ? ItemTableModel::ItemNo
+                                                                                      : ItemTableModel::ItemName));
     const QModelIndex cell = model->index(row, column);
     Flexgd1->setCurrentIndex(cell);
     Flexgd1->scrollTo(cell);
