@@ -1,8 +1,9 @@
+#include "frminputitem.h"
 #include "module1.h"
 #include "prompt.h"
 
 #include <QApplication>
-#include <QInputDialog>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
@@ -100,10 +101,11 @@ private Q_SLOTS:
     void inputBoxReturnsTheTextOrNothing()
     {
         QTimer::singleShot(0, this, [] {
-            auto *dialog = qobject_cast<QInputDialog *>(QApplication::activeModalWidget());
+            auto *dialog = qobject_cast<frmInputItem *>(QApplication::activeModalWidget());
             QVERIFY(dialog);
-            dialog->setTextValue(u"千克"_s);
-            dialog->accept();
+            QCOMPARE(dialog->lblPrompt->text(), u"请输入新的单位名称:"_s);
+            dialog->txtInput->setText(u"千克"_s);
+            dialog->cmdOK->click();
         });
         QCOMPARE(CPrompt::current().InputBox(u"请输入新的单位名称:"_s, QString(), QString()),
                  std::optional<QString>(u"千克"_s));
