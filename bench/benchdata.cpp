@@ -134,4 +134,3 @@ qint64 BenchData::countItems(CConnection &db)
     QSqlQuery q = db.Select(u"Select Count(*) From T_Item"_s);
     return q.next() ? q.value(0).toLongLong() : 0;
 }
-

@@ -42,6 +42,36 @@ private Q_SLOTS:
         QCOMPARE(grid.model()->rowCount(), 0);
     }
 
+    void equalNeighboursAreMerged()
+    {
+        FlexGrid grid;
+        grid.setFormatString(u"类别|名称|单位"_s);
+        grid.setFixedCols(0);
+        grid.setRows(1);
+        for (const char16_t *row : {u"饮料\t可乐\t瓶", u"饮料\t雪碧\t瓶", u"饮料\t橙汁\t橙汁", u"食品\t饼干\t\t"}) {
+            grid.AddItem(QString::fromUtf16(row));
+        }
+        grid.resize(400, 300);
+        grid.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&grid));
+        grid.setMergeCol(0, true);
+        grid.setMergeRow(3, true);
+        grid.setMergeCells(1);
+        // Data rows start after the fixed heading row.
+        QCOMPARE(grid.rowSpan(0, 0), 3);
+        QCOMPARE(grid.rowSpan(3, 0), 1);
+        QCOMPARE(grid.columnSpan(2, 1), 2); // 橙汁 | 橙汁 on the row marked for merging
+        QCOMPARE(grid.columnSpan(0, 1), 1); // rows not marked stay apart
+        QCOMPARE(grid.columnSpan(3, 2), 1); // empty cells never merge
+
+        grid.setTextMatrix(3, 0, u"酒水"_s);
+        QTRY_COMPARE(grid.rowSpan(0, 0), 2);
+        grid.setMergeCells(3); // columns only
+        QCOMPARE(grid.columnSpan(2, 1), 1);
+        grid.setMergeCells(0);
+        QCOMPARE(grid.rowSpan(0, 0), 1);
+    }
+
     void currentCellFollowsRowAndCol()
     {
         FlexGrid grid;

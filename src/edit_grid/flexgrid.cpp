@@ -32,6 +32,14 @@ FlexGrid::FlexGrid(QWidget *parent)
         Q_EMIT RowColChange();
     });
     connect(m_grid, &FlexGridModel::fixedCountsChanged, this, &FlexGrid::updateHeaders);
+    // Merged cells are spans over the visible rows only, so they follow every scroll and change of content.
+    connect(verticalScrollBar(), &QScrollBar::valueChanged, this, &FlexGrid::updateMerges);
+    for (auto signal : {&QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved,
+                        &QAbstractItemModel::columnsInserted, &QAbstractItemModel::columnsRemoved}) {
+        connect(m_proxy, signal, this, &FlexGrid::scheduleMerges);
+    }
+    connect(m_proxy, &QAbstractItemModel::dataChanged, this, &FlexGrid::scheduleMerges);
+    connect(m_proxy, &QAbstractItemModel::modelReset, this, &FlexGrid::scheduleMerges);
     updateHeaders();
     applyColours();
 }
@@ -198,6 +206,95 @@ qint32 FlexGrid::CellTop() const
     return pixelsToTwipsY(viewport()->mapTo(this, visualRect(index).topLeft()).y());
 }
 
+void FlexGrid::setMergeCells(int mode)
+{
+    m_mergeCells = mode;
+    updateMerges();
+}
+
+void FlexGrid::scheduleMerges()
+{
+    if (m_mergeCells == 0 && !m_hasSpans) {
+        return;
+    }
+    if (!m_mergePending) {
+        m_mergePending = true;
+        QMetaObject::invokeMethod(
+            this,
+            [this]() {
+                m_mergePending = false;
+                updateMerges();
+            },
+            Qt::QueuedConnection);
+    }
+}
+
+void FlexGrid::updateMerges()
+{
+    if (m_hasSpans) {
+        clearSpans();
+        m_hasSpans = false;
+    }
+    const int rows = m_proxy->rowCount();
+    const int cols = m_proxy->columnCount();
+    if (m_mergeCells == 0 || rows == 0 || cols == 0) {
+        return;
+    }
+    const int first = qMax(0, rowAt(0));
+    int last = rowAt(viewport()->height() - 1);
+    if (last < 0) {
+        last = rows - 1;
+    }
+    const int height = last - first + 1;
+    std::vector<char> covered(std::size_t(height) * std::size_t(cols), 0);
+    auto text = [this](int r, int c) {
+        return m_grid->TextMatrix(r + FixedRows(), c + FixedCols());
+    };
+    if (m_mergeCells != 2) {
+        for (int c = 0; c < cols; ++c) {
+            if (!MergeCol(c + FixedCols())) {
+                continue;
+            }
+            for (int r = first; r <= last;) {
+                const QString value = text(r, c);
+                int end = r;
+                while (!value.isEmpty() && end < last && text(end + 1, c) == value) {
+                    ++end;
+                }
+                if (end > r) {
+                    setSpan(r, c, end - r + 1, 1);
+                    m_hasSpans = true;
+                    for (int k = r; k <= end; ++k) {
+                        covered[std::size_t(k - first) * std::size_t(cols) + std::size_t(c)] = 1;
+                    }
+                }
+                r = end + 1;
+            }
+        }
+    }
+    if (m_mergeCells != 3) {
+        for (int r = first; r <= last; ++r) {
+            if (!MergeRow(r + FixedRows())) {
+                continue;
+            }
+            const char *rowCovered = covered.data() + std::size_t(r - first) * std::size_t(cols);
+            for (int c = 0; c < cols;) {
+                const QString value = text(r, c);
+                int end = c;
+                while (!rowCovered[c] && !value.isEmpty() && end + 1 < cols && !rowCovered[end + 1]
+                       && text(r, end + 1) == value) {
+                    ++end;
+                }
+                if (end > c) {
+                    setSpan(r, c, 1, end - c + 1);
+                    m_hasSpans = true;
+                }
+                c = end + 1;
+            }
+        }
+    }
+}
+
 bool FlexGrid::MergeRow(qint32 row) const
 {
     return row >= 0 && std::size_t(row) < m_mergeRows.size() && m_mergeRows[std::size_t(row)];
@@ -212,6 +309,7 @@ void FlexGrid::setMergeRow(qint32 row, bool merge)
         m_mergeRows.resize(std::size_t(row) + 1, false);
     }
     m_mergeRows[std::size_t(row)] = merge;
+    scheduleMerges();
 }
 
 bool FlexGrid::MergeCol(qint32 col) const
@@ -228,6 +326,13 @@ void FlexGrid::setMergeCol(qint32 col, bool merge)
         m_mergeCols.resize(std::size_t(col) + 1, false);
     }
     m_mergeCols[std::size_t(col)] = merge;
+    scheduleMerges();
+}
+
+void FlexGrid::resizeEvent(QResizeEvent *event)
+{
+    QTableView::resizeEvent(event);
+    scheduleMerges();
 }
 
 void FlexGrid::setFormatString(const QString &format)

@@ -138,7 +138,9 @@ public:
     bool AllowBigSelection() const { return m_allowBigSelection; }
     void setAllowBigSelection(bool allow) { m_allowBigSelection = allow; }
     int MergeCells() const { return m_mergeCells; }
-    void setMergeCells(int mode) { m_mergeCells = mode; }
+    /// 0 never; 1 and 4 merge both ways; 2 only along MergeRow rows; 3 only down MergeCol columns. Adjacent data
+    /// cells with the same non-empty text are drawn as one (computed for the visible rows as the view scrolls).
+    void setMergeCells(int mode);
     int FillStyle() const { return m_fillStyle; }
     void setFillStyle(int style) { m_fillStyle = style; }
     int Appearance() const { return m_appearance; }
@@ -155,10 +157,15 @@ Q_SIGNALS:
     /// The current cell moved (Row or Col changed).
     void RowColChange();
 
+protected:
+    void resizeEvent(QResizeEvent *event) override;
+
 private:
     void applyColours();
     void syncCurrent();
     void updateHeaders();
+    void updateMerges();
+    void scheduleMerges();
 
     FlexGridModel *m_grid;
     FixedHeaderProxy *m_proxy;
@@ -179,6 +186,8 @@ private:
     std::vector<bool> m_mergeRows;
     std::vector<bool> m_mergeCols;
     bool m_syncing = false;
+    bool m_hasSpans = false;
+    bool m_mergePending = false;
 };
 
 #endif
