@@ -92,6 +92,18 @@ public:
     /// The item management window, once ShowMain created it.
     frmMain *mainWindow() const { return m_main.get(); }
 
+    /// Writes a grid (any object with the properties Rows and Cols and the method TextMatrix(row, col)) as a new
+    /// sheet of a spreadsheet file: row 0 gives the column names, every other row a record of text cells. A failing
+    /// step asks whether to retry it (Yes), skip it (No) or stop (Cancel, the result is then false); what was
+    /// written before stays in the file.
+    bool CopyGridToExcel(QObject *Grid, const QString &sExcelFile, const QString &sSheetName);
+    /// Gives a grid the colour scheme of the library's windows (isColor) or the grey one, through its properties.
+    void SetGridColor(QObject *myGrid, bool isColor);
+    /// The connection string of the spreadsheet driver for a file.
+    static QString ExcelConnectionString(const QString &sExcelFile);
+    /// The statement that creates the sheet for a grid's header row.
+    static QString ExcelCreateTableStatement(QObject *Grid, const QString &sSheetName);
+
     /// Fills mUnitName and mTypeName of every goods item from the units and goods types.
     void JoinGoodsNames();
     /// Fills mTypeName of every client from the client types.

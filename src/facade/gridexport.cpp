@@ -1,0 +1,210 @@
+// The grid services of the facade: spreadsheet export and colour schemes.
+#include "cbus.h"
+
+#include "excelconnection.h"
+#include "prompt.h"
+
+#include <QMetaMethod>
+#include <QVariant>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Reads cells through the grid's meta-object, the method looked up once.
+class GridCells
+{
+public:
+    explicit GridCells(QObject *grid)
+        : m_grid(grid)
+    {
+        if (grid) {
+            const int index =
+                grid->metaObject()->indexOfMethod(QMetaObject::normalizedSignature("TextMatrix(int,int)"));
+            if (index >= 0) {
+                m_textMatrix = grid->metaObject()->method(index);
+            }
+        }
+    }
+    bool isValid() const { return m_grid && m_textMatrix.isValid(); }
+    qint32 rows() const { return m_grid ? m_grid->property("Rows").toInt() : 0; }
+    qint32 cols() const { return m_grid ? m_grid->property("Cols").toInt() : 0; }
+    QString text(qint32 row, qint32 col) const
+    {
+        QString value;
+        if (isValid()) {
+            m_textMatrix.invoke(m_grid, Qt::DirectConnection, Q_RETURN_ARG(QString, value), Q_ARG(int, row),
+                                Q_ARG(int, col));
+        }
+        return value;
+    }
+
+private:
+    QObject *m_grid;
+    QMetaMethod m_textMatrix;
+};
+
+enum class Outcome { Done, Skipped, Stopped };
+
+// Runs one step; on failure asks the user: Yes retries the step, No skips it, Cancel stops the export.
+template<typename Step>
+Outcome runStep(Step &&step)
+{
+    for (;;) {
+        int number = 0;
+        QString description;
+        if (step(number, description)) {
+            return Outcome::Done;
+        }
+        const QString text = u"导出数据到Excel文件时发生错误\r\n错误 "_s + QString::number(number) + u": "_s
+            + description + u"\r\n要重试一下吗?"_s;
+        const int answer =
+            CPrompt::current().MsgBox(text, CPrompt::vbYesNoCancel | CPrompt::vbQuestion, CPrompt::messageTitle());
+        if (answer == CPrompt::vbYes) {
+            continue;
+        }
+        return answer == CPrompt::vbNo ? Outcome::Skipped : Outcome::Stopped;
+    }
+}
+
+} // namespace
+
+QString CBus::ExcelConnectionString(const QString &sExcelFile)
+{
+    return u"DRIVER={"_s + u"MICROSOFT EXCEL DRIVER (*.XLS)"_s
+        + u"};DSN='';FIRSTROWHASNAMES=1;READONLY=FALSE;CREATE_DB="_s + sExcelFile + u";DBQ="_s + sExcelFile;
+}
+
+QString CBus::ExcelCreateTableStatement(QObject *Grid, const QString &sSheetName)
+{
+    const GridCells grid(Grid);
+    QString sql = u"CREATE TABLE "_s + sSheetName + u" ("_s;
+    const qint32 cols = grid.cols();
+    QStringList headers;
+    for (qint32 c = 0; c < cols; ++c) {
+        headers.append(grid.text(0, c).trimmed());
+    }
+    for (qint32 c = 0; c < cols; ++c) {
+        const QString &h = headers.at(c);
+        if (h.isEmpty()) {
+            // The apostrophe is deliberate: such a statement is refused, which takes the error path.
+            sql += u"列"_s + QString::number(c) + u" TEXT"_s + u"'"_s;
+        } else if (headers.mid(0, c).contains(h)) {
+            sql += h + QString::number(c) + u" TEXT"_s + u","_s;
+        } else {
+            sql += h + u" TEXT"_s + u","_s;
+        }
+    }
+    if (sql.endsWith(u',')) {
+        sql.chop(1);
+    }
+    return sql + u")"_s;
+}
+
+bool CBus::CopyGridToExcel(QObject *Grid, const QString &sExcelFile, const QString &sSheetName)
+{
+    const GridCells grid(Grid);
+    ExcelConnection cn;
+    ExcelRecordset rs;
+    auto onConnection = [&cn](auto &&operation) {
+        return [&cn, operation](int &number, QString &description) {
+            if (operation()) {
+                return true;
+            }
+            number = cn.errorNumber();
+            description = cn.errorDescription();
+            return false;
+        };
+    };
+    auto onRecordset = [&rs](auto &&operation) {
+        return [&rs, operation](int &number, QString &description) {
+            if (operation()) {
+                return true;
+            }
+            number = rs.errorNumber();
+            description = rs.errorDescription();
+            return false;
+        };
+    };
+    // Stopping keeps what was written: the rows so far are saved into the workbook.
+    auto stop = [&]() {
+        rs.Close();
+        if (cn.isOpen()) {
+            cn.Close();
+        }
+        return false;
+    };
+
+    if (runStep(onConnection([&]() { return cn.Open(ExcelConnectionString(sExcelFile)); })) == Outcome::Stopped) {
+        return stop();
+    }
+    if (runStep([&](int &number, QString &description) {
+            if (!grid.isValid()) {
+                number = ExcelConnection::ErrSyntax;
+                description = u"表格控件没有 TextMatrix、Rows 和 Cols"_s;
+                return false;
+            }
+            if (cn.Execute(ExcelCreateTableStatement(Grid, sSheetName))) {
+                return true;
+            }
+            number = cn.errorNumber();
+            description = cn.errorDescription();
+            return false;
+        })
+        == Outcome::Stopped) {
+        return stop();
+    }
+    if (runStep(onRecordset([&]() { return rs.Open(u"Select * From "_s + sSheetName, cn); })) == Outcome::Stopped) {
+        return stop();
+    }
+    const qint32 rows = grid.rows();
+    const qint32 cols = grid.cols();
+    for (qint32 r = 1; r < rows; ++r) {
+        if (runStep(onRecordset([&]() { return rs.AddNew(); })) == Outcome::Stopped) {
+            return stop();
+        }
+        for (qint32 c = 0; c < cols; ++c) {
+            const QString text = grid.text(r, c).trimmed();
+            if (runStep(onRecordset([&]() { return rs.setField(c, text); })) == Outcome::Stopped) {
+                return stop();
+            }
+        }
+        if (runStep(onRecordset([&]() { return rs.Update(); })) == Outcome::Stopped) {
+            return stop();
+        }
+    }
+    rs.Close();
+    if (runStep(onConnection([&]() { return cn.Close(); })) == Outcome::Stopped) {
+        return false;
+    }
+    return true;
+}
+
+void CBus::SetGridColor(QObject *myGrid, bool isColor)
+{
+    if (!myGrid) {
+        return;
+    }
+    struct Setting
+    {
+        const char *name;
+        QVariant colour;
+        QVariant grey;
+    };
+    const Setting settings[] = {
+        {"FixedRows", 1, 1},
+        {"FixedCols", 0, 0},
+        {"BackColor", 0x80000018u, 0xE0E0E0u},
+        {"BackColorBkg", 0x80000018u, 0xE0E0E0u},
+        {"BackColorFixed", 0xC0E0FFu, 0xC0C0C0u},
+        {"ForeColorFixed", 0xC00000u, 0x800000u},
+        {"ForeColor", 0u, 0u},
+        {"GridColor", 0x808080u, 0xFFFFFFu},
+        {"GridColorFixed", 0u, 0xFFFFFFu},
+        {"AllowUserResizing", 1, 1},
+        {"ScrollBars", 3, 3},
+    };
+    for (const Setting &setting : settings) {
+        myGrid->setProperty(setting.name, isColor ? setting.colour : setting.grey);
+    }
+}
