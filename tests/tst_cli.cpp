@@ -7,6 +7,7 @@
 
 #include <QCoreApplication>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -80,6 +81,35 @@ private Q_SLOTS:
         const Result noSchema = cli({u"--db"_s, url, u"newid"_s, u"T_Item"_s});
         QCOMPARE(noSchema.code, 1);
         QVERIFY2(noSchema.err.contains(u"init"_s), qPrintable(noSchema.err));
+    }
+
+    void exportWritesTheWindowsColumns()
+    {
+        const QString url = TestDatabase::freshUrl();
+        QCOMPARE(cli({u"--db"_s, url, u"init"_s, u"--demo"_s}).code, 0);
+        QTemporaryDir dir;
+        const QString file = dir.filePath(u"export.xlsx"_s);
+        const Result goods = cli({u"--db"_s, url, u"export"_s, u"goods"_s, file});
+        QCOMPARE(goods.code, 0);
+        // Without --sheet the sheet is named as the window names it: 商品, then MMdd and hhmmss.
+        QVERIFY2(QRegularExpression(u"到 .*export.xlsx 的表格 \\[商品\\d{10}\\]"_s).match(goods.out).hasMatch(),
+                 qPrintable(goods.out));
+        QCOMPARE(cli({u"--db"_s, url, u"export"_s, u"client"_s, file, u"--sheet"_s, u"客户"_s}).code, 0);
+        const Result twice = cli({u"--db"_s, url, u"export"_s, u"client"_s, file, u"--sheet"_s, u"客户"_s});
+        QCOMPARE(twice.code, 1);
+        QVERIFY(twice.err.contains(u"已经存在"_s));
+
+        QProcess reader;
+        reader.start(u"/usr/bin/python3"_s, {QStringLiteral(QUILLON_TEST_SUPPORT_DIR "/readxlsx.py"), file});
+        QVERIFY(reader.waitForFinished(60000));
+        QCOMPARE(reader.exitCode(), 0);
+        const QJsonArray sheets =
+            QJsonDocument::fromJson(reader.readAllStandardOutput()).object()[u"sheets"_s].toArray();
+        QCOMPARE(sheets.size(), 2);
+        const QJsonArray goodsRows = sheets[0].toObject()[u"rows"_s].toArray();
+        QCOMPARE(goodsRows.size(), 201);
+        QCOMPARE(goodsRows[0].toArray()[8].toString(), u"单件售价"_s);
+        QCOMPARE(sheets[1].toObject()[u"name"_s].toString(), u"客户"_s);
     }
 
     void demoListAddRenameDelete()

@@ -16,6 +16,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QSettings>
 #include <QStatusBar>
 #include <QTemporaryDir>
@@ -464,6 +465,31 @@ private Q_SLOTS:
             QTest::keyClick(dialog.txtInput, Qt::Key_Escape);
         });
         QCOMPARE(dialog.InputMsg(u"?"_s, u"标题"_s, QString()), QString());
+    }
+
+    void exportCommandAsksThenWritesTheGrid()
+    {
+        m_bus->ShowMain();
+        frmMain *form = m_bus->mainWindow();
+        form->selectKind(2);
+        const QString file = m_dir.filePath(u"units.xlsx"_s);
+        QVERIFY(!form->ExportGridTo(u"  "_s));
+        QVERIFY(m_prompt->shown().isEmpty());
+        m_prompt->queueAnswer(CPrompt::vbNo);
+        QVERIFY(!form->ExportGridTo(file));
+        QCOMPARE(m_prompt->lastText(), u"你确实要执行数据导出操作吗?"_s);
+        QVERIFY(!QFile::exists(file));
+        m_prompt->queueAnswer(CPrompt::vbYes);
+        QVERIFY(form->ExportGridTo(file));
+        QVERIFY(QFile::exists(file));
+        const ScriptedPrompt::Shown done = m_prompt->shown().constLast();
+        QCOMPARE(done.style, int(CPrompt::vbInformation));
+        QVERIFY2(QRegularExpression(u"^数据已经成功的导出到"_s + QRegularExpression::escape(file)
+                                    + u"\r\n表格\\[单位\\d{10}\\]中!$"_s)
+                     .match(done.text)
+                     .hasMatch(),
+                 qPrintable(done.text));
+        form->hide();
     }
 
     void showMainCreatesTheWindowOnce()

@@ -1,6 +1,8 @@
 #include "clicommands.h"
 
 #include "appdatabase.h"
+#include "frmmain.h"
+#include "itemtablemodel.h"
 
 #include "cbus.h"
 #include "cconnection.h"
@@ -34,6 +36,7 @@ const char16_t kUsage[] =
     u"  rename KIND ID NAME        修改名称\n"
     u"  delete KIND ID [--yes]     删除(--yes 对确认问题回答\"是\")\n"
     u"  py [TEXT ...]              助记符(拼音首字母),每个参数一行;无参数时逐行读标准输入\n"
+    u"  export KIND FILE [--sheet NAME]   把一类资料(与主窗口的表格同样的列)导出为 Excel 工作簿的新表格\n"
     u"KIND: 1-12 或 client unit goods-type goods stock department option client-type area user-right\n"
     u"      receiver company\n"
     u"URL: sqlite:///绝对路径.db | sqlite:相对路径.db | postgresql://用户[:密码]@主机[:端口]/库名\n";
@@ -192,6 +195,53 @@ int cmdList(Context &c)
         return Failed;
     }
     c.out << (format == u"json"_s ? ItemFormat::json(*items) : ItemFormat::tsv(*items));
+    return Ok;
+}
+
+int cmdExport(Context &c)
+{
+    int code = Ok;
+    const int type = takeKind(c, &code);
+    if (!type) {
+        return code;
+    }
+    if (c.args.isEmpty() || c.args.first().startsWith(u"--"_s)) {
+        return usage(c, u"export 需要一个文件名"_s);
+    }
+    const QString file = c.args.takeFirst();
+    QString sheet;
+    while (!c.args.isEmpty()) {
+        const QString arg = c.args.takeFirst();
+        if (arg == u"--sheet"_s && !c.args.isEmpty()) {
+            sheet = c.args.takeFirst();
+        } else if (arg.startsWith(u"--sheet="_s)) {
+            sheet = arg.mid(8);
+        } else {
+            return usage(c, u"无法识别的参数: "_s + arg);
+        }
+    }
+    if (sheet.isEmpty()) {
+        sheet = frmMain::ExportSheetName(type, QDateTime::currentDateTime());
+        if (sheet.isEmpty()) {
+            return usage(c, u"这类资料没有默认的表格名称,请用 --sheet 指定"_s);
+        }
+    }
+    auto connection = openDatabase(c);
+    if (!connection) {
+        return Failed;
+    }
+    CBus bus;
+    const auto items = loadKind(bus, connection, type);
+    if (!c.prompt.shown().isEmpty()) {
+        return Failed;
+    }
+    // The columns of the management window's grid; an error stops the export (there is nobody to ask).
+    ItemTableModel grid(items.get(), ItemTableModel::fieldsForType(type));
+    c.prompt.setDefaultAnswer(CPrompt::vbCancel);
+    if (!bus.CopyGridToExcel(&grid, file, sheet)) {
+        return Failed;
+    }
+    c.out << u"已导出 "_s << items->Count() << u" 条记录到 "_s << file << u" 的表格 ["_s << sheet << u"]\n"_s;
     return Ok;
 }
 
@@ -413,7 +463,7 @@ int run(const QStringList &arguments, QTextStream &out, QTextStream &err)
     c.args = args;
     const std::pair<const char16_t *, std::function<int(Context &)>> commands[] = {
         {u"init", cmdInit},     {u"newid", cmdNewId},   {u"list", cmdList}, {u"add", cmdAdd},
-        {u"rename", cmdRename}, {u"delete", cmdDelete}, {u"py", cmdPy},
+        {u"rename", cmdRename}, {u"delete", cmdDelete}, {u"py", cmdPy},     {u"export", cmdExport},
     };
     for (const auto &[name, handler] : commands) {
         if (command == QStringView(name)) {

@@ -1,6 +1,7 @@
 #include "cbus.h"
 
 #include "frmmain.h"
+#include "itemgrid.h"
 
 #include "cconnection.h"
 
@@ -201,6 +202,12 @@ void CBus::ShowMain()
             m_main->setCollection(type, items);
         }
         m_main->setConnection(m_connection);
+        connect(
+            m_main.get(), &frmMain::ExportRequested, this,
+            [this](const QString &file, const QString &sheet, bool &ok) {
+                ok = CopyGridToExcel(m_main->Flexgd1, file, sheet);
+            },
+            Qt::DirectConnection);
         m_main->Form_Load();
     }
     m_main->show();

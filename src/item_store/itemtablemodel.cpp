@@ -260,6 +260,18 @@ CItems *ItemTableModel::items() const
     return m_items;
 }
 
+QString ItemTableModel::TextMatrix(qint32 row, qint32 col) const
+{
+    if (row < 0 || col < 0 || row >= Rows() || col >= Cols()) {
+        return QString();
+    }
+    if (row == 0) {
+        return fieldTitle(m_fields.at(col));
+    }
+    const CItem *item = shown(row - 1);
+    return item ? fieldText(*item, m_fields.at(col)) : QString();
+}
+
 int ItemTableModel::rowCount(const QModelIndex &parent) const
 {
     if (parent.isValid() || !m_items) {

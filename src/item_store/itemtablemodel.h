@@ -23,6 +23,9 @@ class CItems;
 class QUILLON_EXPORT ItemTableModel : public QAbstractTableModel
 {
     Q_OBJECT
+    // The table as a flexible grid (row 0 the headings), for grid services such as the spreadsheet export.
+    Q_PROPERTY(qint32 Rows READ Rows)
+    Q_PROPERTY(qint32 Cols READ Cols)
 
 public:
     enum Field {
@@ -78,6 +81,10 @@ public:
     bool setData(const QModelIndex &index, const QVariant &value, int role = Qt::EditRole) override;
 
     CItems *items() const;
+    qint32 Rows() const { return rowCount() + 1; }
+    qint32 Cols() const { return columnCount(); }
+    /// The heading (row 0) or the text of a cell; empty outside the table.
+    Q_INVOKABLE QString TextMatrix(qint32 row, qint32 col) const;
     QList<Field> fields() const { return m_fields; }
     Field field(int column) const { return m_fields.value(column); }
     int columnOf(Field field) const { return int(m_fields.indexOf(field)); }

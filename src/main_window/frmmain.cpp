@@ -394,7 +394,17 @@ void frmMain::buildTree()
     m_switching = false;
 }
 
+QString frmMain::ExportSheetName(int itemType, const QDateTime &when)
+{
+    return NavigationText(itemType) + when.toString(u"MMdd"_s) + when.toString(u"hhmmss"_s);
+}
+
 QString frmMain::nodeText(int itemType) const
+{
+    return NavigationText(itemType);
+}
+
+QString frmMain::NavigationText(int itemType)
 {
     for (const NavEntry &entry : kNavEntries) {
         if (entry.itemType == itemType) {
@@ -802,16 +812,21 @@ void frmMain::mnuExportToExcel_Click()
     }
     const QString file = QFileDialog::getSaveFileName(this, u"导出到Excel"_s, QString(),
                                                       u"Excel 工作簿(*.xlsx);;Microsoft Excel File(*.xls)"_s);
+    ExportGridTo(file);
+}
+
+bool frmMain::ExportGridTo(const QString &file)
+{
     if (file.trimmed().isEmpty()) {
-        return;
+        return false;
     }
-    const QDateTime now = QDateTime::currentDateTime();
-    const QString sheet = nodeText(m_kind) + now.toString(u"MMdd"_s) + now.toString(u"hhmmss"_s);
+    const QString sheet = ExportSheetName(m_kind, QDateTime::currentDateTime());
     if (CPrompt::current().MsgBox(u"你确实要执行数据导出操作吗?"_s, CPrompt::vbYesNo | CPrompt::vbQuestion,
                                   CPrompt::messageTitle())
         != CPrompt::vbYes) {
-        return;
+        return false;
     }
+    Flexgd1->commitEditor();
     bool ok = false;
     QApplication::setOverrideCursor(Qt::WaitCursor);
     Q_EMIT ExportRequested(file, sheet, ok);
@@ -820,6 +835,7 @@ void frmMain::mnuExportToExcel_Click()
         CPrompt::current().MsgBox(u"数据已经成功的导出到"_s + file + u"\r\n表格["_s + sheet + u"]中!"_s,
                                   CPrompt::vbInformation, CPrompt::messageTitle());
     }
+    return ok;
 }
 
 void frmMain::mnuHelpAbout_Click()

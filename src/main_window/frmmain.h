@@ -4,6 +4,7 @@
 #include "citem.h"
 #include "quillon_export.h"
 
+#include <QDateTime>
 #include <QMainWindow>
 #include <QPointer>
 
@@ -85,6 +86,11 @@ public:
     using PropertiesHandler = std::function<bool(int itemType, const CItemPtr &item)>;
     void setPropertiesHandler(PropertiesHandler handler) { m_propertiesHandler = std::move(handler); }
 
+    /// The navigation text of an item type ("商品" ...), empty for types not in the tree.
+    static QString NavigationText(int itemType);
+    /// The sheet name an export of a kind gets: the navigation text, then the date as MMdd and the time as hhmmss.
+    static QString ExportSheetName(int itemType, const QDateTime &when);
+
     /// "QlSetup.ini" next to the program, or in the per-user configuration folder when that folder is read-only.
     static QString defaultSettingsFile();
     QString settingsFile() const { return m_settingsFile; }
@@ -124,6 +130,9 @@ public:
     void mnuViewRefresh_Click();
     void mnuFilePrint_Click();
     void mnuExportToExcel_Click();
+    /// The export command after the file dialog: the question, the export, the success message. An empty name
+    /// does nothing.
+    bool ExportGridTo(const QString &file);
     void mnuHelpAbout_Click();
     void mnuItemMan_Click();
     void mnuViewGoodsInOutList_Click();
