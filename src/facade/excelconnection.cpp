@@ -11,6 +11,7 @@
 
 #include <zip.h>
 
+#include <cstdio>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -35,34 +36,46 @@ QString columnLetters(int col)
     return letters;
 }
 
-// Text as an XML character-data value of a cell: & < > escaped, and the characters XML cannot carry written as
-// the workbook format's _xHHHH_ escapes (a literal _xHHHH_ is protected by escaping its underscore).
-QByteArray cellXmlText(const QString &text)
+// Appends a text as the XML character data of a cell: & < > escaped, and the characters XML cannot carry written
+// as the workbook format's _xHHHH_ escapes (a literal _xHHHH_ is protected by escaping its underscore).
+void appendCellXmlText(QByteArray &out, const QString &text)
 {
+    bool plain = true;
+    for (const QChar c : text) {
+        const char16_t u = c.unicode();
+        if (u < 0x20 || u == u'&' || u == u'<' || u == u'>' || u == u'_' || u >= 0xFFFE) {
+            plain = false;
+            break;
+        }
+    }
+    if (plain) {
+        out += text.toUtf8();
+        return;
+    }
     static const QRegularExpression literalEscape(u"_(x[0-9A-Fa-f]{4}_)"_s);
     QString value = text;
     if (value.contains(u"_x"_s)) {
         value.replace(literalEscape, u"_x005F_\\1"_s);
     }
-    QString out;
-    out.reserve(value.size() + 8);
+    QString escaped;
+    escaped.reserve(value.size() + 8);
     for (const QChar c : std::as_const(value)) {
         const char16_t u = c.unicode();
         if (u == u'&') {
-            out += u"&amp;";
+            escaped += u"&amp;";
         } else if (u == u'<') {
-            out += u"&lt;";
+            escaped += u"&lt;";
         } else if (u == u'>') {
-            out += u"&gt;";
+            escaped += u"&gt;";
         } else if ((u < 0x20 && u != u'\t' && u != u'\n' && u != u'\r') || u == 0xFFFE || u == 0xFFFF) {
-            out += u"_x"_s + QString::number(u, 16).toUpper().rightJustified(4, u'0') + u"_"_s;
+            escaped += u"_x"_s + QString::number(u, 16).toUpper().rightJustified(4, u'0') + u"_"_s;
         } else if (u == u'\r') {
-            out += u"&#13;";
+            escaped += u"&#13;";
         } else {
-            out += c;
+            escaped += c;
         }
     }
-    return out.toUtf8();
+    out += escaped.toUtf8();
 }
 
 QByteArray attributeText(const QString &text)
@@ -119,6 +132,9 @@ public:
     int maxSheetId = 0;
     QSet<QString> relIds;
     QSet<QString> partNames;
+    // Reused for every row written.
+    QByteArray rowBuffer;
+    std::vector<QByteArray> columnNames;
 };
 
 namespace {
@@ -252,20 +268,31 @@ bool ExcelConnectionPrivate::appendRow(NewSheet &sheet, const QStringList &cells
         }
     }
     const int row = sheet.rows + 1;
-    const QByteArray rowNumber = QByteArray::number(row);
-    QByteArray xml;
-    xml.reserve(64 + cells.size() * 48);
-    xml += "<row r=\"" + rowNumber + "\">";
+    char number[16];
+    const int numberLength = std::snprintf(number, sizeof number, "%d", row);
+    QByteArray &xml = rowBuffer;
+    xml.clear();
+    xml += "<row r=\"";
+    xml.append(number, numberLength);
+    xml += "\">";
     for (qsizetype c = 0; c < cells.size(); ++c) {
-        if (cells.at(c).isEmpty()) {
+        const QString &text = cells.at(c);
+        if (text.isEmpty()) {
             continue;
         }
-        xml += "<c r=\"" + columnLetters(int(c)).toLatin1() + rowNumber + "\" t=\"inlineStr\"><is><t";
-        const QString &text = cells.at(c);
+        while (qsizetype(columnNames.size()) <= c) {
+            columnNames.push_back(columnLetters(int(columnNames.size())).toLatin1());
+        }
+        xml += "<c r=\"";
+        xml += columnNames[std::size_t(c)];
+        xml.append(number, numberLength);
+        xml += "\" t=\"inlineStr\"><is><t";
         if (text.front().isSpace() || text.back().isSpace()) {
             xml += " xml:space=\"preserve\"";
         }
-        xml += '>' + cellXmlText(text) + "</t></is></c>";
+        xml += '>';
+        appendCellXmlText(xml, text);
+        xml += "</t></is></c>";
     }
     xml += "</row>";
     if (sheet.data->write(xml) != xml.size()) {
@@ -414,9 +441,16 @@ bool ExcelConnectionPrivate::writeWorkbook()
     for (std::size_t i = 0; ok && i < added.size(); ++i) {
         const QByteArray sheetPath = QFile::encodeName(added[i].data->fileName());
         zip_source_t *source = zip_source_file(zip, sheetPath.constData(), 0, -1);
-        ok = source && zip_file_add(zip, sheetParts[i].toUtf8().constData(), source, ZIP_FL_ENC_UTF_8) >= 0;
+        const zip_int64_t index =
+            source ? zip_file_add(zip, sheetParts[i].toUtf8().constData(), source, ZIP_FL_ENC_UTF_8) : -1;
+        ok = index >= 0;
         if (!ok && source) {
             zip_source_free(source);
+        }
+        // zlib's default level, as spreadsheet programs write: libzip's own default (the best compression) costs
+        // several times the time for a few per cent of size.
+        if (ok) {
+            zip_set_file_compression(zip, zip_uint64_t(index), ZIP_CM_DEFLATE, 6);
         }
     }
     if (!ok) {

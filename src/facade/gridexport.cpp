@@ -18,30 +18,32 @@ public:
     explicit GridCells(QObject *grid)
         : m_grid(grid)
     {
-        if (grid) {
-            const int index =
-                grid->metaObject()->indexOfMethod(QMetaObject::normalizedSignature("TextMatrix(int,int)"));
-            if (index >= 0) {
-                m_textMatrix = grid->metaObject()->method(index);
-            }
+        if (!grid) {
+            return;
+        }
+        const QMetaObject *meta = grid->metaObject();
+        const int index = meta->indexOfMethod(QMetaObject::normalizedSignature("TextMatrix(int,int)"));
+        if (index >= 0 && meta->method(index).returnType() == QMetaType::QString) {
+            m_index = index;
         }
     }
-    bool isValid() const { return m_grid && m_textMatrix.isValid(); }
+    bool isValid() const { return m_grid && m_index >= 0; }
     qint32 rows() const { return m_grid ? m_grid->property("Rows").toInt() : 0; }
     qint32 cols() const { return m_grid ? m_grid->property("Cols").toInt() : 0; }
     QString text(qint32 row, qint32 col) const
     {
         QString value;
         if (isValid()) {
-            m_textMatrix.invoke(m_grid, Qt::DirectConnection, Q_RETURN_ARG(QString, value), Q_ARG(int, row),
-                                Q_ARG(int, col));
+            // The signature was checked once above; the call itself goes straight to the method.
+            void *args[] = {&value, &row, &col};
+            QMetaObject::metacall(m_grid, QMetaObject::InvokeMetaMethod, m_index, args);
         }
         return value;
     }
 
 private:
     QObject *m_grid;
-    QMetaMethod m_textMatrix;
+    int m_index = -1;
 };
 
 enum class Outcome { Done, Skipped, Stopped };
