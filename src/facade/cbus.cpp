@@ -1,7 +1,13 @@
 #include "cbus.h"
 
+#include "frmclientedit.h"
+#include "frmgoodsedit.h"
 #include "frmmain.h"
+#include "frmselectclient.h"
+#include "frmselectgoodsex.h"
+#include "frmselectitem.h"
 #include "itemgrid.h"
+#include "prompt.h"
 
 #include "cconnection.h"
 
@@ -26,6 +32,11 @@ CBus::CBus(QObject *parent)
 CBus::~CBus()
 {
     m_main.reset();
+    m_goodsEdit.reset();
+    m_clientEdit.reset();
+    m_selectClient.reset();
+    m_selectGoods.reset();
+    m_selectItem.reset();
     m_clients.reset();
     m_allGoods.reset();
     m_units.reset();
@@ -202,6 +213,22 @@ void CBus::ShowMain()
             m_main->setCollection(type, items);
         }
         m_main->setConnection(m_connection);
+        m_main->setPropertiesHandler([this](int itemType, const CItemPtr &item) {
+            if (itemType != itGoods && itemType != itClient) {
+                return false;
+            }
+            if (!item) {
+                return true;
+            }
+            if (item->F_ID() < 1) {
+                CPrompt::current().MsgBox(u"请先保存新建的记录!"_s, CPrompt::vbInformation, CPrompt::messageTitle());
+            } else if (itemType == itGoods) {
+                goodsEditDialog()->EditGoods(item->F_ID(), m_allGoods, m_stocks, m_types, m_units, false);
+            } else {
+                clientEditDialog()->EditClient(m_areas, m_clients, m_clientTypes, 0, item->F_ID());
+            }
+            return true;
+        });
         connect(
             m_main.get(), &frmMain::ExportRequested, this,
             [this](const QString &file, const QString &sheet, bool &ok) {
@@ -213,4 +240,80 @@ void CBus::ShowMain()
     m_main->show();
     m_main->raise();
     m_main->activateWindow();
+}
+
+frmGoodsEdit *CBus::goodsEditDialog()
+{
+    if (!m_goodsEdit) {
+        m_goodsEdit = std::make_unique<frmGoodsEdit>();
+    }
+    return m_goodsEdit.get();
+}
+
+frmClientEdit *CBus::clientEditDialog()
+{
+    if (!m_clientEdit) {
+        m_clientEdit = std::make_unique<frmClientEdit>();
+    }
+    return m_clientEdit.get();
+}
+
+frmSelectClient *CBus::selectClientDialog()
+{
+    if (!m_selectClient) {
+        m_selectClient = std::make_unique<frmSelectClient>();
+    }
+    return m_selectClient.get();
+}
+
+frmSelectGoodsEx *CBus::selectGoodsDialog()
+{
+    if (!m_selectGoods) {
+        m_selectGoods = std::make_unique<frmSelectGoodsEx>();
+    }
+    return m_selectGoods.get();
+}
+
+frmSelectItem *CBus::selectItemDialog()
+{
+    if (!m_selectItem) {
+        m_selectItem = std::make_unique<frmSelectItem>();
+    }
+    return m_selectItem.get();
+}
+
+bool CBus::SelectGoodsEx(CItems &tGoodsList, bool blnIsChangeMode)
+{
+    return selectGoodsDialog()->SelectGoodsEx(tGoodsList, m_allGoods, m_types, m_units, blnIsChangeMode);
+}
+
+CItemPtr CBus::SelectClient()
+{
+    return selectClientDialog()->SelectClient(m_areas, m_clientTypes, m_clients);
+}
+
+void CBus::AddClient(const QVariant &mode)
+{
+    clientEditDialog()->EditClient(m_areas, m_clients, m_clientTypes, mode);
+}
+
+void CBus::AddNewGoods(const QVariant &value)
+{
+    goodsEditDialog()->EditGoods(value, m_allGoods, m_stocks, m_types, m_units, true);
+}
+
+std::shared_ptr<CItems> CBus::SelectItems(int itemType)
+{
+    if (itemType != itLLR || !m_llrs) {
+        return nullptr;
+    }
+    const std::vector<CItemPtr> chosen = selectItemDialog()->SelectItems(*m_llrs, u"选择领料人"_s);
+    if (selectItemDialog()->result() != QDialog::Accepted) {
+        return nullptr;
+    }
+    auto result = std::make_shared<CItems>();
+    for (const CItemPtr &item : chosen) {
+        result->Add(item);
+    }
+    return result;
 }

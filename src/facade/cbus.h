@@ -6,11 +6,17 @@
 #include "quillon_export.h"
 
 #include <QObject>
+#include <QVariant>
 
 #include <memory>
 
 class CConnection;
 class frmMain;
+class frmGoodsEdit;
+class frmClientEdit;
+class frmSelectClient;
+class frmSelectGoodsEx;
+class frmSelectItem;
 
 /**
  * The library's entry object: holds one shared collection per item type, loads them, and hands the same
@@ -92,6 +98,25 @@ public:
     /// The item management window, once ShowMain created it.
     frmMain *mainWindow() const { return m_main.get(); }
 
+    /// Runs the goods picker over mAllGoods: new lines join `tGoodsList` (change mode: its lines are edited).
+    /// True when the clerk confirmed.
+    bool SelectGoodsEx(CItems &tGoodsList, bool blnIsChangeMode);
+    /// Runs the client picker over mClients; the chosen client, or none.
+    CItemPtr SelectClient();
+    /// Runs the client edit dialog for a new client (mode 0) or supplier (mode 1).
+    void AddClient(const QVariant &mode);
+    /// Runs the goods edit dialog for a new goods; `value` is the goods type to start with.
+    void AddNewGoods(const QVariant &value);
+    /// Runs the multi-select list; only material receivers (11) are served. The chosen items, or none.
+    std::shared_ptr<CItems> SelectItems(int itemType);
+
+    /// The dialogs, each created on first use and kept.
+    frmGoodsEdit *goodsEditDialog();
+    frmClientEdit *clientEditDialog();
+    frmSelectClient *selectClientDialog();
+    frmSelectGoodsEx *selectGoodsDialog();
+    frmSelectItem *selectItemDialog();
+
     /// Writes a grid (any object with the properties Rows and Cols and the method TextMatrix(row, col)) as a new
     /// sheet of a spreadsheet file: row 0 gives the column names, every other row a record of text cells. A failing
     /// step asks whether to retry it (Yes), skip it (No) or stop (Cancel, the result is then false); what was
@@ -129,6 +154,11 @@ private:
     CItem m_softwareUserDefaults;
     std::shared_ptr<CConnection> m_connection;
     std::unique_ptr<frmMain> m_main;
+    std::unique_ptr<frmGoodsEdit> m_goodsEdit;
+    std::unique_ptr<frmClientEdit> m_clientEdit;
+    std::unique_ptr<frmSelectClient> m_selectClient;
+    std::unique_ptr<frmSelectGoodsEx> m_selectGoods;
+    std::unique_ptr<frmSelectItem> m_selectItem;
 };
 
 #endif

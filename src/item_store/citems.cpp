@@ -702,3 +702,104 @@ void CItems::FillOneGoodsToGrid(QAbstractItemView *grid, const CItemPtr &goods) 
         model->refreshItem(goods.get());
     }
 }
+
+namespace {
+
+// A number as prefix and trailing counter: "SP0099" → ("SP", 99, 4). No digits at the end: counter -1.
+struct NumberStyle
+{
+    QString prefix;
+    qint64 counter = -1;
+    int width = 0;
+};
+
+NumberStyle numberStyle(const QString &no)
+{
+    qsizetype digits = 0;
+    while (digits < no.size() && digits < 18 && no.at(no.size() - 1 - digits).isDigit()) {
+        ++digits;
+    }
+    NumberStyle style;
+    style.prefix = no.left(no.size() - digits);
+    if (digits > 0) {
+        style.counter = no.right(digits).toLongLong();
+        style.width = int(digits);
+    }
+    return style;
+}
+
+QString nextNumber(const CItems &items, const std::vector<QString> &numbers)
+{
+    // The style of the largest number (in the list's text order); its counter goes one up.
+    const QString *largest = nullptr;
+    for (const QString &no : numbers) {
+        if (!no.isEmpty() && (!largest || no.compare(*largest) > 0)) {
+            largest = &no;
+        }
+    }
+    if (!largest) {
+        return u"0001"_s;
+    }
+    NumberStyle style = numberStyle(*largest);
+    qint64 highest = style.counter;
+    if (style.counter < 0) {
+        style.width = 4;
+        highest = 0;
+    } else {
+        for (const QString &no : numbers) {
+            const NumberStyle other = numberStyle(no);
+            if (other.prefix == style.prefix && other.counter > highest) {
+                highest = other.counter;
+            }
+        }
+    }
+    for (qint64 counter = highest + 1;; ++counter) {
+        const QString candidate = style.prefix + QString::number(counter).rightJustified(style.width, u'0');
+        if (!items.GetItemByItemNo(candidate)) {
+            return candidate;
+        }
+    }
+}
+
+} // namespace
+
+QString CItems::GetNewGoodsNo() const
+{
+    std::vector<QString> numbers;
+    numbers.reserve(std::size_t(Count()));
+    for (const CItemPtr &item : *this) {
+        numbers.push_back(item->F_ItemNo());
+    }
+    return nextNumber(*this, numbers);
+}
+
+QString CItems::GetNewGoodsNoEx(qint32 goodsTypeID) const
+{
+    std::vector<QString> numbers;
+    for (const CItemPtr &item : *this) {
+        if (item->F_ParentID() == goodsTypeID) {
+            numbers.push_back(item->F_ItemNo());
+        }
+    }
+    return numbers.empty() ? GetNewGoodsNo() : nextNumber(*this, numbers);
+}
+
+bool CItems::HasTheItemNo(const QString &itemNo, qint32 exceptID) const
+{
+    for (const CItemPtr &item : *this) {
+        if (item->F_ID() != exceptID && item->F_ItemNo() == itemNo) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool CItems::HasTheItemName(const QString &itemName, qint32 exceptID) const
+{
+    for (const CItemPtr &item : *this) {
+        if (item->F_ID() != exceptID && item->F_ItemName() == itemName) {
+            return true;
+        }
+    }
+    return false;
+}

@@ -84,6 +84,16 @@ public:
     /// Deletes the item if nothing uses it (goods in use only after the user agreed); false when refused or failed.
     bool RemoveItem(qint32 id);
 
+    /// The next free goods number in the style of the existing ones: the largest number's prefix and a counter one
+    /// above it, zero-padded to the same width ("SP0099" → "SP0100"); never a number that exists. "0001" when
+    /// there is none.
+    QString GetNewGoodsNo() const;
+    /// The same among the goods of one goods type (F_ParentID); falls back to GetNewGoodsNo when the type has none.
+    QString GetNewGoodsNoEx(qint32 goodsTypeID) const;
+    /// Whether another item (F_ID other than `exceptID`) has this number or name, compared as the look-ups do.
+    bool HasTheItemNo(const QString &itemNo, qint32 exceptID = 0) const;
+    bool HasTheItemName(const QString &itemName, qint32 exceptID = 0) const;
+
     /// Fills a QComboBox or QListWidget with the items' names, each with its F_ID as item data.
     void BindComboBox(QObject *control) const;
     /// Selects the entry of a QComboBox or QListWidget whose item data is `id`.

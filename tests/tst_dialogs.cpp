@@ -1,0 +1,337 @@
+#include "cbus.h"
+#include "cconnection.h"
+#include "citems.h"
+#include "cspell.h"
+#include "frmclientedit.h"
+#include "frmgoodsedit.h"
+#include "frmmain.h"
+#include "frmselectclient.h"
+#include "frmselectgoodsex.h"
+#include "frmselectitem.h"
+#include "itemfixtures.h"
+#include "itemgrid.h"
+#include "keyid.h"
+#include "prompt.h"
+#include "testdatabase.h"
+
+#include <QAction>
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSqlQuery>
+#include <QTableView>
+#include <QTest>
+#include <QTimer>
+#include <QTreeWidget>
+
+using namespace Qt::StringLiterals;
+
+class DialogsTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::shared_ptr<CConnection> m_db;
+    std::unique_ptr<ScriptedPrompt> m_prompt;
+    std::unique_ptr<CBus> m_bus;
+
+    QString stored(qint32 id, const QString &column)
+    {
+        QSqlQuery q = m_db->Select(u"Select "_s + column + u" From T_Item Where F_ID=?"_s, {id});
+        return q.next() ? q.value(0).toString() : u"<none>"_s;
+    }
+    // Runs `drive` on the dialog once it is showing modally.
+    template<typename Dialog, typename Drive>
+    void whenShown(Dialog *dialog, Drive drive)
+    {
+        QTimer::singleShot(0, dialog, [dialog, drive]() {
+            QTRY_VERIFY(dialog->isVisible());
+            drive();
+        });
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_db = TestDatabase::create();
+        QVERIFY(m_db);
+        m_prompt = std::make_unique<ScriptedPrompt>();
+        CPrompt::setCurrent(m_prompt.get());
+        ItemFixtures::insert(*m_db, {1, 2, QString(), u"瓶"_s});
+        ItemFixtures::insert(*m_db, {2, 3, u"01"_s, u"饮料"_s});
+        ItemFixtures::insert(*m_db, {3, 3, u"02"_s, u"酒类"_s});
+        ItemFixtures::insert(*m_db, {10, 4, u"G001"_s, u"可乐"_s, 2, 1});
+        ItemFixtures::insert(*m_db, {11, 4, u"G002"_s, u"雪碧"_s, 2, 1});
+        ItemFixtures::insert(*m_db, {12, 4, u"J001"_s, u"长城干红"_s, 3, 1});
+        m_db->Execute(u"Update T_Item Set F_Price4=2.5, F_Standard='330ml' Where F_ID=10"_s);
+        ItemFixtures::insert(*m_db, {20, 8, u"1"_s, u"批发客户"_s});
+        ItemFixtures::insert(*m_db, {21, 8, u"2"_s, u"供应商"_s});
+        ItemFixtures::insert(*m_db, {30, 9, u"01"_s, u"华东"_s});
+        ItemFixtures::insert(*m_db, {31, 9, u"02"_s, u"华北"_s});
+        ItemFixtures::insert(*m_db, {40, 1, u"KH0001"_s, u"华联超市"_s, 20, 30});
+        ItemFixtures::insert(*m_db, {41, 1, u"KH0002"_s, u"联华超市"_s, 20, 31});
+        ItemFixtures::insert(*m_db, {42, 1, u"GY0001"_s, u"长城酒业"_s, 21, 31});
+        ItemFixtures::insert(*m_db, {50, 11, u"1"_s, u"张三"_s});
+        ItemFixtures::insert(*m_db, {51, 11, u"2"_s, u"李四"_s});
+        ItemFixtures::insert(*m_db, {52, 11, u"3"_s, u"王五"_s});
+        Module1::ReseedKeyID(*m_db, u"T_Item"_s);
+        m_bus = std::make_unique<CBus>();
+        m_bus->InitAllData(m_db);
+    }
+    void cleanup()
+    {
+        m_bus.reset();
+        CPrompt::setCurrent(nullptr);
+        m_db.reset();
+    }
+
+    void newGoodsIsSavedWithItsMnemonicCode()
+    {
+        frmGoodsEdit *dialog = m_bus->goodsEditDialog();
+        QVERIFY(dialog->LoadGoods(3, m_bus->mAllGoods(), m_bus->mTypes(), m_bus->mUnits(), true));
+        QCOMPARE(dialog->cboType->currentText(), u"酒类"_s);
+        QCOMPARE(dialog->txtNo->text(), u"J002"_s); // the next number of the type
+        dialog->cboType->setCurrentIndex(dialog->cboType->findData(2));
+        QCOMPARE(dialog->txtNo->text(), u"G003"_s);
+        dialog->txtName->insert(u"长城干红"_s);
+        QCOMPARE(dialog->txtSpell->text(), u"ccgh"_s);
+        dialog->txtName->clear();
+        dialog->txtName->insert(u"Tom's 橙汁"_s);
+        QCOMPARE(dialog->txtSpell->text(), CSpell::py(u"Tom's 橙汁"));
+        dialog->txtSpell->setText(u"TCZ"_s);
+        Q_EMIT dialog->txtSpell->textEdited(u"TCZ"_s);
+        dialog->txtName->insert(u"!"_s); // a typed code is kept
+        QCOMPARE(dialog->txtSpell->text(), u"TCZ"_s);
+        dialog->txtPriceSale->setText(u"3.5"_s);
+        dialog->cboUnit->setCurrentIndex(dialog->cboUnit->findData(1));
+        QVERIFY(dialog->cmdOK_Click());
+        const CItemPtr saved = dialog->savedGoods();
+        QVERIFY(saved && saved->F_ID() > 52);
+        QCOMPARE(stored(saved->F_ID(), u"F_ItemName"_s), u"Tom's 橙汁!"_s);
+        QCOMPARE(stored(saved->F_ID(), u"F_Spell"_s), u"TCZ"_s);
+        QCOMPARE(stored(saved->F_ID(), u"F_ItemNo"_s), u"G003"_s);
+        QCOMPARE(m_bus->mAllGoods()->GetItemByItemNo(u"G003"_s)->mUnitName(), u"瓶"_s);
+        QCOMPARE(dialog->txtPriceSale->text(), u"3.50"_s);
+    }
+
+    void duplicateNumberOrNameIsRefused()
+    {
+        frmGoodsEdit *dialog = m_bus->goodsEditDialog();
+        QVERIFY(dialog->LoadGoods(0, m_bus->mAllGoods(), m_bus->mTypes(), m_bus->mUnits(), true));
+        dialog->show();
+        QVERIFY(QTest::qWaitForWindowExposed(dialog));
+        dialog->txtNo->setText(u"G001"_s);
+        dialog->txtName->setText(u"新商品"_s);
+        QVERIFY(!dialog->cmdOK_Click());
+        QCOMPARE(m_prompt->lastText(), u"商品编号[G001]已经存在,请换一个编号!"_s);
+        QTRY_COMPARE(QApplication::focusWidget(), dialog->txtNo);
+        dialog->txtNo->setText(u"G009"_s);
+        dialog->txtName->setText(u"雪碧"_s);
+        QVERIFY(!dialog->cmdOK_Click());
+        QCOMPARE(m_prompt->lastText(), u"商品名称[雪碧]已经存在,请换一个名称!"_s);
+        QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_Item Where F_ItemTypeID=4"_s), 3);
+        dialog->hide();
+    }
+
+    void badPriceIsRefusedWithFocusOnTheField()
+    {
+        frmGoodsEdit *dialog = m_bus->goodsEditDialog();
+        QVERIFY(dialog->LoadGoods(10, m_bus->mAllGoods(), m_bus->mTypes(), m_bus->mUnits(), false));
+        dialog->show();
+        QVERIFY(QTest::qWaitForWindowExposed(dialog));
+        QCOMPARE(dialog->txtPriceSale->text(), u"2.50"_s);
+        dialog->txtPriceSale->setText(u"2.5元"_s);
+        QVERIFY(!dialog->cmdOK_Click());
+        QVERIFY(m_prompt->lastText().startsWith(u"请输入正确的[单件售价]!"_s));
+        QTRY_COMPARE(QApplication::focusWidget(), dialog->txtPriceSale);
+        dialog->txtPackageAmount->setText(u"0"_s);
+        dialog->txtPriceSale->setText(u"2.8"_s);
+        QVERIFY(!dialog->cmdOK_Click());
+        QVERIFY(m_prompt->lastText().startsWith(u"请输入正确的[包装数量]!"_s));
+        dialog->txtPackageAmount->setText(u"24"_s);
+        QVERIFY(dialog->cmdOK_Click());
+        QCOMPARE(stored(10, u"F_Price4"_s).toDouble(), 2.8);
+        QCOMPARE(m_bus->mAllGoods()->GetItemByID(10)->F_PriceSale(), *Currency::fromString(u"2.8"));
+        dialog->hide();
+    }
+
+    void supplierModeStartsAsASupplier()
+    {
+        frmClientEdit *dialog = m_bus->clientEditDialog();
+        QVERIFY(
+            dialog->LoadClient(m_bus->mAreas(), m_bus->mClients(), m_bus->mClientTypes(), frmClientEdit::SupplierMode));
+        QCOMPARE(dialog->cboClientType->currentText(), u"供应商"_s);
+        QCOMPARE(dialog->txtNo->text(), u"GY0002"_s);
+        dialog->txtName->insert(u"娃哈哈集团"_s);
+        QCOMPARE(dialog->txtSpell->text(), u"whhjt"_s);
+        dialog->cboArea->setCurrentIndex(dialog->cboArea->findData(30));
+        dialog->txtOweWarring->setText(u"1,000"_s);
+        QVERIFY(!dialog->cmdOK_Click());
+        QVERIFY(m_prompt->lastText().startsWith(u"请输入正确的[欠款预警]!"_s));
+        dialog->txtOweWarring->setText(u"1000"_s);
+        QVERIFY(dialog->cmdOK_Click());
+        const CItemPtr saved = dialog->savedClient();
+        QCOMPARE(stored(saved->F_ID(), u"F_ParentID"_s), u"21"_s);
+        QCOMPARE(stored(saved->F_ID(), u"F_Tag1"_s), u"30"_s);
+        QCOMPARE(m_bus->mClients()->GetItemByID(saved->F_ID())->mTypeName(), u"供应商"_s);
+    }
+
+    void clientIsPickedByTypingItsMnemonicCode()
+    {
+        frmSelectClient *dialog = m_bus->selectClientDialog();
+        whenShown(dialog, [dialog]() {
+            QCOMPARE(dialog->lvClients->model()->rowCount(), 3);
+            dialog->txtSearch->setText(u"lhcs"_s);
+            QCOMPARE(dialog->lvClients->model()->rowCount(), 1);
+            QTest::keyClick(dialog->txtSearch, Qt::Key_Return);
+        });
+        const CItemPtr client = m_bus->SelectClient();
+        QVERIFY(client);
+        QCOMPARE(client->F_ItemName(), u"联华超市"_s);
+    }
+
+    void clientFiltersAndEscape()
+    {
+        frmSelectClient *dialog = m_bus->selectClientDialog();
+        whenShown(dialog, [dialog]() {
+            dialog->cboArea->setCurrentIndex(dialog->cboArea->findData(31));
+            QCOMPARE(dialog->lvClients->model()->rowCount(), 2);
+            dialog->cboClientType->setCurrentIndex(dialog->cboClientType->findData(21));
+            QCOMPARE(dialog->lvClients->model()->rowCount(), 1);
+            dialog->txtSearch->setText(u"cc"_s);
+            QCOMPARE(dialog->currentClient()->F_ItemName(), u"长城酒业"_s);
+            QTest::keyClick(dialog->txtSearch, Qt::Key_Escape);
+        });
+        QVERIFY(!m_bus->SelectClient());
+    }
+
+    void goodsLinesAreAddedThenChanged()
+    {
+        CItems lines;
+        frmSelectGoodsEx *dialog = m_bus->selectGoodsDialog();
+        whenShown(dialog, [dialog]() {
+            dialog->txtSearch->setText(u"kl"_s);
+            QCOMPARE(dialog->lvGoods->model()->rowCount(), 1);
+            QTest::keyClick(dialog->txtSearch, Qt::Key_Return); // picks 可乐
+            QCOMPARE(dialog->txtAmount->text(), u"1"_s);
+            QCOMPARE(dialog->txtPrice->text(), u"2.50"_s);
+            dialog->txtAmount->setText(u"3"_s);
+            QTest::keyClick(dialog->txtAmount, Qt::Key_Return);
+            QTest::keyClick(dialog->txtPrice, Qt::Key_Return); // adds the line
+            dialog->txtSearch->setText(u"330ml"_s); // by specification
+            QCOMPARE(dialog->lvGoods->model()->rowCount(), 1);
+            dialog->txtSearch->setText(u"zcgh"_s); // 长 read as zhang
+            QVERIFY(dialog->pickCurrent());
+            dialog->txtAmount->setText(u"2"_s);
+            dialog->txtPrice->setText(u"88.8"_s);
+            QVERIFY(dialog->cmdAdd_Click());
+            QCOMPARE(dialog->lblTotal->text(), u"共 2 行,合计金额 185.10"_s);
+            dialog->cmdOK->click();
+        });
+        QVERIFY(m_bus->SelectGoodsEx(lines, false));
+        QCOMPARE(lines.Count(), 2);
+        QCOMPARE(lines.Item(1)->F_ItemName(), u"可乐"_s);
+        QCOMPARE(lines.Item(1)->Amount(), Currency::fromInteger(3));
+        QCOMPARE(lines.Item(1)->Money(), *Currency::fromString(u"7.5"));
+        QVERIFY(!lines.Item(1)->PriceChangeFlag());
+        QCOMPARE(lines.Item(2)->Price(), *Currency::fromString(u"88.8"));
+        QVERIFY(lines.Item(2)->PriceChangeFlag());
+        // The lines are copies: the goods themselves carry no quantity.
+        QCOMPARE(m_bus->mAllGoods()->GetItemByID(10)->Amount(), Currency());
+
+        whenShown(dialog, [dialog]() {
+            QCOMPARE(dialog->lvLines->model()->rowCount(), 2);
+            dialog->lvLines->setCurrentIndex(dialog->lvLines->model()->index(0, 0));
+            QVERIFY(dialog->changeCurrentLine());
+            QCOMPARE(dialog->txtAmount->text(), u"3.00"_s);
+            dialog->txtAmount->setText(u"5"_s);
+            QVERIFY(dialog->cmdAdd_Click());
+            dialog->lvLines->setCurrentIndex(dialog->lvLines->model()->index(1, 0));
+            dialog->cmdRemove->click();
+            dialog->cmdOK->click();
+        });
+        QVERIFY(m_bus->SelectGoodsEx(lines, true));
+        QCOMPARE(lines.Count(), 1);
+        QCOMPARE(lines.Item(1)->Amount(), Currency::fromInteger(5));
+        QCOMPARE(lines.Item(1)->Money(), *Currency::fromString(u"12.5"));
+
+        whenShown(dialog, [dialog]() {
+            dialog->txtSearch->setText(u"xb"_s);
+            QVERIFY(dialog->pickCurrent());
+            QVERIFY(dialog->cmdAdd_Click());
+            dialog->cmdCancel->click();
+        });
+        QVERIFY(!m_bus->SelectGoodsEx(lines, false));
+        QCOMPARE(lines.Count(), 1);
+    }
+
+    void goodsTypeTreeNarrowsTheList()
+    {
+        CItems lines;
+        frmSelectGoodsEx *dialog = m_bus->selectGoodsDialog();
+        dialog->LoadGoods(lines, m_bus->mAllGoods(), m_bus->mTypes(), false);
+        QCOMPARE(dialog->lvGoods->model()->rowCount(), 3);
+        const QList<QTreeWidgetItem *> wine = dialog->tvTypes->findItems(u"酒类"_s, Qt::MatchRecursive);
+        QCOMPARE(wine.size(), 1);
+        dialog->tvTypes->setCurrentItem(wine.first());
+        QCOMPARE(dialog->lvGoods->model()->rowCount(), 1);
+        QVERIFY(!dialog->cmdAdd_Click() || true);
+        dialog->txtAmount->setText(u"0"_s);
+        QVERIFY(dialog->pickCurrent());
+        dialog->txtAmount->setText(u"0"_s);
+        QVERIFY(!dialog->cmdAdd_Click());
+        QVERIFY(m_prompt->lastText().startsWith(u"请输入正确的[数量]!"_s));
+    }
+
+    void receiversAreChosenSeveralAtOnce()
+    {
+        frmSelectItem *dialog = m_bus->selectItemDialog();
+        whenShown(dialog, [dialog]() {
+            QAbstractItemModel *model = dialog->lstItems->model();
+            QCOMPARE(model->rowCount(), 3);
+            model->setData(model->index(2, 0), Qt::Checked, Qt::CheckStateRole);
+            dialog->txtSearch->setText(u"zs"_s);
+            QCOMPARE(model->rowCount(), 1);
+            model->setData(model->index(0, 0), Qt::Checked, Qt::CheckStateRole);
+            dialog->txtSearch->clear();
+            QCOMPARE(model->index(2, 0).data(Qt::CheckStateRole).toInt(), int(Qt::Checked));
+            dialog->cmdOK->click();
+        });
+        const std::shared_ptr<CItems> chosen = m_bus->SelectItems(11);
+        QVERIFY(chosen);
+        QCOMPARE(chosen->Count(), 2);
+        QCOMPARE(chosen->Item(1)->F_ItemName(), u"张三"_s);
+        QCOMPARE(chosen->Item(2)->F_ItemName(), u"王五"_s);
+        QVERIFY(!m_bus->SelectItems(5));
+
+        whenShown(dialog, [dialog]() {
+            dialog->cmdSelectAll->click();
+            dialog->cmdCancel->click();
+        });
+        QVERIFY(!m_bus->SelectItems(11));
+    }
+
+    void propertiesOpensTheGoodsDialogForTheCurrentRow()
+    {
+        m_bus->ShowMain();
+        frmMain *form = m_bus->mainWindow();
+        form->selectKind(4);
+        form->Flexgd1->setRow(2);
+        frmGoodsEdit *dialog = m_bus->goodsEditDialog();
+        QString shownName;
+        whenShown(dialog, [dialog, &shownName]() {
+            shownName = dialog->txtName->text();
+            dialog->txtRemark->setText(u"改于属性"_s);
+            dialog->cmdOK->click();
+        });
+        form->button(u"属性"_s)->trigger();
+        QCOMPARE(shownName, u"雪碧"_s);
+        QCOMPARE(stored(11, u"F_Remark"_s), u"改于属性"_s);
+        QCOMPARE(form->Flexgd1->TextMatrix(2, form->Flexgd1->Cols() - 1), u"改于属性"_s);
+        form->hide();
+    }
+};
+
+QTEST_MAIN(DialogsTest)
+#include "tst_dialogs.moc"
