@@ -51,6 +51,49 @@ private:
     }
 
 private Q_SLOTS:
+    void newGoodsNumberKeepsTheStyle_data()
+    {
+        QTest::addColumn<QStringList>("numbers");
+        QTest::addColumn<QString>("next");
+        QTest::newRow("none") << QStringList() << u"0001"_s;
+        QTest::newRow("padded counter") << QStringList {u"SP0098"_s, u"SP0099"_s} << u"SP0100"_s;
+        QTest::newRow("gap is not filled") << QStringList {u"SP0001"_s, u"SP0007"_s} << u"SP0008"_s;
+        QTest::newRow("counter outgrows the width") << QStringList {u"99"_s} << u"100"_s;
+        QTest::newRow("style of the largest number") << QStringList {u"A5"_s, u"B0012"_s, u"B0003"_s} << u"B0013"_s;
+        QTest::newRow("no digits") << QStringList {u"ABC"_s} << u"ABC0001"_s;
+        QTest::newRow("all digits") << QStringList {u"010001"_s, u"010200"_s, u"020001"_s} << u"020002"_s;
+    }
+    void newGoodsNumberKeepsTheStyle()
+    {
+        QFETCH(QStringList, numbers);
+        QFETCH(QString, next);
+        CItems goods;
+        for (const QString &no : numbers) {
+            goods.Add(newGoods(no));
+        }
+        QCOMPARE(goods.GetNewGoodsNo(), next);
+        QVERIFY(!goods.HasTheItemNo(next));
+    }
+
+    void newGoodsNumberPerTypeAndDuplicateChecks()
+    {
+        CItems goods;
+        for (const auto &[no, type] : {std::pair {u"G001"_s, 1}, {u"G002"_s, 1}, {u"J001"_s, 2}, {u"G003"_s, 1}}) {
+            CItemPtr item = newGoods(no);
+            item->setF_ParentID(type);
+            goods.Add(item);
+        }
+        QCOMPARE(goods.GetNewGoodsNoEx(2), u"J002"_s);
+        QCOMPARE(goods.GetNewGoodsNoEx(1), u"G004"_s);
+        QCOMPARE(goods.GetNewGoodsNoEx(9), u"J002"_s); // a type without goods: the style of all goods
+        const CItemPtr first = goods.Item(1);
+        QVERIFY(goods.HasTheItemNo(u"G001"_s));
+        first->setF_ID(7);
+        QVERIFY(!goods.HasTheItemNo(u"G001"_s, 7));
+        QVERIFY(goods.HasTheItemName(u"商品J001"_s));
+        QVERIFY(!goods.HasTheItemName(u"商品j001"_s)); // compared exactly, as the look-ups do
+    }
+
     void init()
     {
         m_db = TestDatabase::create();

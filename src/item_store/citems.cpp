@@ -787,7 +787,7 @@ QString CItems::GetNewGoodsNoEx(qint32 goodsTypeID) const
 bool CItems::HasTheItemNo(const QString &itemNo, qint32 exceptID) const
 {
     for (const CItemPtr &item : *this) {
-        if (item->F_ID() != exceptID && item->F_ItemNo() == itemNo) {
+        if ((exceptID < 1 || item->F_ID() != exceptID) && item->F_ItemNo() == itemNo) {
             return true;
         }
     }
@@ -797,7 +797,7 @@ bool CItems::HasTheItemNo(const QString &itemNo, qint32 exceptID) const
 bool CItems::HasTheItemName(const QString &itemName, qint32 exceptID) const
 {
     for (const CItemPtr &item : *this) {
-        if (item->F_ID() != exceptID && item->F_ItemName() == itemName) {
+        if ((exceptID < 1 || item->F_ID() != exceptID) && item->F_ItemName() == itemName) {
             return true;
         }
     }

@@ -90,7 +90,8 @@ public:
     QString GetNewGoodsNo() const;
     /// The same among the goods of one goods type (F_ParentID); falls back to GetNewGoodsNo when the type has none.
     QString GetNewGoodsNoEx(qint32 goodsTypeID) const;
-    /// Whether another item (F_ID other than `exceptID`) has this number or name, compared as the look-ups do.
+    /// Whether another item (F_ID other than `exceptID`; 0 excepts none) has this number or name, compared as the
+    /// look-ups do.
     bool HasTheItemNo(const QString &itemNo, qint32 exceptID = 0) const;
     bool HasTheItemName(const QString &itemName, qint32 exceptID = 0) const;
 
