@@ -36,6 +36,7 @@ const char16_t kUsage[] =
     u"  rename KIND ID NAME        修改名称\n"
     u"  delete KIND ID [--yes]     删除(--yes 对确认问题回答\"是\")\n"
     u"  py [TEXT ...]              助记符(拼音首字母),每个参数一行;无参数时逐行读标准输入\n"
+    u"  migrate --from URL --to URL   把全部基础资料(T_Item、T_GoodsPrice、T_GoodsInOutList)复制到另一个数据库\n"
     u"  export KIND FILE [--sheet NAME]   把一类资料(与主窗口的表格同样的列)导出为 Excel 工作簿的新表格\n"
     u"KIND: 1-12 或 client unit goods-type goods stock department option client-type area user-right\n"
     u"      receiver company\n"
@@ -242,6 +243,56 @@ int cmdExport(Context &c)
         return Failed;
     }
     c.out << u"已导出 "_s << items->Count() << u" 条记录到 "_s << file << u" 的表格 ["_s << sheet << u"]\n"_s;
+    return Ok;
+}
+
+int cmdMigrate(Context &c)
+{
+    QString fromUrl;
+    QString toUrl;
+    while (!c.args.isEmpty()) {
+        const QString arg = c.args.takeFirst();
+        if ((arg == u"--from"_s || arg == u"--to"_s) && !c.args.isEmpty()) {
+            (arg == u"--from"_s ? fromUrl : toUrl) = c.args.takeFirst();
+        } else if (arg.startsWith(u"--from="_s)) {
+            fromUrl = arg.mid(7);
+        } else if (arg.startsWith(u"--to="_s)) {
+            toUrl = arg.mid(5);
+        } else {
+            return usage(c, u"无法识别的参数: "_s + arg);
+        }
+    }
+    if (fromUrl.isEmpty() || toUrl.isEmpty()) {
+        return usage(c, u"migrate 需要 --from URL 和 --to URL"_s);
+    }
+    if (fromUrl == toUrl) {
+        return usage(c, u"源数据库和目标数据库不能相同"_s);
+    }
+    QString error;
+    auto from = AppDatabase::open(fromUrl, &error);
+    if (!from) {
+        c.err << error << u'\n';
+        return Failed;
+    }
+    auto to = AppDatabase::open(toUrl, &error);
+    if (!to) {
+        c.err << error << u'\n';
+        return Failed;
+    }
+    try {
+        to->EnsureSchema();
+    } catch (const DbError &e) {
+        c.err << u"创建数据表失败: "_s << e.message() << u'\n';
+        return Failed;
+    }
+    const DatabaseCopy::Result result = CBus::CopyTableDataBetweenDB(*from, *to, CBus::MasterTables());
+    if (!result.ok) {
+        c.err << u"迁移失败,目标数据库没有改变: "_s << result.error << u'\n';
+        return Failed;
+    }
+    for (const auto &[table, rows] : result.rows) {
+        c.out << table << u": "_s << rows << u" 行\n"_s;
+    }
     return Ok;
 }
 
@@ -463,7 +514,7 @@ int run(const QStringList &arguments, QTextStream &out, QTextStream &err)
     c.args = args;
     const std::pair<const char16_t *, std::function<int(Context &)>> commands[] = {
         {u"init", cmdInit},     {u"newid", cmdNewId},   {u"list", cmdList}, {u"add", cmdAdd},
-        {u"rename", cmdRename}, {u"delete", cmdDelete}, {u"py", cmdPy},     {u"export", cmdExport},
+        {u"rename", cmdRename}, {u"delete", cmdDelete}, {u"py", cmdPy},     {u"export", cmdExport}, {u"migrate", cmdMigrate},
     };
     for (const auto &[name, handler] : commands) {
         if (command == QStringView(name)) {

@@ -317,3 +317,22 @@ std::shared_ptr<CItems> CBus::SelectItems(int itemType)
     }
     return result;
 }
+
+QStringList CBus::MasterTables()
+{
+    return {u"T_Item"_s, u"T_GoodsPrice"_s, u"T_GoodsInOutList"_s};
+}
+
+DatabaseCopy::Result CBus::CopyTableDataBetweenDB(CConnection &from, CConnection &to, const QStringList &tables)
+{
+    QList<DatabaseCopy::Table> list;
+    for (const QString &table : tables) {
+        list.append({table, QString(), {}});
+    }
+    return DatabaseCopy::copy(from, to, list);
+}
+
+DatabaseCopy::Result CBus::CopyItemBetweenDB(CConnection &from, CConnection &to, int itemType)
+{
+    return DatabaseCopy::copy(from, to, {{u"T_Item"_s, u"F_ItemTypeID=?"_s, {itemType}}});
+}

@@ -3,6 +3,7 @@
 
 #include "citem.h"
 #include "citems.h"
+#include "databasecopy.h"
 #include "quillon_export.h"
 
 #include <QObject>
@@ -128,6 +129,15 @@ public:
     static QString ExcelConnectionString(const QString &sExcelFile);
     /// The statement that creates the sheet for a grid's header row.
     static QString ExcelCreateTableStatement(QObject *Grid, const QString &sSheetName);
+
+    /// Copies whole tables from one database to another (see DatabaseCopy): in one transaction on the target,
+    /// replacing what the target had in them, then reseeding their keys. A failure leaves the target unchanged.
+    static DatabaseCopy::Result CopyTableDataBetweenDB(CConnection &from, CConnection &to,
+                                                       const QStringList &tables);
+    /// The master tables a database move copies: items, prices and stock movements.
+    static QStringList MasterTables();
+    /// Copies the items of one kind, replacing the target's items of that kind, then reseeds T_Item.
+    static DatabaseCopy::Result CopyItemBetweenDB(CConnection &from, CConnection &to, int itemType);
 
     /// Fills mUnitName and mTypeName of every goods item from the units and goods types.
     void JoinGoodsNames();

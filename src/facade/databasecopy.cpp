@@ -1,0 +1,540 @@
+#include "databasecopy.h"
+
+#include "cconnection.h"
+#include "currency.h"
+#include "keyid.h"
+
+#include <QDate>
+#include <limits>
+#include <QDateTime>
+#include <QSet>
+#include <memory>
+#include <QSqlError>
+#include <QSqlField>
+#include <QSqlQuery>
+#include <QSqlDriver>
+#include <QSqlRecord>
+
+#include <libpq-fe.h>
+#include <sqlite3.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int kPageRows = 20000;
+constexpr int kBatchRows = 200;
+
+enum class Kind { Plain, Amount, Date, Flag };
+
+Kind kindOf(const QString &column)
+{
+    static const QSet<QString> amounts {u"f_owewarring"_s, u"f_owestop"_s, u"f_price1"_s, u"f_price2"_s,
+                                        u"f_price3"_s,     u"f_price4"_s,  u"f_price"_s,  u"f_amount"_s};
+    static const QSet<QString> dates {u"f_date"_s, u"f_time1"_s, u"f_time2"_s};
+    const QString lower = column.toLower();
+    if (amounts.contains(lower)) {
+        return Kind::Amount;
+    }
+    if (dates.contains(lower)) {
+        return Kind::Date;
+    }
+    if (lower == u"f_isspecial"_s) {
+        return Kind::Flag;
+    }
+    return Kind::Plain;
+}
+
+// A value read from the source as the value it means, in the target's form.
+QVariant carry(const QVariant &value, Kind kind, const CConnection &to)
+{
+    if (value.isNull()) {
+        return value;
+    }
+    switch (kind) {
+    case Kind::Amount: {
+        std::optional<Currency> amount;
+        if (value.typeId() == QMetaType::QString || value.typeId() == QMetaType::QByteArray) {
+            amount = Currency::fromString(value.toString().trimmed());
+        } else {
+            amount = Currency::fromDouble(value.toDouble());
+        }
+        if (!amount) {
+            throw DbError(u"无法识别的金额: "_s + value.toString());
+        }
+        return to.toSqlValue(QVariant::fromValue(*amount));
+    }
+    case Kind::Date: {
+        if (value.typeId() == QMetaType::QDate || value.typeId() == QMetaType::QDateTime) {
+            return to.toSqlValue(value);
+        }
+        const QString text = value.toString().trimmed();
+        if (text.size() <= 10) {
+            const QDate date = QDate::fromString(text, Qt::ISODate);
+            return date.isValid() ? to.toSqlValue(date) : QVariant();
+        }
+        QDateTime when = QDateTime::fromString(text, Qt::ISODateWithMs);
+        if (!when.isValid()) {
+            when = QDateTime::fromString(QString(text).replace(u' ', u'T'), Qt::ISODateWithMs);
+        }
+        return when.isValid() ? to.toSqlValue(when) : QVariant();
+    }
+    case Kind::Flag:
+        return to.toSqlValue(value.typeId() == QMetaType::Bool ? value.toBool() : value.toLongLong() != 0);
+    case Kind::Plain:
+        break;
+    }
+    return value;
+}
+
+QString insertStatement(const QString &table, const QStringList &columns, int rows)
+{
+    const QString one = u"("_s + QString(u",?"_s).repeated(int(columns.size())).mid(1) + u")"_s;
+    QString sql = u"INSERT INTO "_s + table + u" ("_s + columns.join(u',') + u") VALUES "_s;
+    sql.reserve(sql.size() + rows * (one.size() + 1));
+    for (int r = 0; r < rows; ++r) {
+        if (r > 0) {
+            sql += u',';
+        }
+        sql += one;
+    }
+    return sql;
+}
+
+// The PostgreSQL connection under a Qt connection, for COPY; null for other engines.
+PGconn *postgresHandle(CConnection &connection)
+{
+    if (connection.engine() != CConnection::Engine::PostgreSQL) {
+        return nullptr;
+    }
+    const QVariant handle = connection.database().driver()->handle();
+    // Qt names the type after libpq's struct (pg_conn*), older versions after its typedef (PGconn*).
+    if (!handle.isValid()
+        || (qstrcmp(handle.typeName(), "pg_conn*") != 0 && qstrcmp(handle.typeName(), "PGconn*") != 0)) {
+        return nullptr;
+    }
+    return *static_cast<PGconn *const *>(handle.constData());
+}
+
+// COPY's text format of a value already in the target's form.
+void appendCopyText(QByteArray &out, const QVariant &value)
+{
+    if (value.isNull()) {
+        out += "\\N";
+        return;
+    }
+    switch (value.typeId()) {
+    case QMetaType::Bool:
+        out += value.toBool() ? 't' : 'f';
+        return;
+    case QMetaType::Int:
+    case QMetaType::LongLong:
+    case QMetaType::UInt:
+    case QMetaType::ULongLong:
+        out += QByteArray::number(value.toLongLong());
+        return;
+    case QMetaType::Double:
+    case QMetaType::Float:
+        out += QByteArray::number(value.toDouble(), 'g', 17);
+        return;
+    case QMetaType::QDate:
+        out += value.toDate().toString(Qt::ISODate).toLatin1();
+        return;
+    case QMetaType::QDateTime:
+        out += value.toDateTime().toString(u"yyyy-MM-dd HH:mm:ss.zzz"_s).toLatin1();
+        return;
+    default:
+        break;
+    }
+    const QByteArray text = value.toString().toUtf8();
+    for (const char c : text) {
+        switch (c) {
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        default:
+            out += c;
+        }
+    }
+}
+
+// Streams rows into a table with COPY ... FROM STDIN, the fastest way into PostgreSQL.
+class CopyIn
+{
+public:
+    CopyIn(PGconn *pg, const QString &table, const QStringList &columns)
+        : m_pg(pg)
+    {
+        const QByteArray sql = (u"COPY "_s + table + u" ("_s + columns.join(u',') + u") FROM STDIN"_s).toUtf8();
+        PGresult *result = PQexec(pg, sql.constData());
+        const bool ok = PQresultStatus(result) == PGRES_COPY_IN;
+        const QString error = QString::fromUtf8(PQresultErrorMessage(result));
+        PQclear(result);
+        if (!ok) {
+            throw DbError(u"COPY 失败: "_s + error);
+        }
+        m_buffer.reserve(1 << 20);
+    }
+    ~CopyIn()
+    {
+        if (!m_finished) {
+            // Abandon the copy, so the connection is usable for the rollback.
+            PQputCopyEnd(m_pg, "abandoned");
+            while (PGresult *result = PQgetResult(m_pg)) {
+                PQclear(result);
+            }
+        }
+    }
+    Q_DISABLE_COPY_MOVE(CopyIn)
+
+    void addRow(const QVariantList &values)
+    {
+        for (qsizetype i = 0; i < values.size(); ++i) {
+            if (i > 0) {
+                m_buffer += '\t';
+            }
+            appendCopyText(m_buffer, values.at(i));
+        }
+        m_buffer += '\n';
+        if (m_buffer.size() >= (1 << 20)) {
+            send();
+        }
+    }
+    /// One row already in COPY's text form, without the line end.
+    void addLine(const QByteArray &line)
+    {
+        m_buffer += line;
+        m_buffer += '\n';
+        if (m_buffer.size() >= (1 << 20)) {
+            send();
+        }
+    }
+    void finish()
+    {
+        send();
+        m_finished = true;
+        if (PQputCopyEnd(m_pg, nullptr) != 1) {
+            throw DbError(u"COPY 失败: "_s + QString::fromUtf8(PQerrorMessage(m_pg)));
+        }
+        QString error;
+        while (PGresult *result = PQgetResult(m_pg)) {
+            if (PQresultStatus(result) != PGRES_COMMAND_OK) {
+                error = QString::fromUtf8(PQresultErrorMessage(result));
+            }
+            PQclear(result);
+        }
+        if (!error.isEmpty()) {
+            throw DbError(u"COPY 失败: "_s + error);
+        }
+    }
+
+private:
+    void send()
+    {
+        if (!m_buffer.isEmpty() && PQputCopyData(m_pg, m_buffer.constData(), int(m_buffer.size())) != 1) {
+            throw DbError(u"COPY 失败: "_s + QString::fromUtf8(PQerrorMessage(m_pg)));
+        }
+        m_buffer.truncate(0); // keeps the allocation for the next block
+    }
+
+    PGconn *m_pg;
+    QByteArray m_buffer;
+    bool m_finished = false;
+};
+
+// The secondary indexes of a table as name and creating statement.
+QList<QPair<QString, QString>> secondaryIndexes(CConnection &connection, const QString &table)
+{
+    QList<QPair<QString, QString>> indexes;
+    QSqlQuery q = connection.engine() == CConnection::Engine::PostgreSQL
+        ? connection.Select(u"SELECT indexname, indexdef FROM pg_indexes WHERE schemaname = current_schema() "
+                            "AND tablename = ? AND indexname NOT IN (SELECT conname FROM pg_constraint)"_s,
+                            {table.toLower()})
+        : connection.Select(u"SELECT name, sql FROM sqlite_master WHERE type = 'index' AND lower(tbl_name) = ? "
+                            "AND sql IS NOT NULL"_s,
+                            {table.toLower()});
+    while (q.next()) {
+        indexes.append({q.value(0).toString(), q.value(1).toString()});
+    }
+    return indexes;
+}
+
+sqlite3 *sqliteHandle(CConnection &connection)
+{
+    if (connection.engine() != CConnection::Engine::SQLite) {
+        return nullptr;
+    }
+    const QVariant handle = connection.database().driver()->handle();
+    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) {
+        return nullptr;
+    }
+    return *static_cast<sqlite3 *const *>(handle.constData());
+}
+
+void appendEscaped(QByteArray &out, const char *text, int length)
+{
+    for (int i = 0; i < length; ++i) {
+        const char c = text[i];
+        switch (c) {
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        default:
+            out += c;
+        }
+    }
+}
+
+// SQLite to PostgreSQL, the move of a growing shop: rows go from SQLite's own cursor straight into COPY text,
+// without the cost of a QVariant per value.
+qint64 streamSqliteToCopy(sqlite3 *db, const QString &select, const QVariantList &params,
+                          const QList<Kind> &kinds, CopyIn &copy)
+{
+    sqlite3_stmt *statement = nullptr;
+    const QByteArray sql = select.toUtf8();
+    if (sqlite3_prepare_v2(db, sql.constData(), int(sql.size()), &statement, nullptr) != SQLITE_OK) {
+        throw DbError(QString::fromUtf8(sqlite3_errmsg(db)));
+    }
+    const std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt *)> guard(statement, sqlite3_finalize);
+    for (qsizetype i = 0; i < params.size(); ++i) {
+        const QVariant &param = params.at(i);
+        const int index = int(i) + 1;
+        if (param.typeId() == QMetaType::QString) {
+            const QByteArray text = param.toString().toUtf8();
+            sqlite3_bind_text(statement, index, text.constData(), int(text.size()), SQLITE_TRANSIENT);
+        } else {
+            sqlite3_bind_int64(statement, index, param.toLongLong());
+        }
+    }
+    QByteArray row;
+    qint64 rows = 0;
+    int step;
+    while ((step = sqlite3_step(statement)) == SQLITE_ROW) {
+        row.truncate(0);
+        for (int c = 0; c < kinds.size(); ++c) {
+            if (c > 0) {
+                row += '\t';
+            }
+            const int type = sqlite3_column_type(statement, c);
+            if (type == SQLITE_NULL) {
+                row += "\\N";
+                continue;
+            }
+            const Kind kind = kinds[c];
+            if (kind == Kind::Flag) {
+                row += sqlite3_column_int64(statement, c) != 0 ? 't' : 'f';
+            } else if (type == SQLITE_INTEGER) {
+                row += QByteArray::number(sqlite3_column_int64(statement, c));
+            } else if (type == SQLITE_FLOAT) {
+                const double value = sqlite3_column_double(statement, c);
+                if (kind == Kind::Amount) {
+                    const std::optional<Currency> amount = Currency::fromDouble(value);
+                    if (!amount) {
+                        throw DbError(u"无法识别的金额: "_s + QString::number(value));
+                    }
+                    row += amount->toString().toLatin1();
+                } else {
+                    row += QByteArray::number(value, 'g', 17);
+                }
+            } else {
+                const auto *text = reinterpret_cast<const char *>(sqlite3_column_text(statement, c));
+                appendEscaped(row, text, sqlite3_column_bytes(statement, c));
+            }
+        }
+        copy.addLine(row);
+        ++rows;
+    }
+    if (step != SQLITE_DONE) {
+        throw DbError(QString::fromUtf8(sqlite3_errmsg(db)));
+    }
+    return rows;
+}
+
+qint64 copyTable(CConnection &from, CConnection &to, const DatabaseCopy::Table &table,
+                 const DatabaseCopy::Progress &progress)
+{
+    const QSqlRecord source = from.tableRecord(table.name);
+    const QSqlRecord target = to.tableRecord(table.name);
+    if (source.isEmpty()) {
+        throw DbError(u"源数据库中没有表 "_s + table.name);
+    }
+    if (target.isEmpty()) {
+        throw DbError(u"目标数据库中没有表 "_s + table.name);
+    }
+    // The columns both sides have, in the source's order.
+    QStringList columns;
+    QList<Kind> kinds;
+    for (int i = 0; i < source.count(); ++i) {
+        const QString name = source.fieldName(i);
+        for (int k = 0; k < target.count(); ++k) {
+            if (target.fieldName(k).compare(name, Qt::CaseInsensitive) == 0) {
+                columns.append(target.fieldName(k));
+                kinds.append(kindOf(name));
+                break;
+            }
+        }
+    }
+    qsizetype keyColumn = -1;
+    for (qsizetype i = 0; i < columns.size(); ++i) {
+        if (columns[i].compare(u"F_ID"_s, Qt::CaseInsensitive) == 0) {
+            keyColumn = i;
+        }
+    }
+    if (keyColumn < 0) {
+        throw DbError(u"表 "_s + table.name + u" 没有 F_ID 列"_s);
+    }
+
+    const QString condition = table.where.isEmpty() ? QString() : u" AND ("_s + table.where + u")"_s;
+    to.Execute(u"DELETE FROM "_s + table.name + (table.where.isEmpty() ? QString() : u" WHERE "_s + table.where),
+               table.params);
+    // A whole table loads several times faster without its secondary indexes, which are built again at the end
+    // (inside the same transaction, so a failure brings them back as they were).
+    QList<QPair<QString, QString>> indexes;
+    if (table.where.isEmpty()) {
+        indexes = secondaryIndexes(to, table.name);
+        for (const auto &[name, definition] : std::as_const(indexes)) {
+            to.Execute(u"DROP INDEX "_s + name);
+        }
+    }
+
+    // PostgreSQL takes the rows through COPY; other engines through multi-row INSERT statements.
+    std::unique_ptr<CopyIn> copyIn;
+    if (PGconn *pg = postgresHandle(to)) {
+        copyIn = std::make_unique<CopyIn>(pg, table.name, columns);
+    }
+    QSqlQuery insertFull(to.database());
+    if (!copyIn && !insertFull.prepare(insertStatement(table.name, columns, kBatchRows))) {
+        throw DbError(insertFull.lastError().text());
+    }
+    QVariantList pending;
+    pending.reserve(kBatchRows * columns.size());
+    qint64 copied = 0;
+    auto flush = [&](int rows) {
+        if (copyIn) {
+            copyIn->addRow(pending);
+            pending.clear();
+            return;
+        }
+        QSqlQuery partial(to.database());
+        QSqlQuery &insert = rows == kBatchRows ? insertFull : partial;
+        if (rows != kBatchRows && !partial.prepare(insertStatement(table.name, columns, rows))) {
+            throw DbError(partial.lastError().text());
+        }
+        for (qsizetype i = 0; i < pending.size(); ++i) {
+            insert.bindValue(int(i), pending.at(i));
+        }
+        if (!insert.exec()) {
+            throw DbError(u"写入表 "_s + table.name + u" 失败: "_s + insert.lastError().text());
+        }
+        pending.clear();
+    };
+
+    if (sqlite3 *source = sqliteHandle(from); source && copyIn) {
+        const qint64 rows = streamSqliteToCopy(
+            source,
+            u"SELECT "_s + columns.join(u',') + u" FROM "_s + table.name
+                + (table.where.isEmpty() ? QString() : u" WHERE "_s + table.where) + u" ORDER BY F_ID"_s,
+            table.params, kinds, *copyIn);
+        copyIn->finish();
+        for (const auto &[name, definition] : std::as_const(indexes)) {
+            to.Execute(definition);
+        }
+        Module1::ReseedKeyID(to, table.name);
+        if (progress) {
+            progress(table.name, rows);
+        }
+        return rows;
+    }
+
+    // Pages in key order: neither engine has to hold the whole table in memory.
+    const QString select = u"SELECT "_s + columns.join(u',') + u" FROM "_s + table.name + u" WHERE F_ID >= ?"_s
+        + condition + u" ORDER BY F_ID LIMIT "_s + QString::number(kPageRows);
+    // Keys are 32-bit: the bound must fit the column's type on PostgreSQL.
+    qint64 nextKey = std::numeric_limits<qint32>::min();
+    for (;;) {
+        QSqlQuery page(from.database());
+        page.setForwardOnly(true);
+        if (!page.prepare(select)) {
+            throw DbError(page.lastError().text());
+        }
+        page.addBindValue(nextKey);
+        for (const QVariant &param : table.params) {
+            page.addBindValue(from.toSqlValue(param));
+        }
+        if (!page.exec()) {
+            throw DbError(u"读取表 "_s + table.name + u" 失败: "_s + page.lastError().text());
+        }
+        int rowsInPage = 0;
+        while (page.next()) {
+            ++rowsInPage;
+            for (qsizetype c = 0; c < columns.size(); ++c) {
+                pending.append(carry(page.value(int(c)), kinds[c], to));
+            }
+            nextKey = page.value(int(keyColumn)).toLongLong() + 1;
+            ++copied;
+            if (copyIn) {
+                flush(1);
+            } else if (pending.size() == kBatchRows * columns.size()) {
+                flush(kBatchRows);
+            }
+        }
+        if (rowsInPage < kPageRows) {
+            break;
+        }
+        if (progress) {
+            progress(table.name, copied);
+        }
+    }
+    if (!pending.isEmpty()) {
+        flush(int(pending.size() / columns.size()));
+    }
+    if (copyIn) {
+        copyIn->finish();
+    }
+    for (const auto &[name, definition] : std::as_const(indexes)) {
+        to.Execute(definition);
+    }
+    Module1::ReseedKeyID(to, table.name);
+    if (progress) {
+        progress(table.name, copied);
+    }
+    return copied;
+}
+
+} // namespace
+
+DatabaseCopy::Result DatabaseCopy::copy(CConnection &from, CConnection &to, const QList<Table> &tables,
+                                        const Progress &progress)
+{
+    Result result;
+    try {
+        CTransaction transaction(to);
+        for (const Table &table : tables) {
+            result.rows.append({table.name, copyTable(from, to, table, progress)});
+        }
+        transaction.Commit();
+        result.ok = true;
+    } catch (const DbError &e) {
+        result.error = e.message();
+        result.rows.clear();
+    }
+    return result;
+}

@@ -1,0 +1,45 @@
+#ifndef QUILLON_DATABASECOPY_H
+#define QUILLON_DATABASECOPY_H
+
+#include "quillon_export.h"
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <QVariantList>
+
+#include <functional>
+
+class CConnection;
+
+/**
+ * Copies whole tables (or the rows a condition picks) from one open database to another, SQLite or PostgreSQL
+ * either way: rows are read in key order in pages and written in multi-row statements, all tables in one
+ * transaction on the target, after which the key counters of the copied tables are reseeded. A failure leaves the
+ * target as it was. Values are carried by meaning (amounts exact, dates as dates, flags as flags).
+ *
+ * Only tables keyed by an integer F_ID; the target tables must exist.
+ */
+class QUILLON_EXPORT DatabaseCopy
+{
+public:
+    struct Table
+    {
+        QString name;
+        /// Rows to copy ("F_ItemTypeID=?"), all when empty; the same rows are replaced in the target.
+        QString where;
+        QVariantList params;
+    };
+    struct Result
+    {
+        bool ok = false;
+        QString error;
+        QList<QPair<QString, qint64>> rows; // rows copied per table
+    };
+    using Progress = std::function<void(const QString &table, qint64 rows)>;
+
+    static Result copy(CConnection &from, CConnection &to, const QList<Table> &tables,
+                       const Progress &progress = Progress());
+};
+
+#endif
