@@ -513,8 +513,9 @@ int run(const QStringList &arguments, QTextStream &out, QTextStream &err)
     const QString command = args.takeFirst();
     c.args = args;
     const std::pair<const char16_t *, std::function<int(Context &)>> commands[] = {
-        {u"init", cmdInit},     {u"newid", cmdNewId},   {u"list", cmdList}, {u"add", cmdAdd},
-        {u"rename", cmdRename}, {u"delete", cmdDelete}, {u"py", cmdPy},     {u"export", cmdExport}, {u"migrate", cmdMigrate},
+        {u"init", cmdInit}, {u"newid", cmdNewId},   {u"list", cmdList},
+        {u"add", cmdAdd},   {u"rename", cmdRename}, {u"delete", cmdDelete},
+        {u"py", cmdPy},     {u"export", cmdExport}, {u"migrate", cmdMigrate},
     };
     for (const auto &[name, handler] : commands) {
         if (command == QStringView(name)) {

@@ -132,8 +132,7 @@ public:
 
     /// Copies whole tables from one database to another (see DatabaseCopy): in one transaction on the target,
     /// replacing what the target had in them, then reseeding their keys. A failure leaves the target unchanged.
-    static DatabaseCopy::Result CopyTableDataBetweenDB(CConnection &from, CConnection &to,
-                                                       const QStringList &tables);
+    static DatabaseCopy::Result CopyTableDataBetweenDB(CConnection &from, CConnection &to, const QStringList &tables);
     /// The master tables a database move copies: items, prices and stock movements.
     static QStringList MasterTables();
     /// Copies the items of one kind, replacing the target's items of that kind, then reseeds T_Item.

@@ -5,15 +5,15 @@
 #include "keyid.h"
 
 #include <QDate>
-#include <limits>
 #include <QDateTime>
 #include <QSet>
-#include <memory>
+#include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlField>
 #include <QSqlQuery>
-#include <QSqlDriver>
 #include <QSqlRecord>
+#include <limits>
+#include <memory>
 
 #include <libpq-fe.h>
 #include <sqlite3.h>
@@ -305,8 +305,8 @@ void appendEscaped(QByteArray &out, const char *text, int length)
 
 // SQLite to PostgreSQL, the move of a growing shop: rows go from SQLite's own cursor straight into COPY text,
 // without the cost of a QVariant per value.
-qint64 streamSqliteToCopy(sqlite3 *db, const QString &select, const QVariantList &params,
-                          const QList<Kind> &kinds, CopyIn &copy)
+qint64 streamSqliteToCopy(sqlite3 *db, const QString &select, const QVariantList &params, const QList<Kind> &kinds,
+                          CopyIn &copy)
 {
     sqlite3_stmt *statement = nullptr;
     const QByteArray sql = select.toUtf8();
@@ -448,11 +448,11 @@ qint64 copyTable(CConnection &from, CConnection &to, const DatabaseCopy::Table &
     };
 
     if (sqlite3 *source = sqliteHandle(from); source && copyIn) {
-        const qint64 rows = streamSqliteToCopy(
-            source,
-            u"SELECT "_s + columns.join(u',') + u" FROM "_s + table.name
-                + (table.where.isEmpty() ? QString() : u" WHERE "_s + table.where) + u" ORDER BY F_ID"_s,
-            table.params, kinds, *copyIn);
+        const qint64 rows = streamSqliteToCopy(source,
+                                               u"SELECT "_s + columns.join(u',') + u" FROM "_s + table.name
+                                                   + (table.where.isEmpty() ? QString() : u" WHERE "_s + table.where)
+                                                   + u" ORDER BY F_ID"_s,
+                                               table.params, kinds, *copyIn);
         copyIn->finish();
         for (const auto &[name, definition] : std::as_const(indexes)) {
             to.Execute(definition);
@@ -472,6 +472,10 @@ qint64 copyTable(CConnection &from, CConnection &to, const DatabaseCopy::Table &
     for (;;) {
         QSqlQuery page(from.database());
         page.setForwardOnly(true);
+        if (from.engine() == CConnection::Engine::PostgreSQL) {
+            // NUMERIC as exact text: an amount of 19 digits does not survive a double.
+            page.setNumericalPrecisionPolicy(QSql::HighPrecision);
+        }
         if (!page.prepare(select)) {
             throw DbError(page.lastError().text());
         }

@@ -75,4 +75,17 @@ std::shared_ptr<CConnection> create()
     return connection;
 }
 
+std::shared_ptr<CConnection> createSqlite()
+{
+    const QString url = u"sqlite://"_s + tempDir().path() + u"/s"_s + QString::number(++s_counter) + u".db"_s;
+    QString error;
+    auto connection = CConnection::Open(url, &error);
+    if (!connection) {
+        qWarning("cannot open the test database: %s", qPrintable(error));
+        return {};
+    }
+    connection->EnsureSchema();
+    return connection;
+}
+
 } // namespace TestDatabase

@@ -18,6 +18,8 @@ bool isPostgreSQL();
 QString freshUrl();
 /// A connection to a new database with the schema created. Fails the test (returns null) when that fails.
 std::shared_ptr<CConnection> create();
+/// The same on SQLite whatever the engine under test (for copies between the engines).
+std::shared_ptr<CConnection> createSqlite();
 
 } // namespace TestDatabase
 

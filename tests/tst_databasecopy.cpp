@@ -1,0 +1,178 @@
+#include "cbus.h"
+#include "cconnection.h"
+#include "citems.h"
+#include "itemfixtures.h"
+#include "keyid.h"
+#include "prompt.h"
+#include "testdatabase.h"
+
+#include <QSqlQuery>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class DatabaseCopyTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<ScriptedPrompt> m_prompt;
+
+    // Every item of every kind, each column by meaning, in key order.
+    static QStringList items(const std::shared_ptr<CConnection> &db)
+    {
+        QStringList out;
+        // Keys first: PostgreSQL streams a result, so no other statement may run while it is read.
+        std::vector<std::pair<qint32, int>> keys;
+        {
+            QSqlQuery ids = db->Select(u"Select F_ID, F_ItemTypeID From T_Item Order By F_ID"_s);
+            while (ids.next()) {
+                keys.emplace_back(ids.value(0).toInt(), ids.value(1).toInt());
+            }
+        }
+        std::map<int, std::unique_ptr<CItems>> kinds;
+        for (const auto &[id, type] : keys) {
+            auto &items = kinds[type];
+            if (!items) {
+                items = std::make_unique<CItems>();
+                items->Attach(db, type);
+            }
+            const CItemPtr item = items->GetItemByID(id, true);
+            if (!item) {
+                out.append(u"<missing "_s + QString::number(id) + u">"_s);
+                continue;
+            }
+            QStringList values;
+            for (qsizetype c = 0; c < qsizetype(CItem::columnNames().size()); ++c) {
+                const QVariant v = item->value(int(c));
+                values.append(v.canConvert<Currency>() && v.typeId() == qMetaTypeId<Currency>()
+                                  ? v.value<Currency>().toString()
+                                  : v.toString());
+            }
+            out.append(values.join(u'|'));
+        }
+        return out;
+    }
+    static QStringList prices(const std::shared_ptr<CConnection> &db)
+    {
+        QStringList out;
+        QSqlQuery q = db->Select(
+            u"Select F_ID, F_GoodsID, F_ClientID, F_ClientTypeID, F_Price From T_GoodsPrice Order By F_ID"_s);
+        while (q.next()) {
+            const std::optional<Currency> price = q.value(4).typeId() == QMetaType::Double
+                ? Currency::fromDouble(q.value(4).toDouble())
+                : Currency::fromString(q.value(4).toString());
+            out.append(q.value(0).toString() + u'|' + q.value(1).toString() + u'|' + q.value(2).toString() + u'|'
+                       + q.value(3).toString() + u'|' + (price ? price->toString() : u"?"_s));
+        }
+        return out;
+    }
+    static void fill(const std::shared_ptr<CConnection> &db)
+    {
+        CItems goods;
+        goods.Attach(db, 4);
+        auto item = CItem::create();
+        item->setF_ItemTypeID(4);
+        item->setF_ItemNo(u"G001"_s);
+        item->setF_ItemName(u"Tom's \"可乐\"\t制表\n换行\\反斜杠"_s);
+        item->setF_PriceSale(*Currency::fromString(u"2.5"));
+        item->setF_PriceEnter(*Currency::fromString(u"0.1234"));
+        item->setF_PriceSalePack(*Currency::fromString(u"123456789012345.6789")); // beyond a double's digits
+        item->setF_PackageAmount(24.0f);
+        item->setF_LimitUp(0.1f);
+        item->setF_IsSpecial(true);
+        item->setF_Date(QDateTime(QDate(2024, 3, 1), QTime(14, 30), Qt::UTC));
+        item->setF_Time1(QDateTime(QDate(2024, 3, 2), QTime(8, 15, 30), Qt::UTC));
+        QVERIFY(goods.SaveItem(item));
+        ItemFixtures::insert(*db, {50, 1, u"KH0001"_s, u"华联超市"_s, 8, 2});
+        db->Execute(u"Update T_Item Set F_OweWarring=20000.5, F_Remark=NULL Where F_ID=50"_s);
+        ItemFixtures::insert(*db, {60, 2, QString(), u"瓶"_s});
+        db->Execute(u"Insert Into T_GoodsPrice (F_ID, F_GoodsID, F_ClientID, F_ClientTypeID, F_Price) "
+                    "Values (7, 1, 50, 0, 2.45)"_s);
+        db->Execute(u"Insert Into T_GoodsInOutList (F_ID, F_GoodsID, F_Amount, F_Price, F_Date) "
+                    "Values (3, 1, 12, 2.5, '2024-03-05')"_s);
+        Module1::ReseedKeyID(*db, u"T_Item"_s);
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_prompt = std::make_unique<ScriptedPrompt>();
+        CPrompt::setCurrent(m_prompt.get());
+    }
+    void cleanup() { CPrompt::setCurrent(nullptr); }
+
+    void roundTripGivesIdenticalRowsAndNextKeys()
+    {
+        auto source = TestDatabase::createSqlite();
+        auto middle = TestDatabase::create(); // PostgreSQL in the _postgresql run
+        auto back = TestDatabase::createSqlite();
+        fill(source);
+        const QStringList before = items(source);
+        QCOMPARE(before.size(), 3);
+
+        DatabaseCopy::Result there = CBus::CopyTableDataBetweenDB(*source, *middle, CBus::MasterTables());
+        QVERIFY2(there.ok, qPrintable(there.error));
+        QCOMPARE(there.rows.value(0).second, 3);
+        QCOMPARE(there.rows.value(1).second, 1);
+        DatabaseCopy::Result home = CBus::CopyTableDataBetweenDB(*middle, *back, CBus::MasterTables());
+        QVERIFY2(home.ok, qPrintable(home.error));
+
+        QCOMPARE(items(middle), before);
+        QCOMPARE(items(back), before);
+        QCOMPARE(prices(back), prices(source));
+        QCOMPARE(prices(back), QStringList {u"7|1|50|0|2.45"_s});
+        for (const auto &db : {middle, back}) {
+            QCOMPARE(Module1::GetNewID(*db, u"T_Item"_s, false), 61);
+            QCOMPARE(Module1::GetNewID(*db, u"T_GoodsPrice"_s, false), 8);
+            QCOMPARE(Module1::GetNewID(*db, u"T_GoodsInOutList"_s, false), 4);
+        }
+        // The copied tables keep their indexes.
+        CItems goods;
+        QVERIFY(goods.InitInstance(back, 4));
+        QCOMPARE(goods.Item(1)->F_ItemName(), u"Tom's \"可乐\"\t制表\n换行\\反斜杠"_s);
+    }
+
+    void failedCopyLeavesTheTargetAsItWas()
+    {
+        auto source = TestDatabase::createSqlite();
+        auto target = TestDatabase::create();
+        fill(source);
+        ItemFixtures::insert(*target, {500, 6, u"D1"_s, u"原有部门"_s});
+        Module1::ReseedKeyID(*target, u"T_Item"_s);
+        const QStringList before = items(target);
+        ItemFixtures::failOn(*target, u"T_GoodsInOutList"_s, u"INSERT"_s); // the last table fails
+        const DatabaseCopy::Result result = CBus::CopyTableDataBetweenDB(*source, *target, CBus::MasterTables());
+        QVERIFY(!result.ok);
+        QVERIFY(result.error.contains(u"blocked"_s));
+        QVERIFY(result.rows.isEmpty());
+        QCOMPARE(items(target), before);
+        QCOMPARE(prices(target), QStringList());
+        QCOMPARE(Module1::GetNewID(*target, u"T_Item"_s, false), 501);
+        // Still usable, indexes included.
+        CItems departments;
+        QVERIFY(departments.InitInstance(target, 6));
+        QCOMPARE(departments.Count(), 1);
+    }
+
+    void oneKindIsCopiedAlone()
+    {
+        auto source = TestDatabase::createSqlite();
+        auto target = TestDatabase::create();
+        fill(source);
+        ItemFixtures::insert(*target, {61, 2, QString(), u"旧单位"_s});
+        ItemFixtures::insert(*target, {62, 6, QString(), u"部门"_s});
+        const DatabaseCopy::Result result = CBus::CopyItemBetweenDB(*source, *target, 2);
+        QVERIFY2(result.ok, qPrintable(result.error));
+        QCOMPARE(result.rows.value(0).second, 1);
+        CItems units;
+        QVERIFY(units.InitInstance(target, 2));
+        QCOMPARE(units.Count(), 1);
+        QCOMPARE(units.Item(1)->F_ItemName(), u"瓶"_s);
+        QCOMPARE(ItemFixtures::count(*target, u"Select Count(*) From T_Item"_s), 2);
+        QCOMPARE(Module1::GetNewID(*target, u"T_Item"_s, false), 63);
+    }
+};
+
+QTEST_MAIN(DatabaseCopyTest)
+#include "tst_databasecopy.moc"
