@@ -7,6 +7,7 @@
 #include "frmselectgoodsex.h"
 #include "frmselectitem.h"
 #include "itemgrid.h"
+#include "module1.h"
 #include "prompt.h"
 
 #include "cconnection.h"
@@ -149,6 +150,7 @@ void CBus::JoinGoodsNames()
 
 bool CBus::InitAllData(const std::shared_ptr<CConnection> &connection)
 {
+    m_prices = GoodsPriceBook(); // prices of the new connection are read on first use
     struct Step
     {
         const char16_t *text;
@@ -282,6 +284,15 @@ frmSelectItem *CBus::selectItemDialog()
     return m_selectItem.get();
 }
 
+bool CBus::SelectGoodsEx(CItems &tGoodsList, bool blnIsChangeMode, const CItemPtr &client)
+{
+    frmSelectGoodsEx *dialog = selectGoodsDialog();
+    dialog->setPriceProposer([this, client](const CItem &goods) { return GetGoodsPrice(goods, client.get()); });
+    const bool confirmed = dialog->SelectGoodsEx(tGoodsList, m_allGoods, m_types, m_units, blnIsChangeMode);
+    dialog->setPriceProposer({});
+    return confirmed;
+}
+
 bool CBus::SelectGoodsEx(CItems &tGoodsList, bool blnIsChangeMode)
 {
     return selectGoodsDialog()->SelectGoodsEx(tGoodsList, m_allGoods, m_types, m_units, blnIsChangeMode);
@@ -335,4 +346,52 @@ DatabaseCopy::Result CBus::CopyTableDataBetweenDB(CConnection &from, CConnection
 DatabaseCopy::Result CBus::CopyItemBetweenDB(CConnection &from, CConnection &to, int itemType)
 {
     return DatabaseCopy::copy(from, to, {{u"T_Item"_s, u"F_ItemTypeID=?"_s, {itemType}}});
+}
+
+GoodsPriceBook &CBus::priceBook()
+{
+    if (!m_prices.isLoaded() && m_connection) {
+        try {
+            m_prices.load(*m_connection);
+        } catch (const DbError &e) {
+            Module1::SetErr(e.message());
+            Module1::ShowErrMsg(u"读取商品价格失败:"_s);
+        }
+    }
+    return m_prices;
+}
+
+Currency CBus::GetGoodsPrice(const CItem &goods, const CItem *client)
+{
+    return priceBook().priceFor(goods, client);
+}
+
+bool CBus::SaveGoodsPriceByClientType(qint32 goodsID, qint32 clientTypeID, Currency price)
+{
+    if (!m_connection) {
+        return false;
+    }
+    try {
+        priceBook().save(*m_connection, goodsID, 0, clientTypeID, price);
+        return true;
+    } catch (const DbError &e) {
+        Module1::SetErr(e.message());
+        Module1::ShowErrMsg(u"保存价格失败!"_s);
+        return false;
+    }
+}
+
+bool CBus::SaveGoodsPriceByClient(qint32 goodsID, qint32 clientID, Currency price)
+{
+    if (!m_connection) {
+        return false;
+    }
+    try {
+        priceBook().save(*m_connection, goodsID, clientID, 0, price);
+        return true;
+    } catch (const DbError &e) {
+        Module1::SetErr(e.message());
+        Module1::ShowErrMsg(u"保存价格失败!"_s);
+        return false;
+    }
 }

@@ -4,6 +4,7 @@
 #include "citem.h"
 #include "citems.h"
 #include "databasecopy.h"
+#include "goodspricebook.h"
 #include "quillon_export.h"
 
 #include <QObject>
@@ -102,6 +103,8 @@ public:
     /// Runs the goods picker over mAllGoods: new lines join `tGoodsList` (change mode: its lines are edited).
     /// True when the clerk confirmed.
     bool SelectGoodsEx(CItems &tGoodsList, bool blnIsChangeMode);
+    /// The same for a client's document: the picker proposes the price that client pays (GetGoodsPrice).
+    bool SelectGoodsEx(CItems &tGoodsList, bool blnIsChangeMode, const CItemPtr &client);
     /// Runs the client picker over mClients; the chosen client, or none.
     CItemPtr SelectClient();
     /// Runs the client edit dialog for a new client (mode 0) or supplier (mode 1).
@@ -129,6 +132,16 @@ public:
     static QString ExcelConnectionString(const QString &sExcelFile);
     /// The statement that creates the sheet for a grid's header row.
     static QString ExcelCreateTableStatement(QObject *Grid, const QString &sSheetName);
+
+    /// The price a client pays for a goods: the client's own price, else its client type's, else the goods' sale
+    /// price. Prices are read once from the current connection (GoodsPriceBook).
+    Currency GetGoodsPrice(const CItem &goods, const CItem *client);
+    /// Adds or replaces the price of a goods for a client type; false (after the error box) when that fails.
+    bool SaveGoodsPriceByClientType(qint32 goodsID, qint32 clientTypeID, Currency price);
+    /// The same for one client.
+    bool SaveGoodsPriceByClient(qint32 goodsID, qint32 clientID, Currency price);
+    /// The prices in memory (loaded on first use); reload() after another program changed them.
+    GoodsPriceBook &priceBook();
 
     /// Copies whole tables from one database to another (see DatabaseCopy): in one transaction on the target,
     /// replacing what the target had in them, then reseeding their keys. A failure leaves the target unchanged.
@@ -163,6 +176,7 @@ private:
     CItem m_softwareUserDefaults;
     std::shared_ptr<CConnection> m_connection;
     std::unique_ptr<frmMain> m_main;
+    GoodsPriceBook m_prices;
     std::unique_ptr<frmGoodsEdit> m_goodsEdit;
     std::unique_ptr<frmClientEdit> m_clientEdit;
     std::unique_ptr<frmSelectClient> m_selectClient;

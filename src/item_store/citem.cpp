@@ -1,5 +1,7 @@
 #include "citem.h"
 
+#include "goodspricebook.h"
+
 #include "cconnection.h"
 #include "crecordset.h"
 #include "itemhook.h"
@@ -555,6 +557,24 @@ bool CItem::UpdateDataFromRst(CRecordset &rst, bool fromRst, QString *error)
     } catch (const std::exception &e) {
         if (error) {
             *error = QString::fromLocal8Bit(e.what());
+        }
+        return false;
+    }
+}
+
+std::optional<Currency> CItem::GetPriceByClientID(CConnection &connection, qint32 clientID) const
+{
+    return GoodsPriceBook::read(connection, F_ID(), clientID, 0);
+}
+
+bool CItem::SavePriceByClient(CConnection &connection, qint32 clientID, Currency price, QString *error) const
+{
+    try {
+        GoodsPriceBook::write(connection, F_ID(), clientID, 0, price);
+        return true;
+    } catch (const DbError &e) {
+        if (error) {
+            *error = e.message();
         }
         return false;
     }

@@ -11,8 +11,10 @@
 #include <bit>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 
+class CConnection;
 class CRecordset;
 struct CItemHook;
 
@@ -59,6 +61,10 @@ public:
     /// A column that is missing or fails to convert ends the copy there; the columns before it keep their new
     /// values. Returns false in that case, with the reason in `error` when given.
     bool UpdateDataFromRst(CRecordset &rst, bool fromRst, QString *error = nullptr);
+    /// This goods' own price for a client (T_GoodsPrice), when it has one. Throws DbError.
+    std::optional<Currency> GetPriceByClientID(CConnection &connection, qint32 clientID) const;
+    /// Adds or replaces this goods' price for a client; false with `error` set when the database refuses.
+    bool SavePriceByClient(CConnection &connection, qint32 clientID, Currency price, QString *error = nullptr) const;
 
     /// A column's value as the item holds it (qint32, qint16, QString, float, Currency, QDateTime or bool).
     QVariant value(int column) const;

@@ -2,6 +2,7 @@
 
 #include "cconnection.h"
 #include "crecordset.h"
+#include "goodspricebook.h"
 #include "itemhook.h"
 #include "itemindex.h"
 #include "itemlist.h"
@@ -802,4 +803,18 @@ bool CItems::HasTheItemName(const QString &itemName, qint32 exceptID) const
         }
     }
     return false;
+}
+
+std::optional<Currency> CItems::GetPriceByClientTypeID(qint32 goodsID, qint32 clientTypeID) const
+{
+    if (!d->connection) {
+        throw DbError(u"没有数据库连接"_s);
+    }
+    return GoodsPriceBook::read(*d->connection, goodsID, 0, clientTypeID);
+}
+
+Currency CItems::ReadPublicPrice(qint32 goodsID) const
+{
+    const CItemPtr goods = SearchItemByID(goodsID);
+    return goods ? goods->F_PriceSale() : Currency();
 }

@@ -95,6 +95,11 @@ public:
     bool HasTheItemNo(const QString &itemNo, qint32 exceptID = 0) const;
     bool HasTheItemName(const QString &itemName, qint32 exceptID = 0) const;
 
+    /// The price of a goods for a client type (T_GoodsPrice), when one is set. Throws DbError.
+    std::optional<Currency> GetPriceByClientTypeID(qint32 goodsID, qint32 clientTypeID) const;
+    /// The price everybody pays: the goods' single-piece sale price (0 for goods not in the list).
+    Currency ReadPublicPrice(qint32 goodsID) const;
+
     /// Fills a QComboBox or QListWidget with the items' names, each with its F_ID as item data.
     void BindComboBox(QObject *control) const;
     /// Selects the entry of a QComboBox or QListWidget whose item data is `id`.
