@@ -9,6 +9,7 @@
 #include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTreeWidget>
 
 using namespace Qt::StringLiterals;
 using ItemFixtures::Row;
@@ -92,6 +93,39 @@ private Q_SLOTS:
         QVERIFY(!goods.HasTheItemNo(u"G001"_s, 7));
         QVERIFY(goods.HasTheItemName(u"商品J001"_s));
         QVERIFY(!goods.HasTheItemName(u"商品j001"_s)); // compared exactly, as the look-ups do
+    }
+
+    void bindersFillWidgetsAndNumbersFollowTheType()
+    {
+        ItemFixtures::insert(*m_db, {1, 3, u"01"_s, u"饮料"_s});
+        ItemFixtures::insert(*m_db, {2, 3, u"02"_s, u"酒类"_s});
+        ItemFixtures::insert(*m_db, {10, 4, u"010001"_s, u"可乐"_s, 1});
+        ItemFixtures::insert(*m_db, {11, 4, u"010007"_s, u"雪碧"_s, 1});
+        ItemFixtures::insert(*m_db, {12, 4, u"010008"_s, u"停售"_s, 1, 0, 0, 1}); // hidden (F_Tag3 > 0)
+        auto types = load(3);
+        auto goods = load(4);
+        QVERIFY(!goods->GetItemByItemNo(u"010008"_s)); // hidden goods are not in the list...
+        QVERIFY(goods->HasTheItemNoEx(u"010008"_s)); // ...but keep their number
+        QCOMPARE(goods->GetNewGoodsNoEx2(1, *types), u"010009"_s);
+        QCOMPARE(goods->GetNewGoodsNo(), u"010009"_s);
+        QVERIFY(!goods->HasTheItemNoEx(u"010008"_s, 12));
+        QCOMPARE(goods->GetNewGoodsNoEx2(2, *types), u"020001"_s);
+
+        QComboBox combo;
+        types->FillItemToCombox(&combo, 2, true);
+        QCOMPARE(combo.count(), 3);
+        QCOMPARE(combo.itemText(0), u"(无)"_s);
+        QCOMPARE(combo.currentText(), u"酒类"_s);
+        goods->FillIntoComboxEx1(&combo);
+        QCOMPARE(combo.itemText(0), u"全部"_s);
+        QCOMPARE(combo.itemText(1), u"010001 - 可乐"_s);
+        goods->SearchIDInCombox(&combo, 11);
+        QCOMPARE(combo.currentIndex(), 2);
+        QTreeWidget view;
+        goods->ShowGoodsToListView(&view);
+        QCOMPARE(view.topLevelItemCount(), 2);
+        QCOMPARE(view.topLevelItem(1)->text(1), u"雪碧"_s);
+        QCOMPARE(view.topLevelItem(1)->data(0, Qt::UserRole).toInt(), 11);
     }
 
     void init()

@@ -13,8 +13,13 @@
 
 #include <QAbstractItemView>
 #include <QComboBox>
+#include <QDialog>
+#include <QHBoxLayout>
 #include <QListWidget>
+#include <QPushButton>
 #include <QSqlQuery>
+#include <QTreeWidget>
+#include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
 
@@ -756,7 +761,7 @@ QString nextNumber(const CItems &items, const std::vector<QString> &numbers)
     }
     for (qint64 counter = highest + 1;; ++counter) {
         const QString candidate = style.prefix + QString::number(counter).rightJustified(style.width, u'0');
-        if (!items.GetItemByItemNo(candidate)) {
+        if (!items.isNumberTaken(candidate)) {
             return candidate;
         }
     }
@@ -817,4 +822,153 @@ Currency CItems::ReadPublicPrice(qint32 goodsID) const
 {
     const CItemPtr goods = SearchItemByID(goodsID);
     return goods ? goods->F_PriceSale() : Currency();
+}
+
+QString CItems::GetNewGoodsNoEx2(qint32 goodsTypeID, const CItems &types) const
+{
+    const CItemPtr type = types.SearchItemByID(goodsTypeID);
+    if (!type || type->F_ItemNo().trimmed().isEmpty()) {
+        return GetNewGoodsNoEx(goodsTypeID);
+    }
+    const QString prefix = type->F_ItemNo().trimmed();
+    qint64 highest = 0;
+    for (const CItemPtr &item : *this) {
+        const QString &no = item->F_ItemNo();
+        if (item->F_ParentID() == goodsTypeID && no.startsWith(prefix)) {
+            bool ok = false;
+            const qint64 counter = no.mid(prefix.size()).toLongLong(&ok);
+            if (ok && counter > highest) {
+                highest = counter;
+            }
+        }
+    }
+    for (qint64 counter = highest + 1;; ++counter) {
+        const QString candidate = prefix + QString::number(counter).rightJustified(4, u'0');
+        if (!isNumberTaken(candidate)) {
+            return candidate;
+        }
+    }
+}
+
+bool CItems::isNumberTaken(const QString &itemNo) const
+{
+    if (GetItemByItemNo(itemNo)) {
+        return true;
+    }
+    // Goods the list leaves out (hidden ones) keep their numbers too.
+    try {
+        return d->connection && HasTheItemNoEx(itemNo);
+    } catch (const DbError &) {
+        return false;
+    }
+}
+
+bool CItems::HasTheItemNoEx(const QString &itemNo, qint32 exceptID) const
+{
+    if (!d->connection) {
+        throw DbError(u"没有数据库连接"_s);
+    }
+    QSqlQuery q =
+        d->connection->Select(u"Select Count(*) From T_Item Where F_ItemTypeID=? And F_ItemNo=? And F_ID<>?"_s,
+                              {d->itemType, itemNo, exceptID});
+    return q.next() && q.value(0).toLongLong() > 0;
+}
+
+void CItems::FillItemToCombox(QComboBox *combo, qint32 selectedID, bool withNone) const
+{
+    if (!combo) {
+        return;
+    }
+    const QSignalBlocker block(combo);
+    combo->clear();
+    if (withNone) {
+        combo->addItem(u"(无)"_s, 0);
+    }
+    for (const CItemPtr &item : *this) {
+        combo->addItem(item->F_ItemName(), item->F_ID());
+    }
+    const int index = combo->findData(selectedID);
+    combo->setCurrentIndex(index >= 0 ? index : (combo->count() > 0 ? 0 : -1));
+}
+
+void CItems::FillIntoComboxEx1(QComboBox *combo, const QString &allText) const
+{
+    if (!combo) {
+        return;
+    }
+    const QSignalBlocker block(combo);
+    combo->clear();
+    combo->addItem(allText, 0);
+    for (const CItemPtr &item : *this) {
+        const QString &no = item->F_ItemNo();
+        combo->addItem(no.isEmpty() ? item->F_ItemName() : no + u" - "_s + item->F_ItemName(), item->F_ID());
+    }
+    combo->setCurrentIndex(0);
+}
+
+void CItems::ShowGoodsToListView(QTreeWidget *view) const
+{
+    if (!view) {
+        return;
+    }
+    view->clear();
+    view->setColumnCount(5);
+    view->setHeaderLabels({u"编号"_s, u"名称"_s, u"规格"_s, u"单位"_s, u"单件售价"_s});
+    view->setRootIsDecorated(false);
+    QList<QTreeWidgetItem *> rows;
+    rows.reserve(Count());
+    for (const CItemPtr &goods : *this) {
+        auto *row =
+            new QTreeWidgetItem({goods->F_ItemNo(), goods->F_ItemName(), goods->F_Standard(), goods->mUnitName(),
+                                 ItemTableModel::fieldText(*goods, ItemTableModel::PriceSale)});
+        row->setData(0, Qt::UserRole, goods->F_ID());
+        row->setTextAlignment(4, Qt::AlignRight | Qt::AlignVCenter);
+        rows.append(row);
+    }
+    view->addTopLevelItems(rows);
+}
+
+void CItems::ItemsMan(QWidget *parent)
+{
+    QDialog dialog(parent);
+    dialog.setWindowTitle(d->typeName + u"管理"_s);
+    auto *list = new QListWidget(&dialog);
+    list->setObjectName(u"lstItems"_s);
+    auto *add = new QPushButton(u"新增(&A)"_s, &dialog);
+    auto *rename = new QPushButton(u"改名(&R)"_s, &dialog);
+    auto *remove = new QPushButton(u"删除(&D)"_s, &dialog);
+    auto *close = new QPushButton(u"关闭"_s, &dialog);
+    auto *buttons = new QVBoxLayout;
+    for (QPushButton *button : {add, rename, remove}) {
+        buttons->addWidget(button);
+    }
+    buttons->addStretch(1);
+    buttons->addWidget(close);
+    auto *layout = new QHBoxLayout(&dialog);
+    layout->addWidget(list, 1);
+    layout->addLayout(buttons);
+    BindComboBox(list);
+    auto currentID = [list]() {
+        return list->currentItem() ? list->currentItem()->data(Qt::UserRole).toInt() : 0;
+    };
+    QObject::connect(add, &QPushButton::clicked, &dialog, [this, list]() { AddNewItem(list); });
+    QObject::connect(rename, &QPushButton::clicked, &dialog, [this, list, currentID]() {
+        if (const qint32 id = currentID()) {
+            ModifyItem(id, list);
+        }
+    });
+    QObject::connect(remove, &QPushButton::clicked, &dialog, [this, list, currentID]() {
+        const qint32 id = currentID();
+        if (id
+            && CPrompt::current().MsgBox(u"您确实要删除该记录吗?"_s, CPrompt::vbYesNo | CPrompt::vbQuestion,
+                                         CPrompt::messageTitle())
+                == CPrompt::vbYes
+            && RemoveItem(id)) {
+            BindComboBox(list);
+        }
+    });
+    QObject::connect(list, &QListWidget::itemDoubleClicked, rename, &QPushButton::click);
+    QObject::connect(close, &QPushButton::clicked, &dialog, &QDialog::accept);
+    dialog.resize(360, 420);
+    dialog.exec();
 }

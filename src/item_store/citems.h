@@ -12,6 +12,9 @@
 
 class CConnection;
 class QAbstractItemView;
+class QComboBox;
+class QTreeWidget;
+class QWidget;
 class CItemsPrivate;
 
 /**
@@ -90,6 +93,14 @@ public:
     QString GetNewGoodsNo() const;
     /// The same among the goods of one goods type (F_ParentID); falls back to GetNewGoodsNo when the type has none.
     QString GetNewGoodsNoEx(qint32 goodsTypeID) const;
+    /// A goods number made of the goods type's own number and a four-digit counter ("01" → "010001", "010002"
+    /// ...), the counter one above the largest such number of the type.
+    QString GetNewGoodsNoEx2(qint32 goodsTypeID, const CItems &types) const;
+    /// Like HasTheItemNo, but asks the database: items of this type that the list does not hold (hidden goods)
+    /// count too. Throws DbError.
+    bool HasTheItemNoEx(const QString &itemNo, qint32 exceptID = 0) const;
+    /// Whether a number is in the list or, for a collection with a database, in T_Item for this type.
+    bool isNumberTaken(const QString &itemNo) const;
     /// Whether another item (F_ID other than `exceptID`; 0 excepts none) has this number or name, compared as the
     /// look-ups do.
     bool HasTheItemNo(const QString &itemNo, qint32 exceptID = 0) const;
@@ -102,6 +113,14 @@ public:
 
     /// Fills a QComboBox or QListWidget with the items' names, each with its F_ID as item data.
     void BindComboBox(QObject *control) const;
+    /// Fills a combo box with the names (F_ID as item data), optionally after a "(无)" entry, and selects `selectedID`.
+    void FillItemToCombox(QComboBox *combo, qint32 selectedID = 0, bool withNone = false) const;
+    /// Fills a filter combo box: an entry for everything (data 0) first, then "number - name" per item.
+    void FillIntoComboxEx1(QComboBox *combo, const QString &allText = QStringLiteral("全部")) const;
+    /// Lists goods in a tree widget: number, name, specification, unit, sale price; F_ID as the row's data.
+    void ShowGoodsToListView(QTreeWidget *view) const;
+    /// A small window to add, rename and delete the items of this collection by name.
+    void ItemsMan(QWidget *parent = nullptr);
     /// Selects the entry of a QComboBox or QListWidget whose item data is `id`.
     void SearchIDInCombox(QObject *control, qint32 id) const;
 

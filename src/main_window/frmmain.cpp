@@ -857,7 +857,7 @@ void frmMain::mnuItemMan_Click()
         return;
     }
     if (const auto items = collection(m_kind)) {
-        items->AddNewItem();
+        items->ItemsMan(this);
     }
 }
 
