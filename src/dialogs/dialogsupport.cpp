@@ -1,6 +1,10 @@
 #include "dialogsupport.h"
 
+#include "citems.h"
 #include "module1.h"
+
+#include <QComboBox>
+#include <QLineEdit>
 
 #include <QKeyEvent>
 #include <QWidget>
@@ -34,4 +38,42 @@ void DialogSupport::enterMovesOn(const QList<QWidget *> &fields)
         // One filter per field, owned by it.
         field->installEventFilter(new EnterFilter(field));
     }
+}
+
+QString DialogSupport::amountText(Currency value)
+{
+    const bool fourDecimals = Currency::fromString(value.toFixed(2)) != value;
+    return Module1::FormatAmount(value.toString(), false, fourDecimals);
+}
+
+void DialogSupport::fillCombo(QComboBox *combo, const std::shared_ptr<CItems> &items, qint32 selectedID)
+{
+    if (items) {
+        items->FillItemToCombox(combo, selectedID, true);
+        return;
+    }
+    combo->clear();
+    combo->addItem(QStringLiteral("(无)"), 0);
+}
+
+bool DialogSupport::readAmount(QLineEdit *box, const QString &field, bool mustBeNonZero, bool mustBeFilled,
+                               Currency &out)
+{
+    QString text;
+    QVariant value;
+    if (!Module1::CheckNumberText(box, field, mustBeNonZero, text, value, mustBeFilled)) {
+        return false;
+    }
+    // CheckNumberText reads the leading number ("12元" is 12); an amount must be a number and nothing else.
+    const QString trimmed = text.trimmed();
+    const std::optional<Currency> exact = trimmed.isEmpty() ? Currency() : Currency::fromString(trimmed);
+    if (!exact) {
+        Module1::ClearErr();
+        Module1::ShowErrMsg(QStringLiteral("请输入正确的[") + field + QStringLiteral("]!"));
+        box->setFocus();
+        return false;
+    }
+    out = *exact;
+    box->setText(amountText(out));
+    return true;
 }

@@ -15,27 +15,10 @@
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
+using DialogSupport::amountText;
+using DialogSupport::fillCombo;
 
 namespace {
-
-QString amountText(Currency value)
-{
-    const bool fourDecimals = Currency::fromString(value.toFixed(2)) != value;
-    return Module1::FormatAmount(value.toString(), false, fourDecimals);
-}
-
-void fillCombo(QComboBox *combo, const std::shared_ptr<CItems> &items, qint32 selectedID)
-{
-    combo->clear();
-    combo->addItem(u"(无)"_s, 0);
-    if (items) {
-        for (const CItemPtr &item : *items) {
-            combo->addItem(item->F_ItemName(), item->F_ID());
-        }
-    }
-    const int index = combo->findData(selectedID);
-    combo->setCurrentIndex(index < 0 ? 0 : index);
-}
 
 // The next number after the largest one with this prefix ("KH0026" → "KH0027").
 QString nextClientNo(const CItems &clients, const QString &prefix)
@@ -213,26 +196,6 @@ bool frmClientEdit::EditClient(const std::shared_ptr<CItems> &areas, const std::
     return exec() == QDialog::Accepted;
 }
 
-bool frmClientEdit::readAmount(QLineEdit *box, const QString &field, Currency &out)
-{
-    QString text;
-    QVariant value;
-    if (!Module1::CheckNumberText(box, field, false, text, value, false)) {
-        return false;
-    }
-    const QString trimmed = text.trimmed();
-    const std::optional<Currency> exact = trimmed.isEmpty() ? Currency() : Currency::fromString(trimmed);
-    if (!exact) {
-        Module1::ClearErr();
-        Module1::ShowErrMsg(u"请输入正确的["_s + field + u"]!"_s);
-        box->setFocus();
-        return false;
-    }
-    out = *exact;
-    box->setText(amountText(out));
-    return true;
-}
-
 bool frmClientEdit::cmdOK_Click()
 {
     if (!m_clients) {
@@ -256,7 +219,8 @@ bool frmClientEdit::cmdOK_Click()
         return refuse(txtName, u"客户名称["_s + name + u"]已经存在,请换一个名称!"_s);
     }
     Currency warning, stop;
-    if (!readAmount(txtOweWarring, u"欠款预警"_s, warning) || !readAmount(txtOweStop, u"欠款停止"_s, stop)) {
+    if (!DialogSupport::readAmount(txtOweWarring, u"欠款预警"_s, false, false, warning)
+        || !DialogSupport::readAmount(txtOweStop, u"欠款停止"_s, false, false, stop)) {
         return false;
     }
     CItemPtr client = CItem::create(*m_editing);

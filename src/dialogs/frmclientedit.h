@@ -63,8 +63,6 @@ public:
     CItemPtr savedClient() const { return m_saved; }
 
 private:
-    bool readAmount(QLineEdit *box, const QString &field, Currency &out);
-
     std::shared_ptr<CItems> m_clients;
     CItemPtr m_editing;
     CItemPtr m_saved;

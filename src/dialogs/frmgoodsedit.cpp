@@ -17,30 +17,8 @@
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-// Two decimals, or four where two would hide a digit.
-QString amountText(Currency value)
-{
-    const bool fourDecimals = Currency::fromString(value.toFixed(2)) != value;
-    return Module1::FormatAmount(value.toString(), false, fourDecimals);
-}
-
-void fillCombo(QComboBox *combo, const std::shared_ptr<CItems> &items, qint32 selectedID)
-{
-    combo->clear();
-    combo->addItem(u"(无)"_s, 0);
-    if (items) {
-        for (const CItemPtr &item : *items) {
-            combo->addItem(item->F_ItemName(), item->F_ID());
-        }
-    }
-    const int index = combo->findData(selectedID);
-    combo->setCurrentIndex(index < 0 ? 0 : index);
-}
-
-} // namespace
+using DialogSupport::amountText;
+using DialogSupport::fillCombo;
 
 frmGoodsEdit::frmGoodsEdit(QWidget *parent)
     : QDialog(parent)
@@ -217,27 +195,6 @@ bool frmGoodsEdit::EditGoods(const QVariant &value, const std::shared_ptr<CItems
     return exec() == QDialog::Accepted;
 }
 
-bool frmGoodsEdit::readAmount(QLineEdit *box, const QString &field, Currency &out)
-{
-    QString text;
-    QVariant value;
-    if (!Module1::CheckNumberText(box, field, false, text, value, false)) {
-        return false;
-    }
-    const QString trimmed = text.trimmed();
-    const std::optional<Currency> exact =
-        trimmed.isEmpty() ? Currency() : Currency::fromString(Module1::ValText(trimmed));
-    if (!exact || (!trimmed.isEmpty() && !Currency::fromString(trimmed))) {
-        Module1::ClearErr();
-        Module1::ShowErrMsg(u"请输入正确的["_s + field + u"]!"_s);
-        box->setFocus();
-        return false;
-    }
-    out = *exact;
-    box->setText(amountText(out));
-    return true;
-}
-
 bool frmGoodsEdit::readSingle(QLineEdit *box, const QString &field, bool mustBePositive, float &out)
 {
     QString text;
@@ -284,6 +241,9 @@ bool frmGoodsEdit::cmdOK_Click()
     }
     Currency enterPack, enter, salePack, sale;
     float package = 1, up = 0, down = 0;
+    auto readAmount = [](QLineEdit *box, const QString &field, Currency &out) {
+        return DialogSupport::readAmount(box, field, false, false, out);
+    };
     if (!readAmount(txtPriceEnterPack, u"整件进价"_s, enterPack) || !readAmount(txtPriceEnter, u"单件进价"_s, enter)
         || !readAmount(txtPriceSalePack, u"整件售价"_s, salePack) || !readAmount(txtPriceSale, u"单件售价"_s, sale)
         || !readSingle(txtPackageAmount, u"包装数量"_s, true, package)

@@ -60,7 +60,6 @@ public:
     CItemPtr savedGoods() const { return m_saved; }
 
 private:
-    bool readAmount(QLineEdit *box, const QString &field, Currency &out);
     bool readSingle(QLineEdit *box, const QString &field, bool mustBePositive, float &out);
     void suggestNumber();
 

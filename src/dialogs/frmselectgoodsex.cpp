@@ -1,6 +1,7 @@
 #include "frmselectgoodsex.h"
 
 #include "citems.h"
+#include "dialogsupport.h"
 #include "itemlistmodel.h"
 #include "module1.h"
 #include "prompt.h"
@@ -21,14 +22,9 @@
 #include <map>
 
 using namespace Qt::StringLiterals;
+using DialogSupport::amountText;
 
 namespace {
-
-QString amountText(Currency value)
-{
-    const bool fourDecimals = Currency::fromString(value.toFixed(2)) != value;
-    return Module1::FormatAmount(value.toString(), false, fourDecimals);
-}
 
 void setUpTable(QTableView *view)
 {
@@ -274,24 +270,6 @@ bool frmSelectGoodsEx::pick(const CItemPtr &goods, const CItemPtr &line)
     return true;
 }
 
-bool frmSelectGoodsEx::readNumber(QLineEdit *box, const QString &field, bool mustBeNonZero, Currency &out)
-{
-    QString text;
-    QVariant value;
-    if (!Module1::CheckNumberText(box, field, mustBeNonZero, text, value, true)) {
-        return false;
-    }
-    const std::optional<Currency> exact = Currency::fromString(text.trimmed());
-    if (!exact) {
-        Module1::ClearErr();
-        Module1::ShowErrMsg(u"请输入正确的["_s + field + u"]!"_s);
-        box->setFocus();
-        return false;
-    }
-    out = *exact;
-    return true;
-}
-
 bool frmSelectGoodsEx::cmdAdd_Click()
 {
     if (!m_picked) {
@@ -301,7 +279,8 @@ bool frmSelectGoodsEx::cmdAdd_Click()
     }
     Currency amount;
     Currency price;
-    if (!readNumber(txtAmount, u"数量"_s, true, amount) || !readNumber(txtPrice, u"单价"_s, false, price)) {
+    if (!DialogSupport::readAmount(txtAmount, u"数量"_s, true, true, amount)
+        || !DialogSupport::readAmount(txtPrice, u"单价"_s, false, true, price)) {
         return false;
     }
     CItemPtr line = m_changingLine;

@@ -77,7 +77,6 @@ protected:
 private:
     void showLines();
     bool pick(const CItemPtr &goods, const CItemPtr &line);
-    bool readNumber(QLineEdit *box, const QString &field, bool mustBeNonZero, Currency &out);
 
     std::shared_ptr<CItems> m_goods;
     CItems *m_target = nullptr;

@@ -420,6 +420,20 @@ qint64 copyTable(CConnection &from, CConnection &to, const DatabaseCopy::Table &
     if (PGconn *pg = postgresHandle(to)) {
         copyIn = std::make_unique<CopyIn>(pg, table.name, columns);
     }
+    // The end of either path: rows flushed, indexes back, keys reseeded.
+    auto finish = [&](qint64 rows) {
+        if (copyIn) {
+            copyIn->finish();
+        }
+        for (const auto &[name, definition] : std::as_const(indexes)) {
+            to.Execute(definition);
+        }
+        Module1::ReseedKeyID(to, table.name);
+        if (progress) {
+            progress(table.name, rows);
+        }
+        return rows;
+    };
     QSqlQuery insertFull(to.database());
     if (!copyIn && !insertFull.prepare(insertStatement(table.name, columns, kBatchRows))) {
         throw DbError(insertFull.lastError().text());
@@ -453,15 +467,7 @@ qint64 copyTable(CConnection &from, CConnection &to, const DatabaseCopy::Table &
                                                    + (table.where.isEmpty() ? QString() : u" WHERE "_s + table.where)
                                                    + u" ORDER BY F_ID"_s,
                                                table.params, kinds, *copyIn);
-        copyIn->finish();
-        for (const auto &[name, definition] : std::as_const(indexes)) {
-            to.Execute(definition);
-        }
-        Module1::ReseedKeyID(to, table.name);
-        if (progress) {
-            progress(table.name, rows);
-        }
-        return rows;
+        return finish(rows);
     }
 
     // Pages in key order: neither engine has to hold the whole table in memory.
@@ -510,17 +516,7 @@ qint64 copyTable(CConnection &from, CConnection &to, const DatabaseCopy::Table &
     if (!pending.isEmpty()) {
         flush(int(pending.size() / columns.size()));
     }
-    if (copyIn) {
-        copyIn->finish();
-    }
-    for (const auto &[name, definition] : std::as_const(indexes)) {
-        to.Execute(definition);
-    }
-    Module1::ReseedKeyID(to, table.name);
-    if (progress) {
-        progress(table.name, copied);
-    }
-    return copied;
+    return finish(copied);
 }
 
 } // namespace
