@@ -2,6 +2,7 @@
 
 #include "citems.h"
 #include "module1.h"
+#include "prompt.h"
 
 #include <QComboBox>
 #include <QLineEdit>
@@ -76,4 +77,11 @@ bool DialogSupport::readAmount(QLineEdit *box, const QString &field, bool mustBe
     out = *exact;
     box->setText(amountText(out));
     return true;
+}
+
+bool DialogSupport::refuse(QLineEdit *box, const QString &message)
+{
+    CPrompt::current().MsgBox(message, CPrompt::vbExclamation, CPrompt::messageTitle());
+    Module1::SelectAllText(box);
+    return false;
 }

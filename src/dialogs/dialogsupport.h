@@ -19,6 +19,9 @@ namespace DialogSupport {
 /// Makes Enter in each of `fields` move the focus on, as Tab would (EnterToTab).
 void enterMovesOn(const QList<QWidget *> &fields);
 
+/// Refuses a dialog's input: the message in an exclamation box, then the box's text selected. Returns false.
+bool refuse(QLineEdit *box, const QString &message);
+
 /// An amount as the dialogs show it: FormatAmount with two decimals, or four where two would hide a digit.
 QString amountText(Currency value);
 

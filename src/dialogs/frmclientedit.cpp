@@ -204,11 +204,7 @@ bool frmClientEdit::cmdOK_Click()
     const QString no = txtNo->text().trimmed();
     const QString name = txtName->text().trimmed();
     const qint32 id = m_isNew ? 0 : m_editing->F_ID();
-    auto refuse = [](QLineEdit *box, const QString &message) {
-        CPrompt::current().MsgBox(message, CPrompt::vbExclamation, CPrompt::messageTitle());
-        Module1::SelectAllText(box);
-        return false;
-    };
+    using DialogSupport::refuse;
     if (name.isEmpty()) {
         return refuse(txtName, u"请输入客户名称!"_s);
     }

@@ -222,11 +222,7 @@ bool frmGoodsEdit::cmdOK_Click()
     const QString no = txtNo->text().trimmed();
     const QString name = txtName->text().trimmed();
     const qint32 id = m_isNew ? 0 : m_editing->F_ID();
-    auto refuse = [](QLineEdit *box, const QString &message) {
-        CPrompt::current().MsgBox(message, CPrompt::vbExclamation, CPrompt::messageTitle());
-        Module1::SelectAllText(box);
-        return false;
-    };
+    using DialogSupport::refuse;
     if (no.isEmpty()) {
         return refuse(txtNo, u"请输入商品编号!"_s);
     }

@@ -116,6 +116,30 @@ PGconn *postgresHandle(CConnection &connection)
     return *static_cast<PGconn *const *>(handle.constData());
 }
 
+// Backslash, tab and line ends escaped as COPY's text format wants them.
+void appendEscaped(QByteArray &out, const char *text, int length)
+{
+    for (int i = 0; i < length; ++i) {
+        const char c = text[i];
+        switch (c) {
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        default:
+            out += c;
+        }
+    }
+}
+
 // COPY's text format of a value already in the target's form.
 void appendCopyText(QByteArray &out, const QVariant &value)
 {
@@ -147,24 +171,7 @@ void appendCopyText(QByteArray &out, const QVariant &value)
         break;
     }
     const QByteArray text = value.toString().toUtf8();
-    for (const char c : text) {
-        switch (c) {
-        case '\\':
-            out += "\\\\";
-            break;
-        case '\t':
-            out += "\\t";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        case '\r':
-            out += "\\r";
-            break;
-        default:
-            out += c;
-        }
-    }
+    appendEscaped(out, text.constData(), int(text.size()));
 }
 
 // Streams rows into a table with COPY ... FROM STDIN, the fastest way into PostgreSQL.
@@ -278,29 +285,6 @@ sqlite3 *sqliteHandle(CConnection &connection)
         return nullptr;
     }
     return *static_cast<sqlite3 *const *>(handle.constData());
-}
-
-void appendEscaped(QByteArray &out, const char *text, int length)
-{
-    for (int i = 0; i < length; ++i) {
-        const char c = text[i];
-        switch (c) {
-        case '\\':
-            out += "\\\\";
-            break;
-        case '\t':
-            out += "\\t";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        case '\r':
-            out += "\\r";
-            break;
-        default:
-            out += c;
-        }
-    }
 }
 
 // SQLite to PostgreSQL, the move of a growing shop: rows go from SQLite's own cursor straight into COPY text,
