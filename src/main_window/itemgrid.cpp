@@ -54,6 +54,10 @@ int fieldWidth(ItemTableModel::Field field)
     case ItemTableModel::UnitName:
     case ItemTableModel::PackageAmount:
         return 60;
+    case ItemTableModel::Tel1:
+    case ItemTableModel::Tel2:
+    case ItemTableModel::Tel3:
+        return 115;
     default:
         return 90;
     }
