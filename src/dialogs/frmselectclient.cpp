@@ -69,7 +69,12 @@ frmSelectClient::frmSelectClient(QWidget *parent)
     filters->addWidget(cboArea);
     filters->addWidget(new QLabel(u"类别:"_s, this));
     filters->addWidget(cboClientType);
-    filters->addWidget(new QLabel(u"查找(&F):"_s, this));
+    {
+        // The buddy turns the & into the field's keyboard shortcut.
+        auto *label = new QLabel(u"查找(&F):"_s, this);
+        label->setBuddy(txtSearch);
+        filters->addWidget(label);
+    }
     filters->addWidget(txtSearch, 1);
     auto *buttons = new QHBoxLayout;
     buttons->addWidget(lblCount, 1);

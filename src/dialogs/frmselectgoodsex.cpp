@@ -89,15 +89,30 @@ frmSelectGoodsEx::frmSelectGoodsEx(QWidget *parent)
     auto *rightLayout = new QVBoxLayout(right);
     rightLayout->setContentsMargins(0, 0, 0, 0);
     auto *search = new QHBoxLayout;
-    search->addWidget(new QLabel(u"查找(&F):"_s));
+    {
+        // The buddy turns the & into the field's keyboard shortcut.
+        auto *label = new QLabel(u"查找(&F):"_s);
+        label->setBuddy(txtSearch);
+        search->addWidget(label);
+    }
     search->addWidget(txtSearch, 1);
     rightLayout->addLayout(search);
     rightLayout->addWidget(lvGoods, 1);
     auto *entry = new QHBoxLayout;
     entry->addWidget(lblGoods, 1);
-    entry->addWidget(new QLabel(u"数量(&Q):"_s));
+    {
+        // The buddy turns the & into the field's keyboard shortcut.
+        auto *label = new QLabel(u"数量(&Q):"_s);
+        label->setBuddy(txtAmount);
+        entry->addWidget(label);
+    }
     entry->addWidget(txtAmount);
-    entry->addWidget(new QLabel(u"单价(&P):"_s));
+    {
+        // The buddy turns the & into the field's keyboard shortcut.
+        auto *label = new QLabel(u"单价(&P):"_s);
+        label->setBuddy(txtPrice);
+        entry->addWidget(label);
+    }
     entry->addWidget(txtPrice);
     entry->addWidget(cmdAdd);
     rightLayout->addLayout(entry);

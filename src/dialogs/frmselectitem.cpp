@@ -41,7 +41,12 @@ frmSelectItem::frmSelectItem(QWidget *parent)
     lstItems->setColumnWidth(0, 180);
 
     auto *search = new QHBoxLayout;
-    search->addWidget(new QLabel(u"查找(&F):"_s, this));
+    {
+        // The buddy turns the & into the field's keyboard shortcut.
+        auto *label = new QLabel(u"查找(&F):"_s, this);
+        label->setBuddy(txtSearch);
+        search->addWidget(label);
+    }
     search->addWidget(txtSearch, 1);
     auto *buttons = new QHBoxLayout;
     buttons->addWidget(cmdSelectAll);
