@@ -336,8 +336,11 @@ private Q_SLOTS:
         editCell(0, ItemTableModel::Remark, u"不能丢"_s);
         ItemFixtures::failOn(*m_db, u"T_Item"_s, u"UPDATE"_s);
         m_prompt->queueAnswer(CPrompt::vbYes);
-        m_form->selectKind(2);
+        // Moving in the tree as a user does: the node becomes current before the window acts on it.
+        const QList<QTreeWidgetItem *> units = m_form->tvTreeView->findItems(u"单位"_s, Qt::MatchRecursive);
+        m_form->tvTreeView->setCurrentItem(units.value(0));
         QCOMPARE(m_form->currentKind(), 4);
+        QCOMPARE(m_form->tvTreeView->currentItem()->text(0), u"商品"_s); // the tree does not show another kind
         QVERIFY(m_form->button(u"保存"_s)->isEnabled());
         QCOMPARE(m_form->Flexgd1->TextMatrix(1, m_form->itemModel()->columnOf(ItemTableModel::Remark)), u"不能丢"_s);
         QVERIFY(m_prompt->lastText().startsWith(u"保存元素失败!"_s));

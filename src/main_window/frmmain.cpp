@@ -389,9 +389,7 @@ void frmMain::buildTree()
         }
     }
     tvTreeView->expandAll();
-    m_switching = true;
-    tvTreeView->setCurrentItem(root);
-    m_switching = false;
+    markNode(root);
 }
 
 QString frmMain::ExportSheetName(int itemType, const QDateTime &when)
@@ -572,15 +570,27 @@ ItemTableModel *frmMain::itemModel() const
     return qobject_cast<ItemTableModel *>(Flexgd1->model());
 }
 
-void frmMain::selectKind(int itemType)
+QTreeWidgetItem *frmMain::treeNode(int itemType) const
 {
     const QList<QTreeWidgetItem *> all = tvTreeView->findItems(u"*"_s, Qt::MatchWildcard | Qt::MatchRecursive);
     for (QTreeWidgetItem *node : all) {
         if (node->data(0, Qt::UserRole).toInt() == itemType) {
-            tvTreeView_NodeClick(node);
-            return;
+            return node;
         }
     }
+    return nullptr;
+}
+
+void frmMain::selectKind(int itemType)
+{
+    tvTreeView_NodeClick(treeNode(itemType));
+}
+
+void frmMain::markNode(QTreeWidgetItem *node)
+{
+    m_switching = true;
+    tvTreeView->setCurrentItem(node);
+    m_switching = false;
 }
 
 bool frmMain::settleChanges()
@@ -606,24 +616,16 @@ void frmMain::tvTreeView_NodeClick(QTreeWidgetItem *node)
         return;
     }
     if (!settleChanges()) {
-        // The changes could not be saved: stay on the kind they belong to.
-        m_switching = true;
-        selectKind(m_kind);
-        m_switching = false;
+        // The changes could not be saved: the tree goes back to the kind they belong to.
+        markNode(treeNode(m_kind));
         return;
     }
-    m_switching = true;
-    tvTreeView->setCurrentItem(node);
-    m_switching = false;
+    markNode(node);
     showKind(node->data(0, Qt::UserRole).toInt());
 }
 
 void frmMain::showKind(int itemType)
 {
-    if (m_switching) {
-        // A node is being re-selected after a failed save; the grid stays as it is.
-        return;
-    }
     m_kind = itemType;
     QAbstractItemModel *old = Flexgd1->model();
     const std::shared_ptr<CItems> items = collection(itemType);

@@ -167,6 +167,9 @@ private:
     void createActions();
     void buildTree();
     void showKind(int itemType);
+    QTreeWidgetItem *treeNode(int itemType) const;
+    /// Makes a node the tree's current one without acting on it.
+    void markNode(QTreeWidgetItem *node);
     void setSaveEnabled(bool enabled);
     bool saveGrid();
     /// Asks about unsaved changes; false when the user's changes could not be saved (stay where we are).
