@@ -110,6 +110,8 @@ private Q_SLOTS:
         QCOMPARE(goods->GetNewGoodsNo(), u"010009"_s);
         QVERIFY(!goods->HasTheItemNoEx(u"010008"_s, 12));
         QCOMPARE(goods->GetNewGoodsNoEx2(2, *types), u"020001"_s);
+        QCOMPARE(goods->GetNewItemNo(u"01"_s), u"010009"_s);
+        QCOMPARE(goods->GetNewItemNo(u"GY"_s), u"GY0001"_s);
 
         QComboBox combo;
         types->FillItemToCombox(&combo, 2, true);

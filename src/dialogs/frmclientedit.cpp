@@ -18,35 +18,6 @@ using namespace Qt::StringLiterals;
 using DialogSupport::amountText;
 using DialogSupport::fillCombo;
 
-namespace {
-
-// The next number after the largest one with this prefix ("KH0026" → "KH0027").
-QString nextClientNo(const CItems &clients, const QString &prefix)
-{
-    qint64 highest = 0;
-    int width = 4;
-    for (const CItemPtr &client : clients) {
-        const QString &no = client->F_ItemNo();
-        if (!no.startsWith(prefix)) {
-            continue;
-        }
-        bool ok = false;
-        const qint64 counter = no.mid(prefix.size()).toLongLong(&ok);
-        if (ok && counter >= highest) {
-            highest = counter;
-            width = int(no.size() - prefix.size());
-        }
-    }
-    for (qint64 counter = highest + 1;; ++counter) {
-        const QString candidate = prefix + QString::number(counter).rightJustified(width, u'0');
-        if (!clients.GetItemByItemNo(candidate)) {
-            return candidate;
-        }
-    }
-}
-
-} // namespace
-
 frmClientEdit::frmClientEdit(QWidget *parent)
     : QDialog(parent)
     , txtNo(new QLineEdit(this))
@@ -154,7 +125,7 @@ bool frmClientEdit::LoadClient(const std::shared_ptr<CItems> &areas, const std::
             }
         }
         if (clients) {
-            m_editing->setF_ItemNo(nextClientNo(*clients, supplier ? u"GY"_s : u"KH"_s));
+            m_editing->setF_ItemNo(clients->GetNewItemNo(supplier ? u"GY"_s : u"KH"_s));
         }
     } else {
         m_editing = clients ? clients->SearchItemByID(id) : CItemPtr();

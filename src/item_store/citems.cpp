@@ -830,20 +830,32 @@ QString CItems::GetNewGoodsNoEx2(qint32 goodsTypeID, const CItems &types) const
     if (!type || type->F_ItemNo().trimmed().isEmpty()) {
         return GetNewGoodsNoEx(goodsTypeID);
     }
-    const QString prefix = type->F_ItemNo().trimmed();
+    return numberAfter(type->F_ItemNo().trimmed(), goodsTypeID);
+}
+
+QString CItems::GetNewItemNo(const QString &prefix) const
+{
+    return numberAfter(prefix, std::nullopt);
+}
+
+QString CItems::numberAfter(const QString &prefix, std::optional<qint32> parentID) const
+{
     qint64 highest = 0;
+    int width = 4;
     for (const CItemPtr &item : *this) {
         const QString &no = item->F_ItemNo();
-        if (item->F_ParentID() == goodsTypeID && no.startsWith(prefix)) {
-            bool ok = false;
-            const qint64 counter = no.mid(prefix.size()).toLongLong(&ok);
-            if (ok && counter > highest) {
-                highest = counter;
-            }
+        if ((parentID && item->F_ParentID() != *parentID) || !no.startsWith(prefix)) {
+            continue;
+        }
+        bool ok = false;
+        const qint64 counter = no.mid(prefix.size()).toLongLong(&ok);
+        if (ok && counter >= highest) {
+            highest = counter;
+            width = qMax(width, int(no.size() - prefix.size()));
         }
     }
     for (qint64 counter = highest + 1;; ++counter) {
-        const QString candidate = prefix + QString::number(counter).rightJustified(4, u'0');
+        const QString candidate = prefix + QString::number(counter).rightJustified(width, u'0');
         if (!isNumberTaken(candidate)) {
             return candidate;
         }

@@ -9,6 +9,7 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 
 class CConnection;
 class QAbstractItemView;
@@ -96,6 +97,9 @@ public:
     /// A goods number made of the goods type's own number and a four-digit counter ("01" → "010001", "010002"
     /// ...), the counter one above the largest such number of the type.
     QString GetNewGoodsNoEx2(qint32 goodsTypeID, const CItems &types) const;
+    /// The number after the largest `prefix` + counter of the list ("KH0026" → "KH0027"; "KH0001" when none),
+    /// e.g. for clients and suppliers; never a number that exists.
+    QString GetNewItemNo(const QString &prefix) const;
     /// Like HasTheItemNo, but asks the database: items of this type that the list does not hold (hidden goods)
     /// count too. Throws DbError.
     bool HasTheItemNoEx(const QString &itemNo, qint32 exceptID = 0) const;
@@ -150,6 +154,8 @@ Q_SIGNALS:
     void ListReset();
 
 private:
+    QString numberAfter(const QString &prefix, std::optional<qint32> parentID) const;
+
     std::unique_ptr<CItemsPrivate> d;
     friend class CItemsPrivate;
 };
