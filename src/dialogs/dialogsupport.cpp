@@ -1,6 +1,7 @@
 #include "dialogsupport.h"
 
 #include "citems.h"
+#include "itemtablemodel.h"
 #include "module1.h"
 #include "prompt.h"
 
@@ -41,12 +42,6 @@ void DialogSupport::enterMovesOn(const QList<QWidget *> &fields)
     }
 }
 
-QString DialogSupport::amountText(Currency value)
-{
-    const bool fourDecimals = Currency::fromString(value.toFixed(2)) != value;
-    return Module1::FormatAmount(value.toString(), false, fourDecimals);
-}
-
 void DialogSupport::fillCombo(QComboBox *combo, const std::shared_ptr<CItems> &items, qint32 selectedID)
 {
     if (items) {
@@ -75,7 +70,7 @@ bool DialogSupport::readAmount(QLineEdit *box, const QString &field, bool mustBe
         return false;
     }
     out = *exact;
-    box->setText(amountText(out));
+    box->setText(ItemTableModel::amountText(out));
     return true;
 }
 

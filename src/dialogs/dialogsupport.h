@@ -22,9 +22,6 @@ void enterMovesOn(const QList<QWidget *> &fields);
 /// Refuses a dialog's input: the message in an exclamation box, then the box's text selected. Returns false.
 bool refuse(QLineEdit *box, const QString &message);
 
-/// An amount as the dialogs show it: FormatAmount with two decimals, or four where two would hide a digit.
-QString amountText(Currency value);
-
 /// Fills a combo box with "(无)" and the items' names (F_ID as data) and selects `selectedID`.
 void fillCombo(QComboBox *combo, const std::shared_ptr<CItems> &items, qint32 selectedID);
 

@@ -3,6 +3,7 @@
 #include "citems.h"
 #include "cspell.h"
 #include "dialogsupport.h"
+#include "itemtablemodel.h"
 #include "module1.h"
 #include "prompt.h"
 
@@ -15,7 +16,6 @@
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
-using DialogSupport::amountText;
 using DialogSupport::fillCombo;
 
 frmClientEdit::frmClientEdit(QWidget *parent)
@@ -150,8 +150,8 @@ bool frmClientEdit::LoadClient(const std::shared_ptr<CItems> &areas, const std::
     txtBankAccount->setText(c.F_BankAccount());
     txtArtificialPerson->setText(c.F_ArtificialPerson());
     txtIRDNumber->setText(c.F_IRDNumber());
-    txtOweWarring->setText(amountText(c.F_OweWarring()));
-    txtOweStop->setText(amountText(c.F_OweStop()));
+    txtOweWarring->setText(ItemTableModel::amountText(c.F_OweWarring()));
+    txtOweStop->setText(ItemTableModel::amountText(c.F_OweStop()));
     txtRemark->setText(c.F_Remark());
     Module1::SelectAllText(m_isNew ? txtName : txtNo);
     return true;

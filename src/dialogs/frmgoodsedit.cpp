@@ -3,6 +3,7 @@
 #include "citems.h"
 #include "cspell.h"
 #include "dialogsupport.h"
+#include "itemtablemodel.h"
 #include "module1.h"
 #include "prompt.h"
 
@@ -17,7 +18,6 @@
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
-using DialogSupport::amountText;
 using DialogSupport::fillCombo;
 
 frmGoodsEdit::frmGoodsEdit(QWidget *parent)
@@ -172,10 +172,10 @@ bool frmGoodsEdit::LoadGoods(const QVariant &value, const std::shared_ptr<CItems
     if (isNew) {
         suggestNumber();
     }
-    txtPriceEnterPack->setText(amountText(g.F_PriceEnterPack()));
-    txtPriceEnter->setText(amountText(g.F_PriceEnter()));
-    txtPriceSalePack->setText(amountText(g.F_PriceSalePack()));
-    txtPriceSale->setText(amountText(g.F_PriceSale()));
+    txtPriceEnterPack->setText(ItemTableModel::amountText(g.F_PriceEnterPack()));
+    txtPriceEnter->setText(ItemTableModel::amountText(g.F_PriceEnter()));
+    txtPriceSalePack->setText(ItemTableModel::amountText(g.F_PriceSalePack()));
+    txtPriceSale->setText(ItemTableModel::amountText(g.F_PriceSale()));
     txtPackageAmount->setText(QString::number(double(g.F_PackageAmount()), 'g', 7));
     txtLimitUp->setText(QString::number(double(g.F_LimitUp()), 'g', 7));
     txtLimitDown->setText(QString::number(double(g.F_LimitDown()), 'g', 7));

@@ -3,6 +3,7 @@
 #include "citems.h"
 #include "dialogsupport.h"
 #include "itemlistmodel.h"
+#include "itemtablemodel.h"
 #include "module1.h"
 #include "prompt.h"
 
@@ -22,7 +23,6 @@
 #include <map>
 
 using namespace Qt::StringLiterals;
-using DialogSupport::amountText;
 
 namespace {
 
@@ -68,9 +68,10 @@ frmSelectGoodsEx::frmSelectGoodsEx(QWidget *parent)
     for (const auto &[widget, name] : names) {
         widget->setObjectName(QString::fromUtf16(name));
     }
-    m_linesModel->setExtraColumn(u"数量"_s, [](const CItem &line) { return amountText(line.Amount()); });
-    m_linesModel->setExtraColumn(u"单价"_s, [](const CItem &line) { return amountText(line.Price()); });
-    m_linesModel->setExtraColumn(u"金额"_s, [](const CItem &line) { return amountText(line.Money()); });
+    m_linesModel->setExtraColumn(u"数量"_s,
+                                 [](const CItem &line) { return ItemTableModel::amountText(line.Amount()); });
+    m_linesModel->setExtraColumn(u"单价"_s, [](const CItem &line) { return ItemTableModel::amountText(line.Price()); });
+    m_linesModel->setExtraColumn(u"金额"_s, [](const CItem &line) { return ItemTableModel::amountText(line.Money()); });
     lvGoods->setModel(m_goodsModel);
     lvLines->setModel(m_linesModel);
     setUpTable(lvGoods);
@@ -279,8 +280,8 @@ bool frmSelectGoodsEx::pick(const CItemPtr &goods, const CItemPtr &line)
     lblGoods->setText((line ? u"修改: "_s : QString()) + goods->F_ItemName()
                       + (goods->F_Standard().isEmpty() ? QString() : u" "_s + goods->F_Standard())
                       + (goods->mUnitName().isEmpty() ? QString() : u" ("_s + goods->mUnitName() + u")"_s));
-    txtAmount->setText(line ? amountText(line->Amount()) : u"1"_s);
-    txtPrice->setText(amountText(line ? line->Price() : m_proposed));
+    txtAmount->setText(line ? ItemTableModel::amountText(line->Amount()) : u"1"_s);
+    txtPrice->setText(ItemTableModel::amountText(line ? line->Price() : m_proposed));
     Module1::SelectAllText(txtAmount);
     return true;
 }
@@ -330,7 +331,8 @@ void frmSelectGoodsEx::showLines()
     for (const CItemPtr &line : m_lines) {
         total += line->Money();
     }
-    lblTotal->setText(u"共 "_s + QString::number(m_lines.size()) + u" 行,合计金额 "_s + amountText(total));
+    lblTotal->setText(u"共 "_s + QString::number(m_lines.size()) + u" 行,合计金额 "_s
+                      + ItemTableModel::amountText(total));
 }
 
 void frmSelectGoodsEx::cmdOK_Click()

@@ -14,13 +14,6 @@ namespace {
 constexpr int kGoods = 4;
 constexpr int kClient = 1;
 
-QString amountText(Currency value)
-{
-    const QString two = value.toFixed(2);
-    // Two decimals unless that would hide a digit of the stored amount.
-    return Currency::fromString(two) == value ? two : value.toFixed(4);
-}
-
 QString singleText(float value)
 {
     return QString::number(double(value), 'g', 7);
@@ -76,6 +69,13 @@ QList<ItemTableModel::Field> ItemTableModel::fieldsForType(int itemTypeID)
     default:
         return simpleFields();
     }
+}
+
+QString ItemTableModel::amountText(Currency value)
+{
+    const QString two = value.toFixed(2);
+    // Two decimals unless that would hide a digit of the stored amount.
+    return Currency::fromString(two) == value ? two : value.toFixed(4);
 }
 
 QString ItemTableModel::fieldTitle(Field field)

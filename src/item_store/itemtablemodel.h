@@ -65,6 +65,8 @@ public:
     static QList<Field> fieldsForType(int itemTypeID);
     static QString fieldTitle(Field field);
     static bool isFieldEditable(Field field);
+    /// An amount as the tables and dialogs show it: two decimals, or four where two would hide a digit.
+    static QString amountText(Currency value);
     /// The text a field of an item shows.
     static QString fieldText(const CItem &item, Field field);
 
