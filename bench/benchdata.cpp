@@ -3,6 +3,7 @@
 #include "cconnection.h"
 #include "keyid.h"
 
+#include <QElapsedTimer>
 #include <QRandomGenerator>
 #include <QSqlQuery>
 
@@ -133,4 +134,29 @@ qint64 BenchData::countItems(CConnection &db)
 {
     QSqlQuery q = db.Select(u"Select Count(*) From T_Item"_s);
     return q.next() ? q.value(0).toLongLong() : 0;
+}
+
+double BenchData::prepare(CConnection &db, qint64 total, bool reuse)
+{
+    const QString marker = u"bench:"_s + QString::number(total);
+    const bool reusable = reuse && db.hasTable(u"T_Item"_s) && db.hasTable(u"T_KeyID"_s)
+        && db.Select(u"Select 1 From T_KeyID Where F_TableName=?"_s, {marker}).next()
+        && countItems(db) >= total * 98 / 100;
+    if (reusable) {
+        return 0;
+    }
+    QElapsedTimer timer;
+    timer.start();
+    for (const QString &table : {u"T_Item"_s, u"T_KeyID"_s, u"T_GoodsPrice"_s, u"T_GoodsInOutList"_s}) {
+        if (db.hasTable(table)) {
+            db.Execute(u"Drop Table "_s + table);
+        }
+    }
+    db.EnsureSchema();
+    generate(db, total);
+    db.Execute(u"Insert Into T_KeyID (F_TableName, F_MaxID) Values (?, 0)"_s, {marker});
+    if (db.engine() == CConnection::Engine::PostgreSQL) {
+        db.Execute(u"ANALYZE"_s);
+    }
+    return double(timer.nsecsElapsed()) / 1e9;
 }

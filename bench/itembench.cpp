@@ -27,9 +27,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-using BenchData::countItems;
-using BenchData::generate;
-
 double seconds(const QElapsedTimer &t)
 {
     return double(t.nsecsElapsed()) / 1e9;
@@ -130,25 +127,8 @@ int main(int argc, char *argv[])
     std::printf("database: %s\n", qPrintable(url));
 
     QElapsedTimer timer;
-    // A reused database has lost the goods that earlier runs deleted; a few hundred per run change nothing.
-    const QString marker = u"bench:"_s + QString::number(total);
-    const bool reusable = reuse && db->hasTable(u"T_Item"_s) && db->hasTable(u"T_KeyID"_s)
-        && db->Select(u"Select 1 From T_KeyID Where F_TableName=?"_s, {marker}).next()
-        && countItems(*db) >= total * 98 / 100;
-    if (!reusable) {
-        timer.start();
-        for (const QString &table : {u"T_Item"_s, u"T_KeyID"_s, u"T_GoodsPrice"_s, u"T_GoodsInOutList"_s}) {
-            if (db->hasTable(table)) {
-                db->Execute(u"Drop Table "_s + table);
-            }
-        }
-        db->EnsureSchema();
-        generate(*db, total);
-        db->Execute(u"Insert Into T_KeyID (F_TableName, F_MaxID) Values (?, 0)"_s, {marker});
-        if (db->engine() == CConnection::Engine::PostgreSQL) {
-            db->Execute(u"ANALYZE"_s);
-        }
-        std::printf("generated %lld items in %.1f s\n", total, seconds(timer));
+    if (const double generated = BenchData::prepare(*db, total, reuse); generated > 0) {
+        std::printf("generated %lld items in %.1f s\n", total, generated);
     }
 
     malloc_trim(0);

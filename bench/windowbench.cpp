@@ -76,17 +76,8 @@ int main(int argc, char *argv[])
         return 1;
     }
     std::printf("database: %s\n", qPrintable(url));
-    if (!(reuse && db->hasTable(u"T_Item"_s) && BenchData::countItems(*db) >= total * 98 / 100)) {
-        for (const QString &table : {u"T_Item"_s, u"T_KeyID"_s, u"T_GoodsPrice"_s, u"T_GoodsInOutList"_s}) {
-            if (db->hasTable(table)) {
-                db->Execute(u"Drop Table "_s + table);
-            }
-        }
-        db->EnsureSchema();
-        QElapsedTimer timer;
-        timer.start();
-        BenchData::generate(*db, total);
-        std::printf("generated %lld items in %.1f s\n", total, ms(timer) / 1000);
+    if (const double generated = BenchData::prepare(*db, total, reuse); generated > 0) {
+        std::printf("generated %lld items in %.1f s\n", total, generated);
     }
 
     CBus bus;
