@@ -202,6 +202,44 @@ private Q_SLOTS:
         }
     }
 
+    void sheetJoinsAWorkbookAnotherProgramWrote()
+    {
+        // A workbook as openpyxl writes it: its own part names, styles, a formula and a defined name.
+        const QString file = path(u"other.xlsx"_s);
+        QProcess writer;
+        writer.start(
+            u"/usr/bin/python3"_s,
+            {u"-c"_s,
+             u"import openpyxl, sys\n"
+             "wb = openpyxl.Workbook(); ws = wb.active; ws.title = '原表'\n"
+             "ws['A1'] = 2; ws['A2'] = '=A1*3'\n"
+             "wb.defined_names.append(openpyxl.workbook.defined_name.DefinedName('价', attr_text='原表!$A$1'))\n"
+             "wb.save(sys.argv[1])"_s,
+             file});
+        QVERIFY(writer.waitForFinished(60000));
+        QVERIFY2(writer.exitCode() == 0, writer.readAllStandardError().constData());
+        const Workbook before = readBack(file);
+        QVERIFY2(before.error.isEmpty(), qPrintable(before.error));
+
+        fill(u"编号|名称"_s, {u"1\t可乐"_s});
+        QVERIFY(m_bus->CopyGridToExcel(m_grid.get(), file, u"商品"_s));
+        const Workbook after = readBack(file);
+        QVERIFY2(after.error.isEmpty(), qPrintable(after.error));
+        QCOMPARE(after.sheets.size(), 2);
+        QCOMPARE(after.sheets[0].name, u"原表"_s);
+        QCOMPARE(after.sheets[0].rows, (QList<QStringList> {{u"2"_s}, {u"=A1*3"_s}}));
+        QCOMPARE(after.sheets[1].rows.value(1), (QStringList {u"1"_s, u"可乐"_s}));
+        int kept = 0;
+        for (auto it = before.entries.begin(); it != before.entries.end(); ++it) {
+            if (!it.key().endsWith(u"workbook.xml"_s) && !it.key().endsWith(u"workbook.xml.rels"_s)
+                && it.key() != u"[Content_Types].xml"_s) {
+                QCOMPARE(after.entries.value(it.key()), it.value());
+                ++kept;
+            }
+        }
+        QVERIFY(kept >= 3);
+    }
+
     void cancelKeepsTheRowsWrittenBefore()
     {
         fill(u"编号|名称"_s, {u"1\t可乐"_s, u"2\t雪碧"_s, u"3\t"_s + QString(40000, u'长'), u"4\t芬达"_s});
