@@ -11,6 +11,7 @@
 #include "demodata.h"
 #include "itemformat.h"
 #include "keyid.h"
+#include "module1.h"
 #include "prompt.h"
 
 #include <QDir>
@@ -29,6 +30,7 @@ namespace {
 
 const char16_t kUsage[] =
     u"用法: quillon-cli [--db URL] COMMAND ...\n"
+    u"      quillon-cli --version | --help\n"
     u"  init [--demo]              创建数据表(已有的表保持不变);--demo 填入演示数据\n"
     u"  newid TABLE [--peek]       取下一个键值(--peek 只查看,不占用)\n"
     u"  list KIND [--format tsv|json]   按列表顺序列出一类资料\n"
@@ -500,6 +502,9 @@ int run(const QStringList &arguments, QTextStream &out, QTextStream &err)
             c.dbUrl = args.takeFirst();
         } else if (option.startsWith(u"--db="_s)) {
             c.dbUrl = option.mid(5);
+        } else if (option == u"--version"_s) {
+            out << u"quillon-cli "_s << Module1::LibraryVersion() << u'\n';
+            return Ok;
         } else if (option == u"--help"_s || option == u"-h"_s) {
             out << QString::fromUtf16(kUsage);
             return Ok;
