@@ -1,6 +1,6 @@
 #include "frminputitem.h"
 #include "module1.h"
-#include "prompt.h"
+#include "qtprompt.h"
 
 #include <QApplication>
 #include <QLabel>

@@ -1,17 +1,18 @@
 #include "clicommands.h"
 
 #include "appdatabase.h"
-#include "frmmain.h"
-#include "itemtablemodel.h"
+#include "demodata.h"
+#include "itemformat.h"
 
-#include "cbus.h"
 #include "cconnection.h"
 #include "citems.h"
 #include "cspell.h"
-#include "demodata.h"
-#include "itemformat.h"
+#include "databasecopy.h"
+#include "gridexport.h"
+#include "itemtablemodel.h"
+#include "itemtype.h"
 #include "keyid.h"
-#include "module1.h"
+#include "module1core.h"
 #include "prompt.h"
 
 #include <QDir>
@@ -113,7 +114,7 @@ int parseKind(const QString &kind)
     bool isNumber = false;
     const int number = kind.toInt(&isNumber);
     if (isNumber) {
-        return number >= 1 && number <= 12 ? number : 0;
+        return isItemTypeNumber(number) ? number : 0;
     }
     for (int i = 0; i < 12; ++i) {
         if (kind == QStringView(names[i])) {
@@ -145,26 +146,37 @@ bool parseID(const QString &text, qint32 *id)
     return ok && *id >= 1;
 }
 
-// The collection of a kind loaded as the facade loads it, with the joined names that the kind shows.
-std::shared_ptr<CItems> loadKind(CBus &bus, const std::shared_ptr<CConnection> &connection, int type)
+// The database and one kind's collection, as every command on a kind starts: attached only (for the commands on
+// one item) or loaded in list order with the joined names the kind shows, as the facade loads it. Nothing when
+// the database does not open or the load fails; both are reported.
+enum class Load { Attach, All };
+
+std::shared_ptr<CItems> openKind(Context &c, int type, Load load)
 {
-    if (type == CBus::itOption) {
-        auto options = bus.mOptions();
-        options->InitInstance(connection, type);
-        return options;
+    auto connection = openDatabase(c);
+    if (!connection) {
+        return {};
     }
-    if (type == CBus::itGoods) {
-        bus.InitItems(connection, CBus::itUnit);
-        bus.InitItems(connection, CBus::itGoodsType);
-        bus.InitItems(connection, CBus::itGoods);
-        bus.JoinGoodsNames();
-    } else if (type == CBus::itClient) {
-        bus.InitItems(connection, CBus::itClientType);
-        bus.InitItems(connection, CBus::itClient);
-    } else {
-        bus.InitItems(connection, type);
+    auto items = std::make_shared<CItems>();
+    if (load == Load::Attach) {
+        items->Attach(connection, type);
+        return items;
     }
-    return bus.collection(type);
+    auto loadOther = [&](ItemType other) {
+        auto list = std::make_shared<CItems>();
+        list->InitInstance(connection, itemTypeNumber(other));
+        return list;
+    };
+    items->InitInstance(connection, type);
+    if (type == ItemType::Goods) {
+        CItems::JoinGoodsNames(*items, *loadOther(ItemType::Unit), *loadOther(ItemType::GoodsType));
+    } else if (type == ItemType::Client) {
+        CItems::JoinClientTypeNames(*items, *loadOther(ItemType::ClientType));
+    }
+    if (!c.prompt.shown().isEmpty()) {
+        return {};
+    }
+    return items;
 }
 
 int cmdList(Context &c)
@@ -188,13 +200,8 @@ int cmdList(Context &c)
     if (format != u"tsv"_s && format != u"json"_s) {
         return usage(c, u"未知的输出格式: "_s + format);
     }
-    auto connection = openDatabase(c);
-    if (!connection) {
-        return Failed;
-    }
-    CBus bus;
-    const auto items = loadKind(bus, connection, type);
-    if (!c.prompt.shown().isEmpty()) {
+    const auto items = openKind(c, type, Load::All);
+    if (!items) {
         return Failed;
     }
     c.out << (format == u"json"_s ? ItemFormat::json(*items) : ItemFormat::tsv(*items));
@@ -224,24 +231,19 @@ int cmdExport(Context &c)
         }
     }
     if (sheet.isEmpty()) {
-        sheet = frmMain::ExportSheetName(type, QDateTime::currentDateTime());
+        sheet = ItemTableModel::exportSheetName(type, QDateTime::currentDateTime());
         if (sheet.isEmpty()) {
             return usage(c, u"这类资料没有默认的表格名称,请用 --sheet 指定"_s);
         }
     }
-    auto connection = openDatabase(c);
-    if (!connection) {
-        return Failed;
-    }
-    CBus bus;
-    const auto items = loadKind(bus, connection, type);
-    if (!c.prompt.shown().isEmpty()) {
+    const auto items = openKind(c, type, Load::All);
+    if (!items) {
         return Failed;
     }
     // The columns of the management window's grid; an error stops the export (there is nobody to ask).
     ItemTableModel grid(items.get(), ItemTableModel::fieldsForType(type));
     c.prompt.setDefaultAnswer(CPrompt::vbCancel);
-    if (!bus.CopyGridToExcel(&grid, file, sheet)) {
+    if (!GridExport::CopyGridToExcel(&grid, file, sheet)) {
         return Failed;
     }
     c.out << u"已导出 "_s << items->Count() << u" 条记录到 "_s << file << u" 的表格 ["_s << sheet << u"]\n"_s;
@@ -287,7 +289,7 @@ int cmdMigrate(Context &c)
         c.err << u"创建数据表失败: "_s << e.message() << u'\n';
         return Failed;
     }
-    const DatabaseCopy::Result result = CBus::CopyTableDataBetweenDB(*from, *to, CBus::MasterTables());
+    const DatabaseCopy::Result result = DatabaseCopy::copyTables(*from, *to, DatabaseCopy::MasterTables());
     if (!result.ok) {
         c.err << u"迁移失败,目标数据库没有改变: "_s << result.error << u'\n';
         return Failed;
@@ -337,13 +339,8 @@ int cmdAdd(Context &c)
     if (!named) {
         return usage(c, u"add 需要 --name"_s);
     }
-    auto connection = openDatabase(c);
-    if (!connection) {
-        return Failed;
-    }
-    CItems items;
-    items.Attach(connection, type);
-    if (!items.SaveItem(item)) {
+    const auto items = openKind(c, type, Load::Attach);
+    if (!items || !items->SaveItem(item)) {
         return Failed;
     }
     c.out << item->F_ID() << u'\n';
@@ -381,18 +378,13 @@ int cmdRename(Context &c)
     if (name.isEmpty()) {
         return usage(c, u"名称不能为空"_s);
     }
-    auto connection = openDatabase(c);
-    if (!connection) {
-        return Failed;
-    }
-    CItems items;
-    items.Attach(connection, type);
-    const CItemPtr item = loadOne(c, items, type, id);
+    const auto items = openKind(c, type, Load::Attach);
+    const CItemPtr item = items ? loadOne(c, *items, type, id) : nullptr;
     if (!item) {
         return Failed;
     }
     item->setF_ItemName(name);
-    return items.SaveItem(item) ? Ok : Failed;
+    return items->SaveItem(item) ? Ok : Failed;
 }
 
 int cmdDelete(Context &c)
@@ -417,17 +409,12 @@ int cmdDelete(Context &c)
     if (!haveID) {
         return usage(c, u"delete 需要 KIND ID"_s);
     }
-    auto connection = openDatabase(c);
-    if (!connection) {
-        return Failed;
-    }
-    CItems items;
-    items.Attach(connection, type);
-    if (!loadOne(c, items, type, id)) {
+    const auto items = openKind(c, type, Load::Attach);
+    if (!items || !loadOne(c, *items, type, id)) {
         return Failed;
     }
     c.prompt.setDefaultAnswer(yes ? CPrompt::vbYes : CPrompt::vbNo);
-    return items.RemoveItem(id) ? Ok : Failed;
+    return items->RemoveItem(id) ? Ok : Failed;
 }
 
 int cmdNewId(Context &c)

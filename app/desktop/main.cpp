@@ -4,7 +4,7 @@
 #include "cconnection.h"
 #include "demodata.h"
 #include "frmmain.h"
-#include "prompt.h"
+#include "qtprompt.h"
 
 #include <QApplication>
 #include <QCommandLineParser>

@@ -3,6 +3,7 @@
 
 #include "quillon_export.h"
 
+#include <QAbstractItemView>
 #include <QDialog>
 #include <QPointer>
 

@@ -11,6 +11,7 @@
 #include "prompt.h"
 
 #include "cconnection.h"
+#include "gridexport.h"
 
 using namespace Qt::StringLiterals;
 
@@ -126,11 +127,7 @@ void CBus::JoinClientTypeNames()
     if (!m_clients || !m_clientTypes) {
         return;
     }
-    for (const CItemPtr &client : *m_clients) {
-        if (const CItemPtr type = m_clientTypes->GetItemByID(client->F_ParentID())) {
-            client->setmTypeName(type->F_ItemName());
-        }
-    }
+    CItems::JoinClientTypeNames(*m_clients, *m_clientTypes);
 }
 
 void CBus::JoinGoodsNames()
@@ -138,14 +135,7 @@ void CBus::JoinGoodsNames()
     if (!m_allGoods || !m_units || !m_types) {
         return;
     }
-    for (const CItemPtr &goods : *m_allGoods) {
-        if (const CItemPtr unit = m_units->GetItemByID(goods->F_Tag1())) {
-            goods->setmUnitName(unit->F_ItemName());
-        }
-        if (const CItemPtr type = m_types->GetItemByID(goods->F_ParentID())) {
-            goods->setmTypeName(type->F_ItemName());
-        }
-    }
+    CItems::JoinGoodsNames(*m_allGoods, *m_units, *m_types);
 }
 
 bool CBus::InitAllData(const std::shared_ptr<CConnection> &connection)
@@ -331,16 +321,12 @@ std::shared_ptr<CItems> CBus::SelectItems(int itemType)
 
 QStringList CBus::MasterTables()
 {
-    return {u"T_Item"_s, u"T_GoodsPrice"_s, u"T_GoodsInOutList"_s};
+    return DatabaseCopy::MasterTables();
 }
 
 DatabaseCopy::Result CBus::CopyTableDataBetweenDB(CConnection &from, CConnection &to, const QStringList &tables)
 {
-    QList<DatabaseCopy::Table> list;
-    for (const QString &table : tables) {
-        list.append({table, QString(), {}});
-    }
-    return DatabaseCopy::copy(from, to, list);
+    return DatabaseCopy::copyTables(from, to, tables);
 }
 
 DatabaseCopy::Result CBus::CopyItemBetweenDB(CConnection &from, CConnection &to, int itemType)
@@ -394,4 +380,48 @@ bool CBus::SaveGoodsPriceByClient(qint32 goodsID, qint32 clientID, Currency pric
         Module1::ShowErrMsg(u"保存价格失败!"_s);
         return false;
     }
+}
+
+void CBus::SetGridColor(QObject *myGrid, bool isColor)
+{
+    if (!myGrid) {
+        return;
+    }
+    struct Setting
+    {
+        const char *name;
+        QVariant colour;
+        QVariant grey;
+    };
+    const Setting settings[] = {
+        {"FixedRows", 1, 1},
+        {"FixedCols", 0, 0},
+        {"BackColor", 0x80000018u, 0xE0E0E0u},
+        {"BackColorBkg", 0x80000018u, 0xE0E0E0u},
+        {"BackColorFixed", 0xC0E0FFu, 0xC0C0C0u},
+        {"ForeColorFixed", 0xC00000u, 0x800000u},
+        {"ForeColor", 0u, 0u},
+        {"GridColor", 0x808080u, 0xFFFFFFu},
+        {"GridColorFixed", 0u, 0xFFFFFFu},
+        {"AllowUserResizing", 1, 1},
+        {"ScrollBars", 3, 3},
+    };
+    for (const Setting &setting : settings) {
+        myGrid->setProperty(setting.name, isColor ? setting.colour : setting.grey);
+    }
+}
+
+QString CBus::ExcelConnectionString(const QString &sExcelFile)
+{
+    return GridExport::ExcelConnectionString(sExcelFile);
+}
+
+QString CBus::ExcelCreateTableStatement(QObject *Grid, const QString &sSheetName)
+{
+    return GridExport::ExcelCreateTableStatement(Grid, sSheetName);
+}
+
+bool CBus::CopyGridToExcel(QObject *Grid, const QString &sExcelFile, const QString &sSheetName)
+{
+    return GridExport::CopyGridToExcel(Grid, sExcelFile, sSheetName);
 }

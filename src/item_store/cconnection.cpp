@@ -92,11 +92,6 @@ constexpr TableDdl kTables[] = {
 
 } // namespace
 
-DbError::DbError(const QString &message)
-    : std::runtime_error(message.toStdString())
-    , m_message(message)
-{ }
-
 DatabaseUrl DatabaseUrl::parse(const QString &url)
 {
     DatabaseUrl result;

@@ -1,6 +1,7 @@
 #ifndef QUILLON_CCONNECTION_H
 #define QUILLON_CCONNECTION_H
 
+#include "dberror.h"
 #include "quillon_export.h"
 
 #include <QHash>
@@ -13,20 +14,7 @@
 #include <memory>
 #include <stdexcept>
 
-/**
- * A database failure carried from the statement that failed to the operation that traps it.
- */
 class ColumnLayout;
-
-class QUILLON_EXPORT DbError : public std::runtime_error
-{
-public:
-    explicit DbError(const QString &message);
-    QString message() const { return m_message; }
-
-private:
-    QString m_message;
-};
 
 /**
  * Where a database lives, parsed from a URL: "sqlite:///abs/path.db", "sqlite:relative.db", "sqlite::memory:",

@@ -6,20 +6,12 @@
 #include "itemhook.h"
 #include "itemindex.h"
 #include "itemlist.h"
-#include "itemtablemodel.h"
+#include "itemtype.h"
 #include "keyid.h"
-#include "module1.h"
+#include "module1core.h"
 #include "prompt.h"
 
-#include <QAbstractItemView>
-#include <QComboBox>
-#include <QDialog>
-#include <QHBoxLayout>
-#include <QListWidget>
-#include <QPushButton>
 #include <QSqlQuery>
-#include <QTreeWidget>
-#include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
 
@@ -28,9 +20,14 @@ namespace {
 const char16_t *const kTypeNames[] = {u"客户", u"单位",     u"商品类别", u"商品",     u"仓库",   u"部门",
                                       u"选项", u"客户类别", u"地区",     u"用户权限", u"领料人", u"软件使用者信息"};
 
-constexpr int kGoods = 4;
+CItems::BoundControlRefresh s_boundControlRefresh = nullptr;
 
 } // namespace
+
+void CItems::setBoundControlRefresh(BoundControlRefresh refresh)
+{
+    s_boundControlRefresh = refresh;
+}
 
 class CItemsPrivate : public CItemWatcher
 {
@@ -108,7 +105,7 @@ public:
         inversions = 0;
     }
 
-    bool isGoods() const { return itemType == kGoods; }
+    bool isGoods() const { return itemType == ItemType::Goods; }
 
     // 1 when the items at a and b (adjacent positions) are out of goods-number order.
     qsizetype outOfOrder(qsizetype a, qsizetype b) const
@@ -246,7 +243,7 @@ public:
 
 QString CItems::typeName(int itemTypeID)
 {
-    if (itemTypeID < 1 || itemTypeID > 12) {
+    if (!isItemTypeNumber(itemTypeID)) {
         return QString();
     }
     return QString::fromUtf16(kTypeNames[itemTypeID - 1]);
@@ -255,12 +252,12 @@ QString CItems::typeName(int itemTypeID)
 QString CItems::loadStatement(int itemTypeID)
 {
     const QString type = QString::number(itemTypeID);
-    switch (itemTypeID) {
-    case 3:
+    switch (ItemType(itemTypeID)) {
+    case ItemType::GoodsType:
         return u"Select * From T_Item Where F_Tag3 <= 0 And F_ItemTypeID="_s + type + u" Order By F_Tag1"_s;
-    case 4:
+    case ItemType::Goods:
         return u"Select * From T_Item Where F_Tag3 <= 0 And F_ItemTypeID="_s + type + u" Order By F_ItemNo"_s;
-    case 10:
+    case ItemType::UserRight:
         return u"Select * From T_Item Where F_ItemTypeID="_s + type + u" Order By F_Tag1"_s;
     default:
         return u"Select * From T_Item Where F_ItemTypeID="_s + type + u" Order By F_ItemNo,F_ItemName"_s;
@@ -292,8 +289,8 @@ bool CItems::InitInstance(const std::shared_ptr<CConnection> &connection, int it
         Module1::ShowErrMsg(u"读取"_s + d->typeName + u"数据失败:"_s);
         return false;
     }
-    if (boundControl) {
-        BindComboBox(boundControl);
+    if (boundControl && s_boundControlRefresh) {
+        s_boundControlRefresh(*this, boundControl, std::nullopt);
     }
     return true;
 }
@@ -474,9 +471,8 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
             d->removeAt(d->list.positionOf(stale));
         }
         d->insertAt(d->orderedPosition(*item), item);
-        if (boundControl) {
-            BindComboBox(boundControl);
-            SearchIDInCombox(boundControl, id);
+        if (boundControl && s_boundControlRefresh) {
+            s_boundControlRefresh(*this, boundControl, id);
         }
         return true;
     } catch (const std::exception &e) {
@@ -551,7 +547,7 @@ bool CItems::RemoveItem(qint32 id)
         const QString goodsMovements = u"Select F_GoodsID From T_GoodsInOutList Where F_GoodsID="_s + sid;
 
         bool forced = false;
-        if (d->itemType == kGoods && hasRow(goodsMovements)) {
+        if (d->itemType == ItemType::Goods && hasRow(goodsMovements)) {
             // Asked before the transaction starts, so that no lock is held while the user thinks.
             const int answer =
                 CPrompt::current().MsgBox(u"该商品记录已经被使用!\r\n您确实要强制删除吗?"_s,
@@ -565,20 +561,21 @@ bool CItems::RemoveItem(qint32 id)
         int affected = 0;
         {
             CTransaction transaction(db);
-            switch (d->itemType) {
-            case 2:
+            switch (ItemType(d->itemType)) {
+            case ItemType::Unit:
                 if (hasRow(u"Select F_ID From T_Item Where (F_Tag1="_s + sid + u" OR F_Tag2="_s + sid + u" OR F_Tag3="_s
-                           + sid + u" OR F_Tag4="_s + sid + u") AND F_ItemTypeID="_s + QString::number(kGoods))) {
+                           + sid + u" OR F_Tag4="_s + sid + u") AND F_ItemTypeID="_s
+                           + QString::number(itemTypeNumber(ItemType::Goods)))) {
                     return inUse();
                 }
                 break;
-            case 3:
-            case 8:
+            case ItemType::GoodsType:
+            case ItemType::ClientType:
                 if (hasRow(u"Select F_ID From T_Item Where F_ParentID="_s + sid)) {
                     return inUse();
                 }
                 break;
-            case kGoods:
+            case ItemType::Goods:
                 if (forced) {
                     db.Execute(u"Delete From T_GoodsInOutList Where F_GoodsID="_s + sid);
                 } else if (hasRow(goodsMovements)) {
@@ -605,36 +602,6 @@ bool CItems::RemoveItem(qint32 id)
         Module1::SetErr(e.message());
         Module1::ShowErrMsg(u"删除元素错误,因为它已经被系统使用,请删除相关记录后再试!"_s);
         return false;
-    }
-}
-
-void CItems::BindComboBox(QObject *control) const
-{
-    if (auto *combo = qobject_cast<QComboBox *>(control)) {
-        combo->clear();
-        for (CItemHook *hook : d->list) {
-            combo->addItem(hook->item->F_ItemName(), hook->item->F_ID());
-        }
-    } else if (auto *listWidget = qobject_cast<QListWidget *>(control)) {
-        listWidget->clear();
-        for (CItemHook *hook : d->list) {
-            auto *entry = new QListWidgetItem(hook->item->F_ItemName(), listWidget);
-            entry->setData(Qt::UserRole, hook->item->F_ID());
-        }
-    }
-}
-
-void CItems::SearchIDInCombox(QObject *control, qint32 id) const
-{
-    if (auto *combo = qobject_cast<QComboBox *>(control)) {
-        combo->setCurrentIndex(combo->findData(id));
-    } else if (auto *listWidget = qobject_cast<QListWidget *>(control)) {
-        for (int row = 0; row < listWidget->count(); ++row) {
-            if (listWidget->item(row)->data(Qt::UserRole).toInt() == id) {
-                listWidget->setCurrentRow(row);
-                return;
-            }
-        }
     }
 }
 
@@ -671,42 +638,6 @@ CItems::const_iterator &CItems::const_iterator::operator++()
         m_offset = 0;
     }
     return *this;
-}
-
-namespace {
-
-void bindGrid(CItems *items, QAbstractItemView *grid, const QList<ItemTableModel::Field> &fields)
-{
-    if (!grid) {
-        return;
-    }
-    QAbstractItemModel *old = grid->model();
-    grid->setModel(new ItemTableModel(items, fields, grid));
-    if (qobject_cast<ItemTableModel *>(old) && old->parent() == grid) {
-        delete old;
-    }
-}
-
-} // namespace
-
-void CItems::ShowItemsToGrid(QAbstractItemView *grid)
-{
-    bindGrid(this, grid, ItemTableModel::fieldsForType(d->itemType));
-}
-
-void CItems::ShowGoodsToGridEx(QAbstractItemView *grid)
-{
-    bindGrid(this, grid, ItemTableModel::goodsFields());
-}
-
-void CItems::FillOneGoodsToGrid(QAbstractItemView *grid, const CItemPtr &goods) const
-{
-    if (!grid || !goods) {
-        return;
-    }
-    if (auto *model = qobject_cast<ItemTableModel *>(grid->model())) {
-        model->refreshItem(goods.get());
-    }
 }
 
 namespace {
@@ -886,101 +817,23 @@ bool CItems::HasTheItemNoEx(const QString &itemNo, qint32 exceptID) const
     return q.next() && q.value(0).toLongLong() > 0;
 }
 
-void CItems::FillItemToCombox(QComboBox *combo, qint32 selectedID, bool withNone) const
+void CItems::JoinGoodsNames(const CItems &goods, CItems &units, CItems &types)
 {
-    if (!combo) {
-        return;
-    }
-    const QSignalBlocker block(combo);
-    combo->clear();
-    if (withNone) {
-        combo->addItem(u"(无)"_s, 0);
-    }
-    for (const CItemPtr &item : *this) {
-        combo->addItem(item->F_ItemName(), item->F_ID());
-    }
-    const int index = combo->findData(selectedID);
-    combo->setCurrentIndex(index >= 0 ? index : (combo->count() > 0 ? 0 : -1));
-}
-
-void CItems::FillIntoComboxEx1(QComboBox *combo, const QString &allText) const
-{
-    if (!combo) {
-        return;
-    }
-    const QSignalBlocker block(combo);
-    combo->clear();
-    combo->addItem(allText, 0);
-    for (const CItemPtr &item : *this) {
-        const QString &no = item->F_ItemNo();
-        combo->addItem(no.isEmpty() ? item->F_ItemName() : no + u" - "_s + item->F_ItemName(), item->F_ID());
-    }
-    combo->setCurrentIndex(0);
-}
-
-void CItems::ShowGoodsToListView(QTreeWidget *view) const
-{
-    if (!view) {
-        return;
-    }
-    view->clear();
-    view->setColumnCount(5);
-    view->setHeaderLabels({u"编号"_s, u"名称"_s, u"规格"_s, u"单位"_s, u"单件售价"_s});
-    view->setRootIsDecorated(false);
-    QList<QTreeWidgetItem *> rows;
-    rows.reserve(Count());
-    for (const CItemPtr &goods : *this) {
-        auto *row =
-            new QTreeWidgetItem({goods->F_ItemNo(), goods->F_ItemName(), goods->F_Standard(), goods->mUnitName(),
-                                 ItemTableModel::fieldText(*goods, ItemTableModel::PriceSale)});
-        row->setData(0, Qt::UserRole, goods->F_ID());
-        row->setTextAlignment(4, Qt::AlignRight | Qt::AlignVCenter);
-        rows.append(row);
-    }
-    view->addTopLevelItems(rows);
-}
-
-void CItems::ItemsMan(QWidget *parent)
-{
-    QDialog dialog(parent);
-    dialog.setWindowTitle(d->typeName + u"管理"_s);
-    auto *list = new QListWidget(&dialog);
-    list->setObjectName(u"lstItems"_s);
-    auto *add = new QPushButton(u"新增(&A)"_s, &dialog);
-    auto *rename = new QPushButton(u"改名(&R)"_s, &dialog);
-    auto *remove = new QPushButton(u"删除(&D)"_s, &dialog);
-    auto *close = new QPushButton(u"关闭"_s, &dialog);
-    auto *buttons = new QVBoxLayout;
-    for (QPushButton *button : {add, rename, remove}) {
-        buttons->addWidget(button);
-    }
-    buttons->addStretch(1);
-    buttons->addWidget(close);
-    auto *layout = new QHBoxLayout(&dialog);
-    layout->addWidget(list, 1);
-    layout->addLayout(buttons);
-    BindComboBox(list);
-    auto currentID = [list]() {
-        return list->currentItem() ? list->currentItem()->data(Qt::UserRole).toInt() : 0;
-    };
-    QObject::connect(add, &QPushButton::clicked, &dialog, [this, list]() { AddNewItem(list); });
-    QObject::connect(rename, &QPushButton::clicked, &dialog, [this, list, currentID]() {
-        if (const qint32 id = currentID()) {
-            ModifyItem(id, list);
+    for (const CItemPtr &item : goods) {
+        if (const CItemPtr unit = units.GetItemByID(item->F_Tag1())) {
+            item->setmUnitName(unit->F_ItemName());
         }
-    });
-    QObject::connect(remove, &QPushButton::clicked, &dialog, [this, list, currentID]() {
-        const qint32 id = currentID();
-        if (id
-            && CPrompt::current().MsgBox(u"您确实要删除该记录吗?"_s, CPrompt::vbYesNo | CPrompt::vbQuestion,
-                                         CPrompt::messageTitle())
-                == CPrompt::vbYes
-            && RemoveItem(id)) {
-            BindComboBox(list);
+        if (const CItemPtr type = types.GetItemByID(item->F_ParentID())) {
+            item->setmTypeName(type->F_ItemName());
         }
-    });
-    QObject::connect(list, &QListWidget::itemDoubleClicked, rename, &QPushButton::click);
-    QObject::connect(close, &QPushButton::clicked, &dialog, &QDialog::accept);
-    dialog.resize(360, 420);
-    dialog.exec();
+    }
+}
+
+void CItems::JoinClientTypeNames(const CItems &clients, CItems &clientTypes)
+{
+    for (const CItemPtr &client : clients) {
+        if (const CItemPtr type = clientTypes.GetItemByID(client->F_ParentID())) {
+            client->setmTypeName(type->F_ItemName());
+        }
+    }
 }

@@ -115,6 +115,13 @@ public:
     /// The price everybody pays: the goods' single-piece sale price (0 for goods not in the list).
     Currency ReadPublicPrice(qint32 goodsID) const;
 
+    // The binders below fill widgets; they are implemented by the widget library (itembinders.cpp), which also
+    // installs the refresh of bound controls when it is loaded. A program without widgets does not call them.
+
+    /// How InitInstance and SaveItem bring a bound control up to date: fill it and, with an id, select that item.
+    using BoundControlRefresh = void (*)(const CItems &items, QObject *control, std::optional<qint32> selectID);
+    static void setBoundControlRefresh(BoundControlRefresh refresh);
+
     /// Fills a QComboBox or QListWidget with the items' names, each with its F_ID as item data.
     void BindComboBox(QObject *control) const;
     /// Fills a combo box with the names (F_ID as item data), optionally after a "(无)" entry, and selects `selectedID`.
@@ -135,6 +142,11 @@ public:
     void ShowGoodsToGridEx(QAbstractItemView *grid);
     /// Brings the row of one goods item in a grid bound by the two above up to date.
     void FillOneGoodsToGrid(QAbstractItemView *grid, const CItemPtr &goods) const;
+
+    /// Fills mUnitName and mTypeName of goods from their unit (F_Tag1) and goods type (F_ParentID).
+    static void JoinGoodsNames(const CItems &goods, CItems &units, CItems &types);
+    /// Fills mTypeName of clients from their client type (F_ParentID).
+    static void JoinClientTypeNames(const CItems &clients, CItems &clientTypes);
 
     class const_iterator;
     const_iterator begin() const;

@@ -1,10 +1,9 @@
 #include "itemtablemodel.h"
 
 #include "citems.h"
-#include "module1.h"
+#include "itemtype.h"
+#include "module1core.h"
 
-#include <QBrush>
-#include <QColor>
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -57,6 +56,24 @@ QList<ItemTableModel::Field> ItemTableModel::clientFields()
 QList<ItemTableModel::Field> ItemTableModel::simpleFields()
 {
     return {ItemNo, ItemName, Spell, Remark};
+}
+
+QString ItemTableModel::kindTitle(int itemTypeID)
+{
+    switch (ItemType(itemTypeID)) {
+    case ItemType::Option:
+    case ItemType::UserRight:
+    case ItemType::SoftwareUserInfo:
+        return QString();
+    default:
+        return CItems::typeName(itemTypeID);
+    }
+}
+
+QString ItemTableModel::exportSheetName(int itemTypeID, const QDateTime &when)
+{
+    const QString title = kindTitle(itemTypeID);
+    return title.isEmpty() ? title : title + when.toString(u"MMdd"_s) + when.toString(u"hhmmss"_s);
 }
 
 QList<ItemTableModel::Field> ItemTableModel::fieldsForType(int itemTypeID)
@@ -334,18 +351,6 @@ QVariant ItemTableModel::data(const QModelIndex &index, int role) const
     case Qt::TextAlignmentRole:
         return QVariant::fromValue(
             Qt::Alignment((isAmount(f) || isSingle(f) ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter));
-    case Qt::ForegroundRole:
-        if (!isFieldEditable(f)) {
-            return QBrush(QColor(0x55, 0x55, 0x55));
-        }
-        return QVariant();
-    case Qt::BackgroundRole: {
-        const CItemPtr item = rowItem(index.row());
-        if (item && (isNewRow(index.row()) || m_edited.count(item.get()))) {
-            return QBrush(QColor(0xFF, 0xF8, 0xDC)); // rows waiting to be saved
-        }
-        return QVariant();
-    }
     default:
         return QVariant();
     }
@@ -539,6 +544,12 @@ int ItemTableModel::rowOfID(qint32 id) const
         return -1;
     }
     return rowOf(m_items->SearchItemByID(id).get());
+}
+
+bool ItemTableModel::isPendingRow(int row) const
+{
+    const CItemPtr item = rowItem(row);
+    return item && (isNewRow(row) || m_edited.count(item.get()));
 }
 
 bool ItemTableModel::isNewRow(int row) const

@@ -5,6 +5,7 @@
 #include "quillon_export.h"
 
 #include <QAbstractTableModel>
+#include <QDateTime>
 #include <QList>
 #include <QPointer>
 
@@ -63,6 +64,12 @@ public:
     static QList<Field> clientFields();
     static QList<Field> simpleFields();
     static QList<Field> fieldsForType(int itemTypeID);
+    /// The title of a kind that the management window lists ("部门", "客户" ...); empty for the kinds it does not
+    /// show (options, user rights, the company record).
+    static QString kindTitle(int itemTypeID);
+    /// The sheet a kind's grid is exported to: its title, then the month, day and time ("商品1124093015"); empty
+    /// for kinds without a title.
+    static QString exportSheetName(int itemTypeID, const QDateTime &when);
     static QString fieldTitle(Field field);
     static bool isFieldEditable(Field field);
     /// An amount as the tables and dialogs show it: two decimals, or four where two would hide a digit.
@@ -97,6 +104,8 @@ public:
     int rowOf(const CItem *item) const;
     int rowOfID(qint32 id) const;
     bool isNewRow(int row) const;
+    /// True for a new row and for a row whose edits wait for SaveChanges.
+    bool isPendingRow(int row) const;
     /// Appends an empty item of the collection's type as a new row; returns its row.
     int addNewRow();
     /// Drops a new (unsaved) row; false for rows of the collection.

@@ -4,6 +4,7 @@
 #include "frmsearch.h"
 #include "itemgrid.h"
 #include "itemtablemodel.h"
+#include "itemtype.h"
 #include "module1.h"
 #include "prompt.h"
 
@@ -41,21 +42,21 @@ constexpr int kGoods = 4;
 struct NavEntry
 {
     int itemType;
-    const char16_t *text;
+    const char16_t *text; // the root's; the kinds take their titles from the item table
 };
 
 // The tree: the root first, then its children in this order.
 constexpr NavEntry kNavEntries[] = {
     {frmMain::kRootKind, u"Quillon进销存管理系统"},
-    {6, u"部门"},
-    {5, u"仓库"},
-    {8, u"客户类别"},
-    {9, u"地区"},
-    {1, u"客户"},
-    {3, u"商品类别"},
-    {2, u"单位"},
-    {4, u"商品"},
-    {11, u"领料人"},
+    {int(ItemType::Department), nullptr},
+    {int(ItemType::Stock), nullptr},
+    {int(ItemType::ClientType), nullptr},
+    {int(ItemType::Area), nullptr},
+    {int(ItemType::Client), nullptr},
+    {int(ItemType::GoodsType), nullptr},
+    {int(ItemType::Unit), nullptr},
+    {int(ItemType::Goods), nullptr},
+    {int(ItemType::MaterialReceiver), nullptr},
 };
 
 constexpr char16_t kUnsavedQuestion[] = u"你已经修改了数据,是否要保存修改?";
@@ -381,7 +382,7 @@ void frmMain::buildTree()
     QTreeWidgetItem *root = nullptr;
     for (const NavEntry &entry : kNavEntries) {
         auto *node = root ? new QTreeWidgetItem(root) : new QTreeWidgetItem(tvTreeView);
-        node->setText(0, QString::fromUtf16(entry.text));
+        node->setText(0, entry.text ? QString::fromUtf16(entry.text) : ItemTableModel::kindTitle(entry.itemType));
         node->setData(0, Qt::UserRole, entry.itemType);
         node->setIcon(0, style()->standardIcon(root ? QStyle::SP_FileDialogListView : QStyle::SP_DirHomeIcon));
         if (!root) {
@@ -394,7 +395,7 @@ void frmMain::buildTree()
 
 QString frmMain::ExportSheetName(int itemType, const QDateTime &when)
 {
-    return NavigationText(itemType) + when.toString(u"MMdd"_s) + when.toString(u"hhmmss"_s);
+    return ItemTableModel::exportSheetName(itemType, when);
 }
 
 QString frmMain::nodeText(int itemType) const
@@ -406,7 +407,7 @@ QString frmMain::NavigationText(int itemType)
 {
     for (const NavEntry &entry : kNavEntries) {
         if (entry.itemType == itemType) {
-            return QString::fromUtf16(entry.text);
+            return entry.text ? QString::fromUtf16(entry.text) : ItemTableModel::kindTitle(itemType);
         }
     }
     return QString();

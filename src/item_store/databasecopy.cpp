@@ -522,3 +522,17 @@ DatabaseCopy::Result DatabaseCopy::copy(CConnection &from, CConnection &to, cons
     }
     return result;
 }
+
+DatabaseCopy::Result DatabaseCopy::copyTables(CConnection &from, CConnection &to, const QStringList &tables)
+{
+    QList<Table> list;
+    for (const QString &table : tables) {
+        list.append({table, QString(), {}});
+    }
+    return copy(from, to, list);
+}
+
+QStringList DatabaseCopy::MasterTables()
+{
+    return {QStringLiteral("T_Item"), QStringLiteral("T_GoodsPrice"), QStringLiteral("T_GoodsInOutList")};
+}

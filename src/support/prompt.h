@@ -45,9 +45,12 @@ public:
     virtual std::optional<QString> InputBox(const QString &prompt, const QString &title,
                                             const QString &defaultText) = 0;
 
-    /// The installed prompt: the one set last, else a dialog-based prompt when a QApplication runs, else a
-    /// headless one that writes messages to standard error and answers every question with its default.
+    /// The installed prompt: the one set last, else the dialog prompt (offered by the widget library) when a
+    /// QApplication runs, else a headless one that writes messages to standard error and answers every question
+    /// with its default.
     static CPrompt &current();
+    /// The prompt that current() gives in a widget application when none is set (not owned).
+    static void setDialogPrompt(CPrompt *prompt);
     /// Installs `prompt` (not owned; nullptr restores the automatic choice) and returns the previous one.
     static CPrompt *setCurrent(CPrompt *prompt);
 
@@ -55,17 +58,11 @@ public:
     static QString applicationTitle();
     /// The title of the library's confirmation and refusal boxes: "Quillon软件提示您".
     static QString messageTitle();
-};
 
-/**
- * Prompt that shows Qt message boxes and input dialogs. Needs a running QApplication.
- */
-class QUILLON_EXPORT QtPrompt : public CPrompt
-{
-public:
-    QtPrompt() = default;
-    int MsgBox(const QString &text, int style, const QString &title) override;
-    std::optional<QString> InputBox(const QString &prompt, const QString &title, const QString &defaultText) override;
+    /// The button set of a style (vbOKOnly … vbRetryCancel).
+    static int buttonsOf(int style);
+    /// The answer a box of `style` gives when it is closed without a choice.
+    static int defaultAnswerFor(int style);
 };
 
 /**

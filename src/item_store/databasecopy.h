@@ -40,6 +40,10 @@ public:
 
     static Result copy(CConnection &from, CConnection &to, const QList<Table> &tables,
                        const Progress &progress = Progress());
+    /// Copies whole tables.
+    static Result copyTables(CConnection &from, CConnection &to, const QStringList &tables);
+    /// The tables that hold the master data: T_Item, T_GoodsPrice, T_GoodsInOutList.
+    static QStringList MasterTables();
 };
 
 #endif

@@ -1,5 +1,4 @@
-// The grid services of the facade: spreadsheet export and colour schemes.
-#include "cbus.h"
+#include "gridexport.h"
 
 #include "excelconnection.h"
 #include "prompt.h"
@@ -71,13 +70,13 @@ Outcome runStep(Step &&step)
 
 } // namespace
 
-QString CBus::ExcelConnectionString(const QString &sExcelFile)
+QString GridExport::ExcelConnectionString(const QString &sExcelFile)
 {
     return u"DRIVER={"_s + u"MICROSOFT EXCEL DRIVER (*.XLS)"_s
         + u"};DSN='';FIRSTROWHASNAMES=1;READONLY=FALSE;CREATE_DB="_s + sExcelFile + u";DBQ="_s + sExcelFile;
 }
 
-QString CBus::ExcelCreateTableStatement(QObject *Grid, const QString &sSheetName)
+QString GridExport::ExcelCreateTableStatement(QObject *Grid, const QString &sSheetName)
 {
     const GridCells grid(Grid);
     QString sql = u"CREATE TABLE "_s + sSheetName + u" ("_s;
@@ -103,7 +102,7 @@ QString CBus::ExcelCreateTableStatement(QObject *Grid, const QString &sSheetName
     return sql + u")"_s;
 }
 
-bool CBus::CopyGridToExcel(QObject *Grid, const QString &sExcelFile, const QString &sSheetName)
+bool GridExport::CopyGridToExcel(QObject *Grid, const QString &sExcelFile, const QString &sSheetName)
 {
     const GridCells grid(Grid);
     ExcelConnection cn;
@@ -180,33 +179,4 @@ bool CBus::CopyGridToExcel(QObject *Grid, const QString &sExcelFile, const QStri
         return false;
     }
     return true;
-}
-
-void CBus::SetGridColor(QObject *myGrid, bool isColor)
-{
-    if (!myGrid) {
-        return;
-    }
-    struct Setting
-    {
-        const char *name;
-        QVariant colour;
-        QVariant grey;
-    };
-    const Setting settings[] = {
-        {"FixedRows", 1, 1},
-        {"FixedCols", 0, 0},
-        {"BackColor", 0x80000018u, 0xE0E0E0u},
-        {"BackColorBkg", 0x80000018u, 0xE0E0E0u},
-        {"BackColorFixed", 0xC0E0FFu, 0xC0C0C0u},
-        {"ForeColorFixed", 0xC00000u, 0x800000u},
-        {"ForeColor", 0u, 0u},
-        {"GridColor", 0x808080u, 0xFFFFFFu},
-        {"GridColorFixed", 0u, 0xFFFFFFu},
-        {"AllowUserResizing", 1, 1},
-        {"ScrollBars", 3, 3},
-    };
-    for (const Setting &setting : settings) {
-        myGrid->setProperty(setting.name, isColor ? setting.colour : setting.grey);
-    }
 }

@@ -1,4 +1,4 @@
-#include "prompt.h"
+#include "qtprompt.h"
 
 #include "frminputitem.h"
 
@@ -6,79 +6,16 @@
 #include <QMessageBox>
 #include <QPushButton>
 
-#include <cstdio>
-
 using namespace Qt::StringLiterals;
 
 namespace {
 
-CPrompt *s_current = nullptr;
-
-int buttonsOf(int style)
-{
-    return style & 0x7;
-}
-
-int defaultAnswerFor(int style)
-{
-    switch (buttonsOf(style)) {
-    case CPrompt::vbOKOnly:
-        return CPrompt::vbOK;
-    case CPrompt::vbYesNo:
-    case CPrompt::vbYesNoCancel:
-        return CPrompt::vbNo;
-    case CPrompt::vbAbortRetryIgnore:
-        return CPrompt::vbAbort;
-    default:
-        return CPrompt::vbCancel;
-    }
-}
+// Offered to CPrompt::current() as soon as the library is loaded, so that every box of a widget application is a
+// dialog without the host installing anything.
+QtPrompt s_dialogs;
+const bool s_offered = (CPrompt::setDialogPrompt(&s_dialogs), true);
 
 } // namespace
-
-CPrompt::~CPrompt()
-{
-    if (s_current == this) {
-        s_current = nullptr;
-    }
-}
-
-CPrompt &CPrompt::current()
-{
-    if (s_current) {
-        return *s_current;
-    }
-    if (qobject_cast<QApplication *>(QCoreApplication::instance())) {
-        static QtPrompt dialogs;
-        return dialogs;
-    }
-    static ScriptedPrompt headless;
-    headless.setEcho(true);
-    return headless;
-}
-
-CPrompt *CPrompt::setCurrent(CPrompt *prompt)
-{
-    CPrompt *previous = s_current;
-    s_current = prompt;
-    return previous;
-}
-
-QString CPrompt::applicationTitle()
-{
-    if (qobject_cast<QGuiApplication *>(QCoreApplication::instance())) {
-        const QString display = QGuiApplication::applicationDisplayName();
-        if (!display.isEmpty()) {
-            return display;
-        }
-    }
-    return QCoreApplication::applicationName();
-}
-
-QString CPrompt::messageTitle()
-{
-    return u"Quillon软件提示您"_s;
-}
 
 int QtPrompt::MsgBox(const QString &text, int style, const QString &title)
 {
@@ -108,7 +45,7 @@ int QtPrompt::MsgBox(const QString &text, int style, const QString &title)
         QMessageBox::ButtonRole role;
     };
     QList<Choice> choices;
-    switch (buttonsOf(style)) {
+    switch (CPrompt::buttonsOf(style)) {
     case vbOKCancel:
         choices = {{vbOK, u"确定", QMessageBox::AcceptRole}, {vbCancel, u"取消", QMessageBox::RejectRole}};
         break;
@@ -142,7 +79,7 @@ int QtPrompt::MsgBox(const QString &text, int style, const QString &title)
     box.exec();
     const int clicked = int(buttons.indexOf(qobject_cast<QPushButton *>(box.clickedButton())));
     if (clicked < 0) {
-        return defaultAnswerFor(style);
+        return CPrompt::defaultAnswerFor(style);
     }
     return choices.at(clicked).answer;
 }
@@ -151,33 +88,4 @@ std::optional<QString> QtPrompt::InputBox(const QString &prompt, const QString &
 {
     frmInputItem dialog(QApplication::activeWindow());
     return dialog.ask(prompt, title, defaultText);
-}
-
-int ScriptedPrompt::MsgBox(const QString &text, int style, const QString &title)
-{
-    m_shown.append({text, style, title.isEmpty() ? applicationTitle() : title, false});
-    if (m_echo) {
-        std::fprintf(stderr, "%s\n", text.toLocal8Bit().constData());
-    }
-    if (!m_answers.empty()) {
-        const int answer = m_answers.front();
-        m_answers.pop_front();
-        return answer;
-    }
-    if (buttonsOf(style) == vbOKOnly) {
-        return vbOK;
-    }
-    return m_defaultAnswer.value_or(defaultAnswerFor(style));
-}
-
-std::optional<QString> ScriptedPrompt::InputBox(const QString &prompt, const QString &title, const QString &defaultText)
-{
-    Q_UNUSED(defaultText)
-    m_shown.append({prompt, 0, title.isEmpty() ? applicationTitle() : title, true});
-    if (m_inputs.empty()) {
-        return std::nullopt;
-    }
-    const std::optional<QString> text = m_inputs.front();
-    m_inputs.pop_front();
-    return text;
 }

@@ -1,5 +1,5 @@
-#ifndef QUILLON_MODULE1_H
-#define QUILLON_MODULE1_H
+#ifndef QUILLON_MODULE1CORE_H
+#define QUILLON_MODULE1CORE_H
 
 #include "quillon_export.h"
 
@@ -8,12 +8,10 @@
 #include <QStringView>
 #include <QVariant>
 
-class QLineEdit;
-class QWidget;
-
 /**
- * The small stateless helpers that every window and collection shares: the input box, the one error box, ini
- * access, number parsing and formatting. Boxes go through CPrompt::current().
+ * The widget-free helpers that every layer shares: the pending error and the one error box, the input box, ini
+ * access, number parsing and formatting. Boxes go through CPrompt::current(); nothing here touches a widget
+ * (the window helpers are in module1.h).
  */
 namespace Module1 {
 
@@ -56,21 +54,9 @@ QUILLON_EXPORT QString FormatAmount(const QVariant &value, bool blankIfZero, boo
 /// The rules of CheckNumberText without a widget: false with `message` set when the text is refused.
 QUILLON_EXPORT bool CheckNumberRules(const QString &text, const QString &fieldName, bool mustBeNonZero,
                                      QString &textOut, QVariant &valueOut, bool mustBeFilled, QString *message);
-/// Checks a numeric text box; a refused text shows the error box, focuses the box and gives false.
-QUILLON_EXPORT bool CheckNumberText(QLineEdit *box, const QString &fieldName, bool mustBeNonZero, QString &textOut,
-                                    QVariant &valueOut, bool mustBeFilled);
-
 /// The empty text when the value's leading number is zero, else the value as text.
 QUILLON_EXPORT QString ZeroToBlank(const QVariant &value);
 
-/// Focuses a text control (line edit, text edit, spin box, editable combo box) and selects its whole text.
-/// Anything else, or a control that cannot take the focus, is left as it is.
-QUILLON_EXPORT void SelectAllText(QWidget *control);
-/// Enter (13) moves the focus on as Tab would, through a posted Tab keystroke; other keys are left alone.
-QUILLON_EXPORT void EnterToTab(qint16 keyCode);
-/// The main window's print hook: takes the grid and the heading texts and prints nothing.
-QUILLON_EXPORT void PrintGrid(qint32 mode, QWidget *grid, const QString &title, qint32 options,
-                              const QStringList &headings);
 /// The library's version, as "major.minor.patch".
 QUILLON_EXPORT QString LibraryVersion();
 
