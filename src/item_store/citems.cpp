@@ -51,23 +51,42 @@ public:
         return nullptr;
     }
 
+    // The bookkeeping of the list and the look-ups, apart from the notices: the callers decide what listeners hear.
+    void link(qsizetype pos, CItemHook *hook)
+    {
+        if (isGoods() && pos > 0 && pos < list.size()) {
+            inversions -= outOfOrder(pos - 1, pos);
+        }
+        list.insert(pos, hook);
+        index.insert(hook);
+        if (isGoods()) {
+            inversions += outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
+        }
+    }
+
+    CItemHook *unlink(qsizetype pos)
+    {
+        if (isGoods()) {
+            inversions -= outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
+        }
+        CItemHook *hook = list.takeAt(pos);
+        if (isGoods()) {
+            inversions += outOfOrder(pos - 1, pos);
+        }
+        index.remove(hook);
+        return hook;
+    }
+
     void insertAt(qsizetype pos, const CItemPtr &item)
     {
         auto *hook = new CItemHook;
         hook->watcher = this;
         hook->item = item;
-        if (isGoods() && pos > 0 && pos < list.size()) {
-            inversions -= outOfOrder(pos - 1, pos);
-        }
         if (resetDepth == 0) {
             Q_EMIT q->ItemAboutToBeInserted(qint32(pos + 1));
         }
-        list.insert(pos, hook);
         attach(hook);
-        index.insert(hook);
-        if (isGoods()) {
-            inversions += outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
-        }
+        link(pos, hook);
         if (resetDepth == 0) {
             Q_EMIT q->ItemInserted(qint32(pos + 1));
         }
@@ -80,17 +99,10 @@ public:
         if (pos < 0 || pos >= list.size()) {
             return;
         }
-        if (isGoods()) {
-            inversions -= outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
-        }
         if (resetDepth == 0) {
             Q_EMIT q->ItemAboutToBeRemoved(qint32(pos + 1));
         }
-        CItemHook *hook = list.takeAt(pos);
-        if (isGoods()) {
-            inversions += outOfOrder(pos - 1, pos);
-        }
-        index.remove(hook);
+        CItemHook *hook = unlink(pos);
         detach(hook);
         delete hook;
         if (resetDepth == 0) {
