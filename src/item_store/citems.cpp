@@ -21,6 +21,8 @@
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -108,6 +110,41 @@ public:
         if (resetDepth == 0) {
             Q_EMIT q->ItemRemoved(qint32(pos + 1));
         }
+    }
+
+    // The hook stays and only changes its item and, when needed, its place: views then keep the row with its
+    // selection and current cell instead of losing it to a removal and an insertion.
+    void putBack(CItemHook *hook, const CItemPtr &item)
+    {
+        const qsizetype from = list.positionOf(hook);
+        if (hook->item != item) {
+            if (isGoods()) {
+                inversions -= outOfOrder(from - 1, from) + outOfOrder(from, from + 1);
+            }
+            index.remove(hook);
+            detach(hook);
+            const CItemPtr previous = std::exchange(hook->item, item);
+            attach(hook);
+            index.insert(hook);
+            if (isGoods()) {
+                inversions += outOfOrder(from - 1, from) + outOfOrder(from, from + 1);
+            }
+            if (resetDepth == 0) {
+                Q_EMIT q->ItemReplaced(qint32(from + 1), previous);
+            }
+        }
+        // The place is sought among the other items, as after taking the item out.
+        unlink(from);
+        const qsizetype to = orderedPosition(*item);
+        if (to == from || resetDepth > 0) {
+            link(to, hook);
+            return;
+        }
+        link(from, hook); // listeners are told while the list is still as it was
+        Q_EMIT q->ItemAboutToBeMoved(qint32(from + 1), qint32(to + 1));
+        unlink(from);
+        link(to, hook);
+        Q_EMIT q->ItemMoved(qint32(from + 1), qint32(to + 1));
     }
 
     void clear()
@@ -482,10 +519,11 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
             transaction.Commit();
         }
         d->refreshOne(id);
-        if (CItemHook *stale = d->index.findInt(ItemIndex::ID, id, d->list)) {
-            d->removeAt(d->list.positionOf(stale));
+        if (CItemHook *listed = d->index.findInt(ItemIndex::ID, id, d->list)) {
+            d->putBack(listed, item);
+        } else {
+            d->insertAt(d->orderedPosition(*item), item);
         }
-        d->insertAt(d->orderedPosition(*item), item);
         if (boundControl) {
             BindComboBox(boundControl);
             SearchIDInCombox(boundControl, id);
