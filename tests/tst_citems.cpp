@@ -323,6 +323,67 @@ private Q_SLOTS:
         QCOMPARE(numbers(*reloaded), numbers(*goods));
     }
 
+    void savingAListedItemMovesItInsteadOfReinserting()
+    {
+        ItemFixtures::insert(*m_db, {1, 4, u"A"_s, u"甲"_s});
+        ItemFixtures::insert(*m_db, {2, 4, u"C"_s, u"丙"_s});
+        ItemFixtures::insert(*m_db, {3, 4, u"E"_s, u"戊"_s});
+        auto goods = load(4);
+        QSignalSpy aboutToBeRemoved(goods.get(), &CItems::ItemAboutToBeRemoved);
+        QSignalSpy aboutToBeInserted(goods.get(), &CItems::ItemAboutToBeInserted);
+        QSignalSpy aboutToBeMoved(goods.get(), &CItems::ItemAboutToBeMoved);
+        QSignalSpy moved(goods.get(), &CItems::ItemMoved);
+        QSignalSpy replaced(goods.get(), &CItems::ItemReplaced);
+        QStringList seenBeforeMove;
+        connect(goods.get(), &CItems::ItemAboutToBeMoved, this,
+                [&](qint32 from, qint32) { seenBeforeMove = numbers(*goods) << goods->Item(from)->F_ItemName(); });
+
+        // A saved copy of a listed item takes its place; the number did not change, so neither does the place.
+        const CItemPtr previous = goods->Item(2);
+        const CItemPtr copy = CItem::create(*previous);
+        copy->setF_ItemName(u"丙二"_s);
+        QVERIFY(goods->SaveItem(copy));
+        QCOMPARE(goods->Item(2), copy);
+        QCOMPARE(goods->Count(), 3);
+        QCOMPARE(replaced.count(), 1);
+        QCOMPARE(replaced.at(0).at(0).toInt(), 2);
+        QCOMPARE(replaced.at(0).at(1).value<CItemPtr>(), previous);
+        QCOMPARE(aboutToBeMoved.count(), 0);
+
+        // A new number moves it, announced while the list is still as it was.
+        copy->setF_ItemNo(u"F"_s);
+        QVERIFY(goods->SaveItem(copy));
+        QCOMPARE(numbers(*goods), (QStringList {u"A"_s, u"E"_s, u"F"_s}));
+        QCOMPARE(goods->Item(3), copy);
+        QCOMPARE(aboutToBeMoved.count(), 1);
+        QCOMPARE(aboutToBeMoved.at(0), (QList<QVariant> {2, 3}));
+        QCOMPARE(moved.at(0), (QList<QVariant> {2, 3}));
+        QCOMPARE(seenBeforeMove, (QStringList {u"A"_s, u"F"_s, u"E"_s, u"丙二"_s}));
+        QCOMPARE(replaced.count(), 1);
+        QCOMPARE(goods->GetItemByItemNo(u"F"_s), copy);
+        QCOMPARE(goods->SearchItemByID(2), copy);
+
+        goods->Item(1)->setF_ItemNo(u"G"_s);
+        QVERIFY(goods->SaveItem(goods->Item(1)));
+        QCOMPARE(numbers(*goods), (QStringList {u"E"_s, u"F"_s, u"G"_s}));
+        QCOMPARE(aboutToBeMoved.at(1), (QList<QVariant> {1, 3}));
+        QCOMPARE(aboutToBeRemoved.count(), 0);
+        QCOMPARE(aboutToBeInserted.count(), 0);
+        QCOMPARE(numbers(*load(4)), numbers(*goods));
+
+        // Other kinds go to the end on every save; the last one stays where it is.
+        ItemFixtures::insert(*m_db, {11, 2, u"1"_s, u"个"_s});
+        ItemFixtures::insert(*m_db, {12, 2, u"2"_s, u"箱"_s});
+        auto units = load(2);
+        QSignalSpy unitMoved(units.get(), &CItems::ItemMoved);
+        QVERIFY(units->SaveItem(units->Item(1)));
+        QCOMPARE(unitMoved.count(), 1);
+        QCOMPARE(unitMoved.at(0), (QList<QVariant> {1, 2}));
+        QCOMPARE(units->Item(2)->F_ItemName(), u"个"_s);
+        QVERIFY(units->SaveItem(units->Item(2)));
+        QCOMPARE(unitMoved.count(), 1);
+    }
+
     void orderedInsertsAcrossChunksAndRelabelling()
     {
         // Saving goods numbered downwards puts each one at the front: the list splits its chunks and runs out of

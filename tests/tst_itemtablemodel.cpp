@@ -8,6 +8,7 @@
 #include "testdatabase.h"
 
 #include <QAbstractItemModelTester>
+#include <QItemSelectionModel>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -110,6 +111,85 @@ private Q_SLOTS:
         QCOMPARE(saved->F_PackageAmount(), 24.0f);
     }
 
+    void savingInPlaceDoesNotReinsertTheRow()
+    {
+        const int column = m_model->columnOf(ItemTableModel::ItemName);
+        QItemSelectionModel selection(m_model.get());
+        selection.setCurrentIndex(m_model->index(1, column),
+                                  QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+        const QPersistentModelIndex held(m_model->index(1, column));
+        QVERIFY(edit(1, ItemTableModel::ItemName, u"雪碧 330ml"_s));
+
+        QSignalSpy removed(m_model.get(), &QAbstractItemModel::rowsRemoved);
+        QSignalSpy inserted(m_model.get(), &QAbstractItemModel::rowsInserted);
+        QSignalSpy moved(m_model.get(), &QAbstractItemModel::rowsMoved);
+        QSignalSpy changed(m_model.get(), &QAbstractItemModel::dataChanged);
+        QVERIFY(m_model->SaveChanges());
+
+        QCOMPARE(removed.count(), 0);
+        QCOMPARE(inserted.count(), 0);
+        QCOMPARE(moved.count(), 0);
+        QVERIFY(held.isValid());
+        QCOMPARE(held.row(), 1);
+        QCOMPARE(held.data().toString(), u"雪碧 330ml"_s);
+        QCOMPARE(selection.currentIndex(), m_model->index(1, column));
+        QVERIFY(selection.isRowSelected(1));
+        // One notice for the saved row, sent once it no longer shows as pending.
+        QCOMPARE(changed.count(), 1);
+        QCOMPARE(changed.at(0).at(0).toModelIndex(), m_model->index(1, 0));
+        QCOMPARE(changed.at(0).at(1).toModelIndex(), m_model->index(1, m_model->columnCount() - 1));
+        QVERIFY(!m_model->index(1, 0).data(Qt::BackgroundRole).isValid());
+    }
+
+    void savingANewNumberMovesTheRowInsteadOfReinserting()
+    {
+        const int column = m_model->columnOf(ItemTableModel::ItemNo);
+        QItemSelectionModel selection(m_model.get());
+        selection.setCurrentIndex(m_model->index(0, column),
+                                  QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+        const QPersistentModelIndex first(m_model->index(0, column));
+        const QPersistentModelIndex second(m_model->index(1, column));
+        QVERIFY(edit(0, ItemTableModel::ItemNo, u"G004"_s));
+
+        QSignalSpy removed(m_model.get(), &QAbstractItemModel::rowsRemoved);
+        QSignalSpy inserted(m_model.get(), &QAbstractItemModel::rowsInserted);
+        QSignalSpy moved(m_model.get(), &QAbstractItemModel::rowsMoved);
+        QVERIFY(m_model->SaveChanges());
+
+        QCOMPARE(removed.count(), 0);
+        QCOMPARE(inserted.count(), 0);
+        QCOMPARE(moved.count(), 1);
+        QCOMPARE(moved.at(0).at(1).toInt(), 0);
+        QCOMPARE(moved.at(0).at(2).toInt(), 0);
+        QCOMPARE(moved.at(0).at(4).toInt(), 2);
+        QCOMPARE(cell(0, ItemTableModel::ItemNo), u"G003"_s);
+        QCOMPARE(cell(1, ItemTableModel::ItemNo), u"G004"_s);
+        QCOMPARE(cell(2, ItemTableModel::ItemNo), u"G005"_s);
+        QCOMPARE(first.row(), 1);
+        QCOMPARE(first.data().toString(), u"G004"_s);
+        QCOMPARE(second.row(), 0);
+        QCOMPARE(selection.currentIndex(), m_model->index(1, column));
+        QVERIFY(selection.isRowSelected(1));
+        QVERIFY(!selection.isRowSelected(0));
+
+        // And towards the front: the last goods renumbered to come first.
+        const QPersistentModelIndex last(m_model->index(2, column));
+        QVERIFY(edit(2, ItemTableModel::ItemNo, u"G000"_s));
+        QVERIFY(m_model->SaveChanges());
+        QCOMPARE(removed.count(), 0);
+        QCOMPARE(inserted.count(), 0);
+        QCOMPARE(moved.count(), 2);
+        QCOMPARE(moved.at(1).at(1).toInt(), 2);
+        QCOMPARE(moved.at(1).at(4).toInt(), 0);
+        QCOMPARE(last.row(), 0);
+        QCOMPARE(last.data().toString(), u"G000"_s);
+        QCOMPARE(first.row(), 2);
+        QCOMPARE(selection.currentIndex(), m_model->index(2, column));
+        const CItemPtr saved = stored(u"G000"_s);
+        QVERIFY(saved);
+        QCOMPARE(saved->F_ItemName(), u"芬达"_s);
+    }
+
     void badNumbersAreRefusedWithTheFieldName()
     {
         QSignalSpy rejected(m_model.get(), &ItemTableModel::editRejected);
@@ -186,10 +266,14 @@ private Q_SLOTS:
         QVERIFY(!m_model->isModified());
 
         QSignalSpy changed(m_model.get(), &QAbstractItemModel::dataChanged);
+        QSignalSpy removed(m_model.get(), &QAbstractItemModel::rowsRemoved);
+        const QPersistentModelIndex held(m_model->index(1, 0));
         m_db->Execute(u"Update T_Item Set F_ItemName='新名' Where F_ID=2"_s);
         m_goods->Refresh(2);
         QCOMPARE(changed.count(), 1);
         QCOMPARE(changed.at(0).at(0).toModelIndex().row(), 1);
+        QCOMPARE(removed.count(), 0);
+        QCOMPARE(held.row(), 1);
         QCOMPARE(cell(1, ItemTableModel::ItemName), u"新名"_s);
 
         QSignalSpy reset(m_model.get(), &QAbstractItemModel::modelReset);

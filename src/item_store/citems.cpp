@@ -13,6 +13,8 @@
 
 #include <QSqlQuery>
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -48,23 +50,42 @@ public:
         return nullptr;
     }
 
+    // The bookkeeping of the list and the look-ups, apart from the notices: the callers decide what listeners hear.
+    void link(qsizetype pos, CItemHook *hook)
+    {
+        if (isGoods() && pos > 0 && pos < list.size()) {
+            inversions -= outOfOrder(pos - 1, pos);
+        }
+        list.insert(pos, hook);
+        index.insert(hook);
+        if (isGoods()) {
+            inversions += outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
+        }
+    }
+
+    CItemHook *unlink(qsizetype pos)
+    {
+        if (isGoods()) {
+            inversions -= outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
+        }
+        CItemHook *hook = list.takeAt(pos);
+        if (isGoods()) {
+            inversions += outOfOrder(pos - 1, pos);
+        }
+        index.remove(hook);
+        return hook;
+    }
+
     void insertAt(qsizetype pos, const CItemPtr &item)
     {
         auto *hook = new CItemHook;
         hook->watcher = this;
         hook->item = item;
-        if (isGoods() && pos > 0 && pos < list.size()) {
-            inversions -= outOfOrder(pos - 1, pos);
-        }
         if (resetDepth == 0) {
             Q_EMIT q->ItemAboutToBeInserted(qint32(pos + 1));
         }
-        list.insert(pos, hook);
         attach(hook);
-        index.insert(hook);
-        if (isGoods()) {
-            inversions += outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
-        }
+        link(pos, hook);
         if (resetDepth == 0) {
             Q_EMIT q->ItemInserted(qint32(pos + 1));
         }
@@ -77,22 +98,50 @@ public:
         if (pos < 0 || pos >= list.size()) {
             return;
         }
-        if (isGoods()) {
-            inversions -= outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
-        }
         if (resetDepth == 0) {
             Q_EMIT q->ItemAboutToBeRemoved(qint32(pos + 1));
         }
-        CItemHook *hook = list.takeAt(pos);
-        if (isGoods()) {
-            inversions += outOfOrder(pos - 1, pos);
-        }
-        index.remove(hook);
+        CItemHook *hook = unlink(pos);
         detach(hook);
         delete hook;
         if (resetDepth == 0) {
             Q_EMIT q->ItemRemoved(qint32(pos + 1));
         }
+    }
+
+    // The hook stays and only changes its item and, when needed, its place: views then keep the row with its
+    // selection and current cell instead of losing it to a removal and an insertion.
+    void putBack(CItemHook *hook, const CItemPtr &item)
+    {
+        const qsizetype from = list.positionOf(hook);
+        if (hook->item != item) {
+            if (isGoods()) {
+                inversions -= outOfOrder(from - 1, from) + outOfOrder(from, from + 1);
+            }
+            index.remove(hook);
+            detach(hook);
+            const CItemPtr previous = std::exchange(hook->item, item);
+            attach(hook);
+            index.insert(hook);
+            if (isGoods()) {
+                inversions += outOfOrder(from - 1, from) + outOfOrder(from, from + 1);
+            }
+            if (resetDepth == 0) {
+                Q_EMIT q->ItemReplaced(qint32(from + 1), previous);
+            }
+        }
+        // The place is sought among the other items, as after taking the item out.
+        unlink(from);
+        const qsizetype to = orderedPosition(*item);
+        if (to == from || resetDepth > 0) {
+            link(to, hook);
+            return;
+        }
+        link(from, hook); // listeners are told while the list is still as it was
+        Q_EMIT q->ItemAboutToBeMoved(qint32(from + 1), qint32(to + 1));
+        unlink(from);
+        link(to, hook);
+        Q_EMIT q->ItemMoved(qint32(from + 1), qint32(to + 1));
     }
 
     void clear()
@@ -467,10 +516,11 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
             transaction.Commit();
         }
         d->refreshOne(id);
-        if (CItemHook *stale = d->index.findInt(ItemIndex::ID, id, d->list)) {
-            d->removeAt(d->list.positionOf(stale));
+        if (CItemHook *listed = d->index.findInt(ItemIndex::ID, id, d->list)) {
+            d->putBack(listed, item);
+        } else {
+            d->insertAt(d->orderedPosition(*item), item);
         }
-        d->insertAt(d->orderedPosition(*item), item);
         if (boundControl && s_boundControlRefresh) {
             s_boundControlRefresh(*this, boundControl, id);
         }

@@ -162,6 +162,11 @@ Q_SIGNALS:
     void ItemInserted(qint32 position);
     void ItemAboutToBeRemoved(qint32 position);
     void ItemRemoved(qint32 position);
+    /// A saved item changes its place: it leaves `from` and ends up at `to` (its position once moved).
+    void ItemAboutToBeMoved(qint32 from, qint32 to);
+    void ItemMoved(qint32 from, qint32 to);
+    /// The item saved over a listed one (a copy with the same F_ID) took its place; `previous` left the list.
+    void ItemReplaced(qint32 position, const CItemPtr &previous);
     void ListAboutToBeReset();
     void ListReset();
 

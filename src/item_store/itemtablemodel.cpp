@@ -248,6 +248,17 @@ void ItemTableModel::connectItems()
         endRemoveRows();
         setModifiedState();
     });
+    connect(m_items, &CItems::ItemAboutToBeMoved, this, [this](qint32 from, qint32 to) {
+        // Qt counts the destination before the move: below the row it is one past the row's final place.
+        beginMoveRows(QModelIndex(), from - 1, from - 1, QModelIndex(), to > from ? to : to - 1);
+    });
+    connect(m_items, &CItems::ItemMoved, this, [this](qint32, qint32) { endMoveRows(); });
+    connect(m_items, &CItems::ItemReplaced, this, [this](qint32 position, const CItemPtr &previous) {
+        // An edit pending for the replaced item is either what was just saved or out of date.
+        m_edited.erase(previous.get());
+        refreshItem(m_items->Item(position).get());
+        setModifiedState();
+    });
     connect(m_items, &CItems::ListAboutToBeReset, this, [this]() {
         beginResetModel();
         m_edited.clear();
@@ -665,6 +676,10 @@ void ItemTableModel::discardChanges()
 
 void ItemTableModel::refreshItem(const CItem *item)
 {
+    if (m_edited.count(item)) {
+        // The row shows the pending edit, not the item under it; it changes when the edit is saved or dropped.
+        return;
+    }
     const int row = rowOf(item);
     if (row >= 0 && columnCount() > 0) {
         Q_EMIT dataChanged(index(row, 0), index(row, columnCount() - 1));

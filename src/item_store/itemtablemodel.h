@@ -17,7 +17,7 @@ class CItems;
 /**
  * A table over an items collection, one row per item in list order, read straight from the items (nothing is
  * copied), followed by the new rows not yet saved. Edits are kept aside until SaveChanges writes them through the
- * collection; the collection's own changes reach the view as exact row insertions, removals and dataChanged.
+ * collection; the collection's own changes reach the view as exact row insertions, removals, moves and dataChanged.
  *
  * Not sortable or filterable; the unit and type columns show the names joined in by the facade and are read-only.
  */
@@ -117,7 +117,7 @@ public:
     /// collection has reported); the rows not saved keep their edits. Returns true when everything was saved.
     bool SaveChanges();
     void discardChanges();
-    /// Tells the views that the item's row shows new values.
+    /// Tells the views that the item's row shows new values (not while the row shows a pending edit of it).
     void refreshItem(const CItem *item);
 
 Q_SIGNALS:
