@@ -7,6 +7,8 @@
 #include <QRandomGenerator>
 #include <QSqlQuery>
 
+#include <cstdio>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -158,5 +160,28 @@ double BenchData::prepare(CConnection &db, qint64 total, bool reuse)
     if (db.engine() == CConnection::Engine::PostgreSQL) {
         db.Execute(u"ANALYZE"_s);
     }
-    return double(timer.nsecsElapsed()) / 1e9;
+    return BenchSupport::seconds(timer);
+}
+
+BenchSupport::Options BenchData::Store::options(const char *usage)
+{
+    BenchSupport::Options options(usage);
+    options.value(u"--items"_s, total).value(u"--db"_s, url).flag(u"--reuse"_s, reuse);
+    return options;
+}
+
+std::shared_ptr<CConnection> BenchData::Store::open()
+{
+    const QString where = url.isEmpty() ? BenchSupport::sqliteUrl(m_scratch, u"bench.db"_s) : url;
+    QString error;
+    auto db = CConnection::Open(where, &error);
+    if (!db) {
+        std::fprintf(stderr, "%s\n", qPrintable(error));
+        return db;
+    }
+    std::printf("database: %s\n", qPrintable(where));
+    if (const double generated = prepare(*db, total, reuse); generated > 0) {
+        std::printf("generated %lld items in %.1f s\n", total, generated);
+    }
+    return db;
 }

@@ -3,7 +3,12 @@
 
 // Generated master data for the benchmark programs.
 
-#include <QtGlobal>
+#include "benchsupport.h"
+
+#include <QString>
+#include <QTemporaryDir>
+
+#include <memory>
 
 class CConnection;
 
@@ -16,6 +21,27 @@ qint64 countItems(CConnection &db);
 /// (it may have lost the few hundred goods that runs delete); otherwise the master tables are made anew. Returns
 /// the seconds spent generating (0 when reused).
 double prepare(CConnection &db, qint64 total, bool reuse);
+
+/**
+ * The generated store a benchmark runs on, as its command line names it: --items N (a million unless given),
+ * --db URL (an SQLite file in a temporary folder unless given) and --reuse (see prepare()).
+ */
+class Store
+{
+public:
+    qint64 total = 1000000;
+    QString url;
+    bool reuse = false;
+
+    /// The command line with the store's options; the program adds its own.
+    BenchSupport::Options options(const char *usage);
+    /// Opens the database and prints which; then prepares it, printing how long generating took. Null, with the
+    /// reason printed, when it does not open.
+    std::shared_ptr<CConnection> open();
+
+private:
+    QTemporaryDir m_scratch;
+};
 
 } // namespace BenchData
 

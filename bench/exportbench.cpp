@@ -4,7 +4,6 @@
 //   quillon-bench-export [--rows N] [--cols N]
 #include "benchsupport.h"
 #include "cbus.h"
-#include "prompt.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -18,6 +17,7 @@
 #include <cstdio>
 
 using namespace Qt::StringLiterals;
+using BenchSupport::seconds;
 
 // A grid whose cells are made up on request (a few Chinese names, numbers and prices), so neither writer pays
 // for storing them.
@@ -69,11 +69,6 @@ long peakKilobytes()
     return usage.ru_maxrss;
 }
 
-double seconds(const QElapsedTimer &t)
-{
-    return double(t.nsecsElapsed()) / 1e9;
-}
-
 double exportOurs(const QString &file, qint32 rows, qint32 cols)
 {
     GeneratedGrid grid(rows, cols);
@@ -115,24 +110,16 @@ double exportLibxlsxwriter(const QString &file, qint32 rows, qint32 cols)
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    ScriptedPrompt prompt;
-    prompt.setEcho(true);
-    prompt.setDefaultAnswer(CPrompt::vbCancel);
-    CPrompt::setCurrent(&prompt);
+    BenchSupport::Console console;
+    console.prompt.setDefaultAnswer(CPrompt::vbCancel);
 
     qint32 rows = 100000;
     qint32 cols = 10;
-    const QStringList args = QCoreApplication::arguments();
-    for (qsizetype i = 1; i < args.size(); ++i) {
-        if (args[i] == u"--rows"_s && i + 1 < args.size()) {
-            rows = args[++i].toInt();
-        } else if (args[i] == u"--cols"_s && i + 1 < args.size()) {
-            cols = args[++i].toInt();
-        } else {
-            std::fprintf(stderr, "usage: quillon-bench-export [--rows N] [--cols N]\n");
-            return 2;
-        }
+    if (!BenchSupport::Options("quillon-bench-export [--rows N] [--cols N]")
+             .value(u"--rows"_s, rows)
+             .value(u"--cols"_s, cols)
+             .parse()) {
+        return 2;
     }
     QTemporaryDir dir;
 

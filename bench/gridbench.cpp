@@ -4,45 +4,29 @@
 //   quillon-bench-grid [--rows N]
 #include "benchsupport.h"
 #include "cconnection.h"
-#include "prompt.h"
 #include "vekgrid.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QSqlQuery>
 #include <QTemporaryDir>
-
-#include <malloc.h>
 
 #include <cstdio>
 
 using namespace Qt::StringLiterals;
-
-namespace { } // namespace
+using BenchSupport::seconds;
 
 int main(int argc, char *argv[])
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    }
+    BenchSupport::preferOffscreen();
     QApplication app(argc, argv);
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    ScriptedPrompt prompt;
-    prompt.setEcho(true);
-    CPrompt::setCurrent(&prompt);
+    BenchSupport::Console console;
     int rows = 1000000;
-    const QStringList args = QCoreApplication::arguments();
-    for (qsizetype i = 1; i < args.size(); ++i) {
-        if (args[i] == u"--rows"_s && i + 1 < args.size()) {
-            rows = args[++i].toInt();
-        } else {
-            std::fprintf(stderr, "usage: quillon-bench-grid [--rows N]\n");
-            return 2;
-        }
+    if (!BenchSupport::Options("quillon-bench-grid [--rows N]").value(u"--rows"_s, rows).parse()) {
+        return 2;
     }
     QTemporaryDir dir;
-    auto db = CConnection::Open(u"sqlite://"_s + dir.path() + u"/grid.db"_s);
+    auto db = CConnection::Open(BenchSupport::sqliteUrl(dir, u"grid.db"_s));
     db->Execute(u"CREATE TABLE g (c0 TEXT, c1 TEXT, c2 TEXT, c3 TEXT, c4 TEXT, c5 TEXT, c6 TEXT, c7 TEXT, c8 TEXT, "
                 "c9 TEXT)"_s);
     {
@@ -69,18 +53,17 @@ int main(int argc, char *argv[])
             }
         }
     }
-    const double bare = double(timer.nsecsElapsed()) / 1e9;
+    const double bare = seconds(timer);
 
     VekGrid grid;
-    malloc_trim(0);
-    const qint64 before = BenchSupport::residentBytes();
+    const qint64 before = BenchSupport::trimmedResidentBytes();
     QSqlQuery query = db->Select(sql);
     QString format;
     timer.restart();
     if (!grid.FillByRecordSet(query, format)) {
         return 1;
     }
-    const double fill = double(timer.nsecsElapsed()) / 1e9;
+    const double fill = seconds(timer);
     const qint64 after = BenchSupport::residentBytes();
     const double cells = double(rows) * 10.0;
     std::printf("bare scan: %d rows in %.2f s (%lld characters)\n", rows, bare, chars);

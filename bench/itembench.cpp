@@ -10,27 +10,18 @@
 #include "cconnection.h"
 #include "citems.h"
 #include "keyid.h"
-#include "prompt.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QRandomGenerator>
 #include <QSqlQuery>
-#include <QTemporaryDir>
-
-#include <malloc.h>
 
 #include <cstdio>
 
 using namespace Qt::StringLiterals;
+using BenchSupport::seconds;
 
 namespace {
-
-double seconds(const QElapsedTimer &t)
-{
-    return double(t.nsecsElapsed()) / 1e9;
-}
 
 // The floor: the same rows through the same statements, every column read, nothing kept.
 double bareScan(CConnection &db)
@@ -51,9 +42,20 @@ double bareScan(CConnection &db)
     return seconds(timer);
 }
 
-template<typename Indexed, typename Linear>
-void lookups(const char *name, const CItems &goods, Indexed indexed, Linear linear)
+template<typename Find, typename Key>
+void lookups(const char *name, const CItems &goods, Find find, Key key)
 {
+    auto indexed = [&](const CItem &probe) {
+        return find(key(probe));
+    };
+    auto linear = [&](const CItem &probe) {
+        for (const CItemPtr &item : goods) {
+            if (key(*item) == key(probe)) {
+                return true;
+            }
+        }
+        return false;
+    };
     QRandomGenerator rng(7);
     const qint32 n = goods.Count();
     std::vector<CItemPtr> probes;
@@ -89,50 +91,23 @@ void lookups(const char *name, const CItems &goods, Indexed indexed, Linear line
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    ScriptedPrompt prompt;
-    prompt.setEcho(true);
-    prompt.setDefaultAnswer(CPrompt::vbYes);
-    CPrompt::setCurrent(&prompt);
+    BenchSupport::Console console;
+    console.prompt.setDefaultAnswer(CPrompt::vbYes);
 
-    qint64 total = 1000000;
-    QString url;
-    bool reuse = false;
+    BenchData::Store store;
     bool loadOnly = false;
-    const QStringList args = QCoreApplication::arguments();
-    for (qsizetype i = 1; i < args.size(); ++i) {
-        if (args[i] == u"--items"_s && i + 1 < args.size()) {
-            total = args[++i].toLongLong();
-        } else if (args[i] == u"--db"_s && i + 1 < args.size()) {
-            url = args[++i];
-        } else if (args[i] == u"--reuse"_s) {
-            reuse = true;
-        } else if (args[i] == u"--load-only"_s) {
-            loadOnly = true;
-        } else {
-            std::fprintf(stderr, "usage: quillon-bench-items [--items N] [--db URL] [--reuse] [--load-only]\n");
-            return 2;
-        }
+    if (!store.options("quillon-bench-items [--items N] [--db URL] [--reuse] [--load-only]")
+             .flag(u"--load-only"_s, loadOnly)
+             .parse()) {
+        return 2;
     }
-    QTemporaryDir dir;
-    if (url.isEmpty()) {
-        url = u"sqlite://"_s + dir.path() + u"/bench.db"_s;
-    }
-    QString error;
-    auto db = CConnection::Open(url, &error);
+    auto db = store.open();
     if (!db) {
-        std::fprintf(stderr, "%s\n", qPrintable(error));
         return 1;
     }
-    std::printf("database: %s\n", qPrintable(url));
 
     QElapsedTimer timer;
-    if (const double generated = BenchData::prepare(*db, total, reuse); generated > 0) {
-        std::printf("generated %lld items in %.1f s\n", total, generated);
-    }
-
-    malloc_trim(0);
-    const qint64 before = BenchSupport::residentBytes();
+    const qint64 before = BenchSupport::trimmedResidentBytes();
     CBus bus;
     timer.restart();
     bus.InitAllData(db);
@@ -155,25 +130,11 @@ int main(int argc, char *argv[])
 
     const CItems &goods = *bus.mAllGoods();
     lookups(
-        "GetItemByID", goods, [&](const CItem &probe) { return goods.SearchItemByID(probe.F_ID()); },
-        [&](const CItem &probe) {
-            for (const CItemPtr &item : goods) {
-                if (item->F_ID() == probe.F_ID()) {
-                    return true;
-                }
-            }
-            return false;
-        });
+        "GetItemByID", goods, [&](qint32 id) { return goods.SearchItemByID(id); },
+        [](const CItem &item) { return item.F_ID(); });
     lookups(
-        "GetItemByItemNo", goods, [&](const CItem &probe) { return goods.GetItemByItemNo(probe.F_ItemNo()); },
-        [&](const CItem &probe) {
-            for (const CItemPtr &item : goods) {
-                if (item->F_ItemNo() == probe.F_ItemNo()) {
-                    return true;
-                }
-            }
-            return false;
-        });
+        "GetItemByItemNo", goods, [&](const QString &no) { return goods.GetItemByItemNo(no); },
+        [](const CItem &item) -> const QString & { return item.F_ItemNo(); });
 
     CItems &allGoods = *bus.mAllGoods();
     QRandomGenerator rng(11);
@@ -183,7 +144,7 @@ int main(int argc, char *argv[])
     for (int i = 0; i < kSaves; ++i) {
         auto item = std::make_shared<CItem>();
         item->setF_ItemTypeID(4);
-        item->setF_ItemNo(u"SP"_s + QString::number(rng.bounded(int(total))).rightJustified(7, u'0') + u"N"_s);
+        item->setF_ItemNo(u"SP"_s + QString::number(rng.bounded(int(store.total))).rightJustified(7, u'0') + u"N"_s);
         item->setF_ItemName(u"新商品"_s + QString::number(i));
         item->setF_Tag1(1);
         if (!allGoods.SaveItem(item)) {

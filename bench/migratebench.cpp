@@ -5,11 +5,11 @@
 // The PostgreSQL database named by --to is emptied of the master tables first. A throw-away server:
 // tools/pg-test-server start DIR (the URL is then in DIR/url).
 #include "benchdata.h"
+#include "benchsupport.h"
 #include "cbus.h"
 #include "cconnection.h"
 #include "citems.h"
 #include "keyid.h"
-#include "prompt.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -20,42 +20,24 @@
 #include <cstdio>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-double seconds(const QElapsedTimer &t)
-{
-    return double(t.nsecsElapsed()) / 1e9;
-}
-
-} // namespace
+using BenchSupport::seconds;
 
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    ScriptedPrompt prompt;
-    prompt.setEcho(true);
-    CPrompt::setCurrent(&prompt);
+    BenchSupport::Console console;
 
     qint64 items = 1000000;
     int goodsCount = 100000;
     int clientCount = 100;
     QString to;
-    const QStringList args = QCoreApplication::arguments();
-    for (qsizetype i = 1; i < args.size(); ++i) {
-        if (args[i] == u"--items"_s && i + 1 < args.size()) {
-            items = args[++i].toLongLong();
-        } else if (args[i] == u"--goods"_s && i + 1 < args.size()) {
-            goodsCount = args[++i].toInt();
-        } else if (args[i] == u"--clients"_s && i + 1 < args.size()) {
-            clientCount = args[++i].toInt();
-        } else if (args[i] == u"--to"_s && i + 1 < args.size()) {
-            to = args[++i];
-        } else {
-            std::fprintf(stderr, "usage: quillon-bench-migrate --to URL [--items N] [--goods N] [--clients N]\n");
-            return 2;
-        }
+    if (!BenchSupport::Options("quillon-bench-migrate --to URL [--items N] [--goods N] [--clients N]")
+             .value(u"--items"_s, items)
+             .value(u"--goods"_s, goodsCount)
+             .value(u"--clients"_s, clientCount)
+             .value(u"--to"_s, to)
+             .parse()) {
+        return 2;
     }
     if (!to.startsWith(u"postgresql:"_s)) {
         std::fprintf(stderr, "--to needs a PostgreSQL URL (tools/pg-test-server start DIR writes one to DIR/url)\n");
@@ -63,7 +45,7 @@ int main(int argc, char *argv[])
     }
     QTemporaryDir dir;
     QString error;
-    auto source = CConnection::Open(u"sqlite://"_s + dir.path() + u"/source.db"_s, &error);
+    auto source = CConnection::Open(BenchSupport::sqliteUrl(dir, u"source.db"_s), &error);
     auto target = CConnection::Open(to, &error);
     if (!source || !target) {
         std::fprintf(stderr, "%s\n", qPrintable(error));
@@ -87,7 +69,7 @@ int main(int argc, char *argv[])
                 moved.rows.value(0).second, moveSeconds, double(moved.rows.value(0).second) / moveSeconds);
 
     // Prices: a client-type price for every goods and a client price for every tenth, on a fresh SQLite store.
-    auto shop = CConnection::Open(u"sqlite://"_s + dir.path() + u"/prices.db"_s, &error);
+    auto shop = CConnection::Open(BenchSupport::sqliteUrl(dir, u"prices.db"_s), &error);
     shop->EnsureSchema();
     {
         CTransaction transaction(*shop);

@@ -1,6 +1,7 @@
 // How long the pickers take to narrow 100,000 goods for one keystroke of a mnemonic code.
 //
 //   quillon-bench-picker [--goods N]
+#include "benchsupport.h"
 #include "citems.h"
 #include "cspell.h"
 #include "itemlistmodel.h"
@@ -18,14 +19,8 @@ int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
     int count = 100000;
-    const QStringList args = QCoreApplication::arguments();
-    for (qsizetype i = 1; i < args.size(); ++i) {
-        if (args[i] == u"--goods"_s && i + 1 < args.size()) {
-            count = args[++i].toInt();
-        } else {
-            std::fprintf(stderr, "usage: quillon-bench-picker [--goods N]\n");
-            return 2;
-        }
+    if (!BenchSupport::Options("quillon-bench-picker [--goods N]").value(u"--goods"_s, count).parse()) {
+        return 2;
     }
     static const char16_t kHanzi[] =
         u"华东北南西中国上海市京天津广州深圳成都重庆武汉杭苏宁波青岛大连厦门长沙郑州济西安"
@@ -57,7 +52,7 @@ int main(int argc, char *argv[])
             for (const CItemPtr &item : goods) {
                 found += ItemListModel::matches(*item, typed, true) ? 1 : 0;
             }
-            best = std::min(best, double(timer.nsecsElapsed()) / 1e6);
+            best = std::min(best, BenchSupport::milliseconds(timer));
         }
         std::printf("filter by \"%s\": %.1f ms, %d found (goal: under 50 ms)\n", qPrintable(typed), best, found);
     }

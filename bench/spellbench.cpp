@@ -3,6 +3,7 @@
 // first-level text also goes through pinyin-pro under Node.js, and the ratio is printed.
 //
 //   quillon-bench-spell [--peer DIR]
+#include "benchsupport.h"
 #include "cspell.h"
 
 #include <QCoreApplication>
@@ -69,8 +70,7 @@ double measure(const QString &text, int rounds)
     for (int i = 0; i < rounds; ++i) {
         sink += CSpell::py(text).size();
     }
-    const double seconds = double(timer.nsecsElapsed()) / 1e9;
-    return double(sink) / seconds;
+    return double(sink) / BenchSupport::seconds(timer);
 }
 
 } // namespace
@@ -78,16 +78,10 @@ double measure(const QString &text, int rounds)
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    BenchSupport::Console console;
     QString peer;
-    const QStringList args = QCoreApplication::arguments();
-    for (qsizetype i = 1; i < args.size(); ++i) {
-        if (args[i] == u"--peer"_s && i + 1 < args.size()) {
-            peer = args[++i];
-        } else {
-            std::fprintf(stderr, "usage: quillon-bench-spell [--peer DIR]\n");
-            return 2;
-        }
+    if (!BenchSupport::Options("quillon-bench-spell [--peer DIR]").value(u"--peer"_s, peer).parse()) {
+        return 2;
     }
     const QString level1 = firstLevelText();
     const QString mixed = mixedText();

@@ -12,79 +12,39 @@
 #include "frmmain.h"
 #include "frmsearch.h"
 #include "itemgrid.h"
-#include "prompt.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QLineEdit>
 #include <QRandomGenerator>
 #include <QScrollBar>
-#include <QSqlQuery>
-#include <QTemporaryDir>
-
-#include <malloc.h>
 
 #include <algorithm>
 #include <cstdio>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-double ms(const QElapsedTimer &t)
-{
-    return double(t.nsecsElapsed()) / 1e6;
-}
-
-} // namespace
+using BenchSupport::milliseconds;
 
 int main(int argc, char *argv[])
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    }
+    BenchSupport::preferOffscreen();
     QApplication app(argc, argv);
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    ScriptedPrompt prompt;
-    prompt.setEcho(true);
-    CPrompt::setCurrent(&prompt);
+    BenchSupport::Console console;
 
-    qint64 total = 1000000;
-    QString url;
-    bool reuse = false;
-    const QStringList args = QCoreApplication::arguments();
-    for (qsizetype i = 1; i < args.size(); ++i) {
-        if (args[i] == u"--items"_s && i + 1 < args.size()) {
-            total = args[++i].toLongLong();
-        } else if (args[i] == u"--db"_s && i + 1 < args.size()) {
-            url = args[++i];
-        } else if (args[i] == u"--reuse"_s) {
-            reuse = true;
-        } else {
-            std::fprintf(stderr, "usage: quillon-bench-window [--items N] [--db URL] [--reuse]\n");
-            return 2;
-        }
+    BenchData::Store store;
+    if (!store.options("quillon-bench-window [--items N] [--db URL] [--reuse]").parse()) {
+        return 2;
     }
-    QTemporaryDir dir;
-    if (url.isEmpty()) {
-        url = u"sqlite://"_s + dir.path() + u"/bench.db"_s;
-    }
-    QString error;
-    auto db = CConnection::Open(url, &error);
+    auto db = store.open();
     if (!db) {
-        std::fprintf(stderr, "%s\n", qPrintable(error));
         return 1;
-    }
-    std::printf("database: %s\n", qPrintable(url));
-    if (const double generated = BenchData::prepare(*db, total, reuse); generated > 0) {
-        std::printf("generated %lld items in %.1f s\n", total, generated);
     }
 
     CBus bus;
     QElapsedTimer timer;
     timer.start();
     bus.InitAllData(db);
-    std::printf("InitAllData: %.0f ms, %d goods\n", ms(timer), bus.mAllGoods()->Count());
+    std::printf("InitAllData: %.0f ms, %d goods\n", milliseconds(timer), bus.mAllGoods()->Count());
 
     bus.ShowMain();
     frmMain *form = bus.mainWindow();
@@ -92,12 +52,11 @@ int main(int argc, char *argv[])
     QCoreApplication::processEvents();
     ItemGrid *grid = form->Flexgd1;
 
-    malloc_trim(0);
-    const qint64 before = BenchSupport::residentBytes();
+    const qint64 before = BenchSupport::trimmedResidentBytes();
     timer.restart();
     form->selectKind(4);
     grid->viewport()->repaint();
-    const double open = ms(timer);
+    const double open = milliseconds(timer);
     const qint64 after = BenchSupport::residentBytes();
     std::printf("open the goods kind (bind + first paint): %.1f ms (goal: under 1000 ms), grid rows %d\n", open,
                 grid->Rows() - 1);
@@ -113,7 +72,7 @@ int main(int argc, char *argv[])
         timer.restart();
         bar->setValue(value);
         grid->viewport()->repaint();
-        frames.push_back(ms(timer));
+        frames.push_back(milliseconds(timer));
     }
     std::sort(frames.begin(), frames.end());
     std::printf("scroll and paint a page: median %.2f ms, 99th percentile %.2f ms, worst %.2f ms\n",
@@ -124,11 +83,11 @@ int main(int argc, char *argv[])
     search->txtSpell->setText(u"qqqqqq"_s);
     timer.restart();
     const int found = search->FindNext(-1);
-    std::printf("search by mnemonic code over all goods (no match): %.0f ms (row %d)\n", ms(timer), found);
+    std::printf("search by mnemonic code over all goods (no match): %.0f ms (row %d)\n", milliseconds(timer), found);
     search->txtSpell->clear();
     search->txtNo->setText(u"SP0899990"_s);
     timer.restart();
     const int byNumber = search->FindNext(-1);
-    std::printf("search by number, match near the end: %.0f ms (row %d)\n", ms(timer), byNumber);
+    std::printf("search by number, match near the end: %.0f ms (row %d)\n", milliseconds(timer), byNumber);
     return 0;
 }

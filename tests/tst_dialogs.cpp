@@ -177,6 +177,36 @@ private Q_SLOTS:
         QCOMPARE(m_bus->mClients()->GetItemByID(saved->F_ID())->mTypeName(), u"供应商"_s);
     }
 
+    void newClientIsDatedAndEndsTheDialog()
+    {
+        frmClientEdit *dialog = m_bus->clientEditDialog();
+        QVERIFY(
+            dialog->LoadClient(m_bus->mAreas(), m_bus->mClients(), m_bus->mClientTypes(), frmClientEdit::ClientMode));
+        dialog->setResult(QDialog::Rejected);
+        dialog->txtName->setText(u"新华书店"_s);
+        QVERIFY(dialog->cmdOK_Click());
+        QCOMPARE(dialog->result(), int(QDialog::Accepted));
+        const CItemPtr saved = dialog->savedClient();
+        QVERIFY(saved && saved->F_ID() > 52);
+        QVERIFY(CItem::isLaterThanZeroDate(saved->F_Date()));
+        QVERIFY(!stored(saved->F_ID(), u"F_Date"_s).isEmpty());
+        QCOMPARE(m_bus->mClients()->GetItemByID(saved->F_ID()), saved);
+    }
+
+    void failedSaveKeepsTheGoodsDialogOpen()
+    {
+        frmGoodsEdit *dialog = m_bus->goodsEditDialog();
+        QVERIFY(dialog->LoadGoods(10, m_bus->mAllGoods(), m_bus->mTypes(), m_bus->mUnits(), false));
+        dialog->setResult(QDialog::Rejected);
+        dialog->txtName->setText(u"可乐330"_s);
+        ItemFixtures::failOn(*m_db, u"T_Item"_s, u"UPDATE"_s);
+        QVERIFY(!dialog->cmdOK_Click());
+        QCOMPARE(dialog->result(), int(QDialog::Rejected));
+        QVERIFY(!dialog->savedGoods());
+        QCOMPARE(stored(10, u"F_ItemName"_s), u"可乐"_s);
+        QCOMPARE(m_bus->mAllGoods()->GetItemByID(10)->F_ItemName(), u"可乐"_s);
+    }
+
     void clientIsPickedByTypingItsMnemonicCode()
     {
         frmSelectClient *dialog = m_bus->selectClientDialog();

@@ -1,6 +1,7 @@
 #include "cbus.h"
 #include "excelconnection.h"
 #include "flexgrid.h"
+#include "itemgrid.h"
 #include "prompt.h"
 
 #include <QCryptographicHash>
@@ -327,6 +328,22 @@ private Q_SLOTS:
         QCOMPARE(m_grid->BackColorBkg(), 0xE0E0E0u);
         QCOMPARE(m_grid->GridColorFixed(), 0xFFFFFFu);
         QCOMPARE(m_grid->ForeColorFixed(), 0x800000u);
+    }
+
+    void setGridColorReachesTheItemGrid()
+    {
+        // The management window's grid answers the schemes by the same property names and repaints.
+        ItemGrid grid;
+        m_bus->SetGridColor(&grid, false);
+        QCOMPARE(grid.BackColor(), 0xE0E0E0u);
+        QCOMPARE(grid.BackColorBkg(), 0xE0E0E0u);
+        QCOMPARE(grid.BackColorFixed(), 0xC0C0C0u);
+        QCOMPARE(grid.ForeColorFixed(), 0x800000u);
+        QCOMPARE(grid.ForeColor(), 0u);
+        QCOMPARE(grid.GridColor(), 0xFFFFFFu);
+        QCOMPARE(grid.GridColorFixed(), 0xFFFFFFu);
+        QVERIFY(grid.styleSheet().contains(u"background-color: #e0e0e0; color: #000000; gridline-color: #ffffff;"_s));
+        QVERIFY(grid.styleSheet().contains(u"background-color: #c0c0c0; color: #000080;"_s));
     }
 };
 

@@ -6,6 +6,8 @@
 #include "prompt.h"
 
 #include <QComboBox>
+#include <QDateTime>
+#include <QDialog>
 #include <QLineEdit>
 
 #include <QKeyEvent>
@@ -79,4 +81,20 @@ bool DialogSupport::refuse(QLineEdit *box, const QString &message)
     CPrompt::current().MsgBox(message, CPrompt::vbExclamation, CPrompt::messageTitle());
     Module1::SelectAllText(box);
     return false;
+}
+
+bool DialogSupport::saveAndAccept(QDialog *dialog, CItems &items, const CItemPtr &item, bool isNew, CItemPtr &saved,
+                                  CItemPtr &editing)
+{
+    if (isNew) {
+        item->setF_ID(0);
+        item->setF_Date(QDateTime::currentDateTime());
+    }
+    if (!items.SaveItem(item)) {
+        return false;
+    }
+    saved = item;
+    editing = item;
+    dialog->accept();
+    return true;
 }

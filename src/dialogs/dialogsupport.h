@@ -3,6 +3,7 @@
 
 // Internal helpers of the dialogs.
 
+#include "citem.h"
 #include "currency.h"
 
 #include <QObject>
@@ -11,6 +12,7 @@
 
 class CItems;
 class QComboBox;
+class QDialog;
 class QLineEdit;
 class QWidget;
 
@@ -28,6 +30,12 @@ void fillCombo(QComboBox *combo, const std::shared_ptr<CItems> &items, qint32 se
 /// Reads an amount from a text box with the rules of CheckNumberText and an exact decimal parse; a refused text
 /// shows the error box, focuses the box and gives false. An accepted amount is shown back formatted.
 bool readAmount(QLineEdit *box, const QString &field, bool mustBeNonZero, bool mustBeFilled, Currency &out);
+
+/// The end of an edit dialog's save: a new item gets F_ID 0 (a fresh key) and the current date and time, then
+/// `items` saves it. Once saved, `item` becomes the dialog's `saved` and `editing` item and `dialog` is accepted.
+/// False, with the dialog left open, when the save failed.
+bool saveAndAccept(QDialog *dialog, CItems &items, const CItemPtr &item, bool isNew, CItemPtr &saved,
+                   CItemPtr &editing);
 
 } // namespace DialogSupport
 

@@ -211,15 +211,5 @@ bool frmClientEdit::cmdOK_Click()
     client->setF_OweWarring(warning);
     client->setF_OweStop(stop);
     client->setF_Remark(txtRemark->text());
-    if (m_isNew) {
-        client->setF_ID(0);
-        client->setF_Date(QDateTime::currentDateTime());
-    }
-    if (!m_clients->SaveItem(client)) {
-        return false;
-    }
-    m_saved = client;
-    m_editing = client;
-    accept();
-    return true;
+    return DialogSupport::saveAndAccept(this, *m_clients, client, m_isNew, m_saved, m_editing);
 }

@@ -265,15 +265,5 @@ bool frmGoodsEdit::cmdOK_Click()
     goods->setF_LimitUp(up);
     goods->setF_LimitDown(down);
     goods->setF_Remark(txtRemark->text());
-    if (m_isNew) {
-        goods->setF_ID(0);
-        goods->setF_Date(QDateTime::currentDateTime());
-    }
-    if (!m_goods->SaveItem(goods)) {
-        return false;
-    }
-    m_saved = goods;
-    m_editing = goods;
-    accept();
-    return true;
+    return DialogSupport::saveAndAccept(this, *m_goods, goods, m_isNew, m_saved, m_editing);
 }

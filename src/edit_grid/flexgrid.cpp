@@ -360,64 +360,6 @@ void FlexGrid::setRowHeightMin(qint32 twips)
     }
 }
 
-void FlexGrid::applyColours()
-{
-    setStyleSheet(m_colours.styleSheet());
-}
-
-void FlexGrid::setBackColor(quint32 color)
-{
-    m_colours.back = color;
-    applyColours();
-}
-
-void FlexGrid::setForeColor(quint32 color)
-{
-    m_colours.fore = color;
-    applyColours();
-}
-
-void FlexGrid::setBackColorFixed(quint32 color)
-{
-    m_colours.backFixed = color;
-    applyColours();
-}
-
-void FlexGrid::setForeColorFixed(quint32 color)
-{
-    m_colours.foreFixed = color;
-    applyColours();
-}
-
-void FlexGrid::setBackColorBkg(quint32 color)
-{
-    m_colours.backBkg = color;
-}
-
-void FlexGrid::setBackColorSel(quint32 color)
-{
-    m_colours.backSel = color;
-    applyColours();
-}
-
-void FlexGrid::setForeColorSel(quint32 color)
-{
-    m_colours.foreSel = color;
-    applyColours();
-}
-
-void FlexGrid::setGridColor(quint32 color)
-{
-    m_colours.grid = color;
-    applyColours();
-}
-
-void FlexGrid::setGridColorFixed(quint32 color)
-{
-    m_colours.gridFixed = color;
-    applyColours();
-}
-
 void FlexGrid::setAllowUserResizing(int mode)
 {
     m_allowUserResizing = mode;

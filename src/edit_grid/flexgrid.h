@@ -16,7 +16,7 @@ class FixedHeaderProxy;
  *
  * Merging of cells is stored but not drawn; fixed rows and columns beyond the first show as multi-line headers.
  */
-class QUILLON_EXPORT FlexGrid : public QTableView
+class QUILLON_EXPORT FlexGrid : public QTableView, public GridColourProperties<FlexGrid>
 {
     Q_OBJECT
     Q_PROPERTY(qint32 Rows READ Rows WRITE setRows)
@@ -110,25 +110,6 @@ public:
     qint32 RowHeightMin() const { return m_rowHeightMin; }
     void setRowHeightMin(qint32 twips);
 
-    quint32 BackColor() const { return m_colours.back; }
-    void setBackColor(quint32 color);
-    quint32 ForeColor() const { return m_colours.fore; }
-    void setForeColor(quint32 color);
-    quint32 BackColorFixed() const { return m_colours.backFixed; }
-    void setBackColorFixed(quint32 color);
-    quint32 ForeColorFixed() const { return m_colours.foreFixed; }
-    void setForeColorFixed(quint32 color);
-    quint32 BackColorBkg() const { return m_colours.backBkg; }
-    void setBackColorBkg(quint32 color);
-    quint32 BackColorSel() const { return m_colours.backSel; }
-    void setBackColorSel(quint32 color);
-    quint32 ForeColorSel() const { return m_colours.foreSel; }
-    void setForeColorSel(quint32 color);
-    quint32 GridColor() const { return m_colours.grid; }
-    void setGridColor(quint32 color);
-    quint32 GridColorFixed() const { return m_colours.gridFixed; }
-    void setGridColorFixed(quint32 color);
-
     int AllowUserResizing() const { return m_allowUserResizing; }
     void setAllowUserResizing(int mode);
     int ScrollBars() const { return m_scrollBars; }
@@ -161,7 +142,6 @@ protected:
     void resizeEvent(QResizeEvent *event) override;
 
 private:
-    void applyColours();
     void syncCurrent();
     void updateHeaders();
     void updateMerges();
@@ -174,7 +154,6 @@ private:
     qint32 m_rowSel = 1;
     qint32 m_colSel = 1;
     qint32 m_rowHeightMin = 0;
-    GridColours m_colours;
     int m_allowUserResizing = 0;
     int m_scrollBars = 3;
     int m_selectionMode = 0;

@@ -1,13 +1,15 @@
 #ifndef QUILLON_GRIDCOLOURS_H
 #define QUILLON_GRIDCOLOURS_H
 
+#include "quillon_export.h"
+
 #include <QString>
 
 /**
  * The colour properties a flexible grid offers, in the classic 0x00BBGGRR / system-colour form, and the style sheet
  * that paints a QTableView with them. Internal to the grids.
  */
-struct GridColours
+struct QUILLON_EXPORT GridColours
 {
     quint32 back = 0x80000005;
     quint32 fore = 0x80000008;
@@ -20,6 +22,55 @@ struct GridColours
     quint32 gridFixed = 0;
 
     QString styleSheet() const;
+};
+
+/**
+ * The colour properties of a grid widget, kept in a GridColours: the getters and setters behind the widget's
+ * BackColor, ForeColor, ... properties. `Grid` is the widget deriving from this (after its QTableView base); it
+ * declares the Q_PROPERTYs it offers with these members and calls applyColours() once it is built. Every setter
+ * but setBackColorBkg repaints the widget through its style sheet.
+ */
+template<class Grid>
+class GridColourProperties
+{
+public:
+    quint32 BackColor() const { return m_colours.back; }
+    void setBackColor(quint32 color) { set(&GridColours::back, color); }
+    quint32 ForeColor() const { return m_colours.fore; }
+    void setForeColor(quint32 color) { set(&GridColours::fore, color); }
+    quint32 BackColorFixed() const { return m_colours.backFixed; }
+    void setBackColorFixed(quint32 color) { set(&GridColours::backFixed, color); }
+    quint32 ForeColorFixed() const { return m_colours.foreFixed; }
+    void setForeColorFixed(quint32 color) { set(&GridColours::foreFixed, color); }
+    quint32 BackColorBkg() const { return m_colours.backBkg; }
+    /// Only kept: the style sheet does not use it, so there is nothing to repaint.
+    void setBackColorBkg(quint32 color) { m_colours.backBkg = color; }
+    quint32 BackColorSel() const { return m_colours.backSel; }
+    void setBackColorSel(quint32 color) { set(&GridColours::backSel, color); }
+    quint32 ForeColorSel() const { return m_colours.foreSel; }
+    void setForeColorSel(quint32 color) { set(&GridColours::foreSel, color); }
+    quint32 GridColor() const { return m_colours.grid; }
+    void setGridColor(quint32 color) { set(&GridColours::grid, color); }
+    quint32 GridColorFixed() const { return m_colours.gridFixed; }
+    void setGridColorFixed(quint32 color) { set(&GridColours::gridFixed, color); }
+
+protected:
+    GridColourProperties() = default;
+    ~GridColourProperties() = default;
+    GridColourProperties(const GridColourProperties &) = delete;
+    GridColourProperties &operator=(const GridColourProperties &) = delete;
+
+    /// Paints the grid with the current colours.
+    void applyColours() { static_cast<Grid *>(this)->setStyleSheet(m_colours.styleSheet()); }
+
+private:
+    void set(quint32 GridColours::*colour, quint32 color)
+    {
+        m_colours.*colour = color;
+        applyColours();
+    }
+
+    GridColours m_colours;
 };
 
 #endif

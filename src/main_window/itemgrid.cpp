@@ -163,52 +163,6 @@ void ItemGrid::setCol(qint32 col)
     }
 }
 
-void ItemGrid::applyColours()
-{
-    setStyleSheet(m_colours.styleSheet());
-}
-
-void ItemGrid::setBackColor(quint32 color)
-{
-    m_colours.back = color;
-    applyColours();
-}
-
-void ItemGrid::setBackColorBkg(quint32 color)
-{
-    m_colours.backBkg = color;
-}
-
-void ItemGrid::setBackColorFixed(quint32 color)
-{
-    m_colours.backFixed = color;
-    applyColours();
-}
-
-void ItemGrid::setForeColorFixed(quint32 color)
-{
-    m_colours.foreFixed = color;
-    applyColours();
-}
-
-void ItemGrid::setForeColor(quint32 color)
-{
-    m_colours.fore = color;
-    applyColours();
-}
-
-void ItemGrid::setGridColor(quint32 color)
-{
-    m_colours.grid = color;
-    applyColours();
-}
-
-void ItemGrid::setGridColorFixed(quint32 color)
-{
-    m_colours.gridFixed = color;
-    applyColours();
-}
-
 void ItemGrid::setAllowUserResizing(int mode)
 {
     m_allowUserResizing = mode;

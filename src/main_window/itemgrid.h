@@ -13,7 +13,7 @@
  *
  * Read-only through TextMatrix; edits go through the model. No merged cells, no fixed columns.
  */
-class QUILLON_EXPORT ItemGrid : public QTableView
+class QUILLON_EXPORT ItemGrid : public QTableView, public GridColourProperties<ItemGrid>
 {
     Q_OBJECT
     Q_PROPERTY(qint32 Rows READ Rows)
@@ -54,20 +54,6 @@ public:
     qint32 Col() const;
     void setCol(qint32 col);
 
-    quint32 BackColor() const { return m_colours.back; }
-    void setBackColor(quint32 color);
-    quint32 BackColorBkg() const { return m_colours.backBkg; }
-    void setBackColorBkg(quint32 color);
-    quint32 BackColorFixed() const { return m_colours.backFixed; }
-    void setBackColorFixed(quint32 color);
-    quint32 ForeColorFixed() const { return m_colours.foreFixed; }
-    void setForeColorFixed(quint32 color);
-    quint32 ForeColor() const { return m_colours.fore; }
-    void setForeColor(quint32 color);
-    quint32 GridColor() const { return m_colours.grid; }
-    void setGridColor(quint32 color);
-    quint32 GridColorFixed() const { return m_colours.gridFixed; }
-    void setGridColorFixed(quint32 color);
     int AllowUserResizing() const { return m_allowUserResizing; }
     void setAllowUserResizing(int mode);
     int ScrollBars() const { return m_scrollBars; }
@@ -78,10 +64,8 @@ public:
     void commitEditor();
 
 private:
-    void applyColours();
     void sizeColumns();
 
-    GridColours m_colours;
     int m_allowUserResizing = 1;
     int m_scrollBars = 3;
 };
