@@ -4,6 +4,7 @@
 #include "citems.h"
 #include "cspell.h"
 #include "currency.h"
+#include "itemtype.h"
 
 #include <QSqlQuery>
 
@@ -132,17 +133,17 @@ bool seed(const std::shared_ptr<CConnection> &connection, QString *error)
         return false;
     }
 
-    std::map<int, std::unique_ptr<CItems>> lists;
-    auto list = [&](int type) -> CItems & {
+    std::map<ItemType, std::unique_ptr<CItems>> lists;
+    auto list = [&](ItemType type) -> CItems & {
         auto &slot = lists[type];
         if (!slot) {
             slot = std::make_unique<CItems>();
-            slot->Attach(connection, type);
+            slot->Attach(connection, itemTypeNumber(type));
         }
         return *slot;
     };
     bool ok = true;
-    auto save = [&](int type, const QString &no, const QString &name, auto &&fill) -> CItemPtr {
+    auto save = [&](ItemType type, const QString &no, const QString &name, auto &&fill) -> CItemPtr {
         auto item = std::make_shared<CItem>();
         item->setF_ItemTypeID(qint16(type));
         item->setF_ItemNo(no);
@@ -162,15 +163,16 @@ bool seed(const std::shared_ptr<CConnection> &connection, QString *error)
     std::map<QString, qint32> units;
     for (const char16_t *unit :
          {u"个", u"箱", u"瓶", u"盒", u"袋", u"桶", u"支", u"提", u"块", u"条", u"卷", u"包", u"本", u"台", u"千克"}) {
-        units[QString::fromUtf16(unit)] = save(2, QString(), QString::fromUtf16(unit), nothing)->F_ID();
+        units[QString::fromUtf16(unit)] = save(ItemType::Unit, QString(), QString::fromUtf16(unit), nothing)->F_ID();
     }
 
     int sort = 0;
     int serial = 0;
     for (const GoodsType &type : kGoodsTypes) {
-        const qint32 typeID = save(3, QString::fromUtf16(type.no), QString::fromUtf16(type.name), [&](CItem &i) {
-                                  i.setF_Tag1(++sort);
-                              })->F_ID();
+        const qint32 typeID =
+            save(ItemType::GoodsType, QString::fromUtf16(type.no), QString::fromUtf16(type.name), [&](CItem &i) {
+                i.setF_Tag1(++sort);
+            })->F_ID();
         for (const char16_t *brand : type.brands) {
             for (const Goods &g : type.goods) {
                 ++serial;
@@ -178,7 +180,7 @@ bool seed(const std::shared_ptr<CConnection> &connection, QString *error)
                 const Currency sale = *Currency::fromString(QString::fromUtf16(g.price));
                 const Currency buy = sale * *Currency::fromString(u"0.78");
                 const Currency packages = Currency::fromInteger(g.perPackage);
-                save(4, no, QString::fromUtf16(brand) + QString::fromUtf16(g.name), [&](CItem &i) {
+                save(ItemType::Goods, no, QString::fromUtf16(brand) + QString::fromUtf16(g.name), [&](CItem &i) {
                     i.setF_Standard(QString::fromUtf16(g.standard));
                     i.setF_ParentID(typeID);
                     i.setF_Tag1(units[QString::fromUtf16(g.unit)]);
@@ -199,34 +201,36 @@ bool seed(const std::shared_ptr<CConnection> &connection, QString *error)
     std::vector<qint32> clientTypes;
     for (const char16_t *name : {u"批发客户", u"零售客户", u"VIP客户", u"供应商"}) {
         clientTypes.push_back(
-            save(8, QString::number(clientTypes.size() + 1), QString::fromUtf16(name), nothing)->F_ID());
+            save(ItemType::ClientType, QString::number(clientTypes.size() + 1), QString::fromUtf16(name), nothing)
+                ->F_ID());
     }
     std::vector<qint32> areas;
     for (const char16_t *name : {u"华东", u"华北", u"华南", u"西南", u"东北"}) {
-        areas.push_back(
-            save(9, QString::number(areas.size() + 1).rightJustified(2, u'0'), QString::fromUtf16(name), nothing)
-                ->F_ID());
+        areas.push_back(save(ItemType::Area, QString::number(areas.size() + 1).rightJustified(2, u'0'),
+                             QString::fromUtf16(name), nothing)
+                            ->F_ID());
     }
     int clientNo = 0;
     auto saveClient = [&](const Client &c, qint32 typeID, const QString &prefix) {
         ++clientNo;
-        save(1, prefix + QString::number(clientNo).rightJustified(4, u'0'), QString::fromUtf16(c.name), [&](CItem &i) {
-            i.setF_ParentID(typeID);
-            i.setF_LinkMen(QString::fromUtf16(c.contact));
-            i.setF_Address(QString::fromUtf16(c.city) + QString::number(clientNo * 7 % 300 + 1) + u"号"_s);
-            i.setF_Tel1(u"0"_s + QString::number(21 + clientNo % 8) + u'-'
-                        + QString::number(62000000 + clientNo * 1379));
-            i.setF_Tel2(u"13"_s + QString::number(800000000 + clientNo * 7919));
-            i.setF_PostCode(QString::number(100000 + clientNo * 1111));
-            i.setF_Bank(clientNo % 2 ? u"中国工商银行"_s : u"中国建设银行"_s);
-            i.setF_BankAccount(u"6222 0210 "_s + QString::number(10000000 + clientNo * 4567));
-            i.setF_ArtificialPerson(QString::fromUtf16(c.contact));
-            i.setF_IRDNumber(u"91310000"_s + QString::number(1000000000 + clientNo * 37));
-            i.setF_OweWarring(Currency::fromInteger(20000 + clientNo % 5 * 10000));
-            i.setF_OweStop(Currency::fromInteger(50000 + clientNo % 5 * 10000));
-            i.setF_Tag1(areas[std::size_t(clientNo) % areas.size()]);
-            i.setF_Date(today);
-        });
+        save(ItemType::Client, prefix + QString::number(clientNo).rightJustified(4, u'0'), QString::fromUtf16(c.name),
+             [&](CItem &i) {
+                 i.setF_ParentID(typeID);
+                 i.setF_LinkMen(QString::fromUtf16(c.contact));
+                 i.setF_Address(QString::fromUtf16(c.city) + QString::number(clientNo * 7 % 300 + 1) + u"号"_s);
+                 i.setF_Tel1(u"0"_s + QString::number(21 + clientNo % 8) + u'-'
+                             + QString::number(62000000 + clientNo * 1379));
+                 i.setF_Tel2(u"13"_s + QString::number(800000000 + clientNo * 7919));
+                 i.setF_PostCode(QString::number(100000 + clientNo * 1111));
+                 i.setF_Bank(clientNo % 2 ? u"中国工商银行"_s : u"中国建设银行"_s);
+                 i.setF_BankAccount(u"6222 0210 "_s + QString::number(10000000 + clientNo * 4567));
+                 i.setF_ArtificialPerson(QString::fromUtf16(c.contact));
+                 i.setF_IRDNumber(u"91310000"_s + QString::number(1000000000 + clientNo * 37));
+                 i.setF_OweWarring(Currency::fromInteger(20000 + clientNo % 5 * 10000));
+                 i.setF_OweStop(Currency::fromInteger(50000 + clientNo % 5 * 10000));
+                 i.setF_Tag1(areas[std::size_t(clientNo) % areas.size()]);
+                 i.setF_Date(today);
+             });
     };
     for (std::size_t i = 0; i < std::size(kClients); ++i) {
         saveClient(kClients[i], clientTypes[i % 3], u"KH"_s);
@@ -237,22 +241,22 @@ bool seed(const std::shared_ptr<CConnection> &connection, QString *error)
 
     int n = 0;
     for (const char16_t *name : {u"总仓", u"一号门店仓", u"退货仓"}) {
-        save(5, QString::number(++n), QString::fromUtf16(name), nothing);
+        save(ItemType::Stock, QString::number(++n), QString::fromUtf16(name), nothing);
     }
     n = 0;
     for (const char16_t *name : {u"销售部", u"采购部", u"仓储部", u"财务部"}) {
-        save(6, QString::number(++n), QString::fromUtf16(name), nothing);
+        save(ItemType::Department, QString::number(++n), QString::fromUtf16(name), nothing);
     }
     n = 0;
     for (const char16_t *name : {u"系统管理员", u"业务员", u"仓管员"}) {
         ++n;
-        save(10, QString::number(n), QString::fromUtf16(name), [&](CItem &i) { i.setF_Tag1(n); });
+        save(ItemType::UserRight, QString::number(n), QString::fromUtf16(name), [&](CItem &i) { i.setF_Tag1(n); });
     }
     n = 0;
     for (const char16_t *name : {u"张伟", u"王芳", u"李强", u"赵丽"}) {
-        save(11, QString::number(++n), QString::fromUtf16(name), nothing);
+        save(ItemType::MaterialReceiver, QString::number(++n), QString::fromUtf16(name), nothing);
     }
-    save(12, QString(), u"Quillon示例商贸有限公司"_s, [](CItem &i) {
+    save(ItemType::SoftwareUserInfo, QString(), u"Quillon示例商贸有限公司"_s, [](CItem &i) {
         i.setF_Tel1(u"021-60000000"_s);
         i.setF_Tel2(u"13900000000"_s);
         i.setF_Address(u"上海市浦东新区世纪大道100号"_s);

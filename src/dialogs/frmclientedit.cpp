@@ -4,6 +4,7 @@
 #include "cspell.h"
 #include "dialogsupport.h"
 #include "itemtablemodel.h"
+#include "itemtype.h"
 #include "module1.h"
 #include "prompt.h"
 
@@ -118,7 +119,7 @@ bool frmClientEdit::LoadClient(const std::shared_ptr<CItems> &areas, const std::
     const bool supplier = mode.toInt() == SupplierMode;
     if (m_isNew) {
         m_editing = CItem::create();
-        m_editing->setF_ItemTypeID(1);
+        m_editing->setF_ItemTypeID(qint16(ItemType::Client));
         if (supplier && clientTypes) {
             if (const CItemPtr type = clientTypes->GetItemByItemName(u"供应商"_s)) {
                 m_editing->setF_ParentID(type->F_ID());
@@ -191,7 +192,7 @@ bool frmClientEdit::cmdOK_Click()
         return false;
     }
     CItemPtr client = CItem::create(*m_editing);
-    client->setF_ItemTypeID(1);
+    client->setF_ItemTypeID(qint16(ItemType::Client));
     client->setF_ItemNo(no);
     client->setF_ItemName(name);
     client->setF_Spell(txtSpell->text().trimmed());

@@ -4,6 +4,7 @@
 #include "cspell.h"
 #include "dialogsupport.h"
 #include "itemtablemodel.h"
+#include "itemtype.h"
 #include "module1.h"
 #include "prompt.h"
 
@@ -148,7 +149,7 @@ bool frmGoodsEdit::LoadGoods(const QVariant &value, const std::shared_ptr<CItems
     m_noTouched = !isNew;
     if (isNew) {
         m_editing = CItem::create();
-        m_editing->setF_ItemTypeID(4);
+        m_editing->setF_ItemTypeID(qint16(ItemType::Goods));
         m_editing->setF_PackageAmount(1.0f);
         m_editing->setF_ParentID(value.toInt());
     } else {
@@ -248,7 +249,7 @@ bool frmGoodsEdit::cmdOK_Click()
     }
     // Edit a copy: the listed goods change only once the database has the new values.
     CItemPtr goods = CItem::create(*m_editing);
-    goods->setF_ItemTypeID(4);
+    goods->setF_ItemTypeID(qint16(ItemType::Goods));
     goods->setF_ItemNo(no);
     goods->setF_ItemName(name);
     goods->setF_Standard(txtStandard->text().trimmed());

@@ -7,6 +7,7 @@
 #include "frmselectgoodsex.h"
 #include "frmselectitem.h"
 #include "itemgrid.h"
+#include "itemtype.h"
 #include "module1.h"
 #include "prompt.h"
 
@@ -98,7 +99,7 @@ std::shared_ptr<CItems> CBus::collection(int itemType) const
 bool CBus::InitItems(const std::shared_ptr<CConnection> &connection, int itemType, QObject *boundControl)
 {
     m_connection = connection;
-    if (itemType < 1 || itemType > 12 || itemType == itOption) {
+    if (!isItemTypeNumber(itemType) || itemType == itOption) {
         return false;
     }
     const std::shared_ptr<CItems> items = collection(itemType);

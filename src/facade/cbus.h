@@ -5,6 +5,7 @@
 #include "citems.h"
 #include "databasecopy.h"
 #include "goodspricebook.h"
+#include "itemtype.h"
 #include "quillon_export.h"
 
 #include <QObject>
@@ -31,19 +32,20 @@ class QUILLON_EXPORT CBus : public QObject
     Q_OBJECT
 
 public:
+    /// The facade's names of the item types (the numbers of ::ItemType).
     enum ItemType {
-        itClient = 1,
-        itUnit = 2,
-        itGoodsType = 3,
-        itGoods = 4,
-        itStorm = 5,
-        itDepartment = 6,
-        itOption = 7,
-        itClientType = 8,
-        itArea = 9,
-        itUserRight = 10,
-        itLLR = 11,
-        itSoftwareUserInfor = 12,
+        itClient = itemTypeNumber(::ItemType::Client),
+        itUnit = itemTypeNumber(::ItemType::Unit),
+        itGoodsType = itemTypeNumber(::ItemType::GoodsType),
+        itGoods = itemTypeNumber(::ItemType::Goods),
+        itStorm = itemTypeNumber(::ItemType::Stock),
+        itDepartment = itemTypeNumber(::ItemType::Department),
+        itOption = itemTypeNumber(::ItemType::Option),
+        itClientType = itemTypeNumber(::ItemType::ClientType),
+        itArea = itemTypeNumber(::ItemType::Area),
+        itUserRight = itemTypeNumber(::ItemType::UserRight),
+        itLLR = itemTypeNumber(::ItemType::MaterialReceiver),
+        itSoftwareUserInfor = itemTypeNumber(::ItemType::SoftwareUserInfo),
     };
     Q_ENUM(ItemType)
 

@@ -10,9 +10,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int kGoods = 4;
-constexpr int kClient = 1;
-
 QString singleText(float value)
 {
     return QString::number(double(value), 'g', 7);
@@ -78,10 +75,10 @@ QString ItemTableModel::exportSheetName(int itemTypeID, const QDateTime &when)
 
 QList<ItemTableModel::Field> ItemTableModel::fieldsForType(int itemTypeID)
 {
-    switch (itemTypeID) {
-    case kGoods:
+    switch (ItemType(itemTypeID)) {
+    case ItemType::Goods:
         return goodsFields();
-    case kClient:
+    case ItemType::Client:
         return clientFields();
     default:
         return simpleFields();
@@ -580,7 +577,7 @@ int ItemTableModel::addNewRow()
     const int row = rowCount();
     auto item = CItem::create();
     item->setF_ItemTypeID(qint16(m_itemType));
-    if (m_itemType == kGoods) {
+    if (m_itemType == ItemType::Goods) {
         item->setF_PackageAmount(1.0f);
     }
     beginInsertRows(QModelIndex(), row, row);

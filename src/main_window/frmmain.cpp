@@ -37,8 +37,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int kGoods = 4;
-
 struct NavEntry
 {
     int itemType;
@@ -276,11 +274,11 @@ QAction *frmMain::button(const QString &key) const
 
 void frmMain::setCollection(int itemType, const std::shared_ptr<CItems> &items)
 {
-    if (const auto old = collection(itemType); old && itemType == kGoods) {
+    if (const auto old = collection(itemType); old && itemType == ItemType::Goods) {
         disconnect(old.get(), &CItems::SomeOneChanged, this, nullptr);
     }
     m_collections[itemType] = items;
-    if (items && itemType == kGoods) {
+    if (items && itemType == ItemType::Goods) {
         connect(items.get(), &CItems::SomeOneChanged, this, &frmMain::gAllGoods_SomeOneChanged);
     }
     if (itemType == m_kind) {
@@ -557,7 +555,7 @@ void frmMain::EnableMenu(int itemType)
     mnuFilePrint->setEnabled(items);
     mnuItemMan->setEnabled(items);
     mnuExportToExcel->setEnabled(items);
-    mnuViewGoodsInOutList->setEnabled(itemType == kGoods);
+    mnuViewGoodsInOutList->setEnabled(itemType == ItemType::Goods);
 }
 
 void frmMain::setSaveEnabled(bool enabled)
@@ -630,7 +628,7 @@ void frmMain::showKind(int itemType)
     m_kind = itemType;
     QAbstractItemModel *old = Flexgd1->model();
     const std::shared_ptr<CItems> items = collection(itemType);
-    if (items && itemType == kGoods) {
+    if (items && itemType == ItemType::Goods) {
         items->ShowGoodsToGridEx(Flexgd1);
     } else if (items) {
         items->ShowItemsToGrid(Flexgd1);
@@ -703,10 +701,10 @@ void frmMain::mnuEditNew_Click()
         return;
     }
     const int row = model->addNewRow();
-    const int column =
-        qMax(0,
-             model->columnOf(model->items() && model->items()->itemTypeID() == kGoods ? ItemTableModel::ItemNo
-                                                                                      : ItemTableModel::ItemName));
+    const int column = qMax(0,
+                            model->columnOf(model->items() && model->items()->itemTypeID() == ItemType::Goods
+                                                ? ItemTableModel::ItemNo
+                                                : ItemTableModel::ItemName));
     const QModelIndex cell = model->index(row, column);
     Flexgd1->setCurrentIndex(cell);
     Flexgd1->scrollTo(cell);
@@ -930,18 +928,18 @@ void frmMain::gAllGoods_SomeOneChanged(const CItemPtr &goods)
     if (!goods) {
         return;
     }
-    if (const auto units = collection(2)) {
+    if (const auto units = collection(itemTypeNumber(ItemType::Unit))) {
         if (const CItemPtr unit = units->GetItemByID(goods->F_Tag1())) {
             goods->setmUnitName(unit->F_ItemName());
         }
     }
-    if (const auto types = collection(3)) {
+    if (const auto types = collection(itemTypeNumber(ItemType::GoodsType))) {
         if (const CItemPtr type = types->GetItemByID(goods->F_ParentID())) {
             goods->setmTypeName(type->F_ItemName());
         }
     }
-    if (m_kind == kGoods) {
-        if (const auto goodsItems = collection(kGoods)) {
+    if (m_kind == ItemType::Goods) {
+        if (const auto goodsItems = collection(itemTypeNumber(ItemType::Goods))) {
             goodsItems->FillOneGoodsToGrid(Flexgd1, goods);
         }
     }
