@@ -74,6 +74,31 @@ private Q_SLOTS:
         QCOMPARE(Currency::fromString(value.toFixed(4)), value);
     }
 
+    // Texts beyond an amount's range round by the same rule as amounts do.
+    void roundTextAgreesWithAmounts_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("decimals");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("half up") << u"2.345"_s << 2 << u"2.35"_s;
+        QTest::newRow("half away from zero") << u"-2.345"_s << 2 << u"-2.35"_s;
+        QTest::newRow("carry into integer") << u"9.9999"_s << 2 << u"10.00"_s;
+        QTest::newRow("negative rounds to zero") << u"-0.004"_s << 2 << u"0.00"_s;
+        QTest::newRow("beyond 64 bits") << u"123456789012345678901234.555"_s << 2 << u"123456789012345678901234.56"_s;
+        QTest::newRow("exponent") << u"1.5E3"_s << 4 << u"1500.0000"_s;
+        QTest::newRow("leading number only") << u"12abc"_s << 2 << u"12.00"_s;
+    }
+    void roundTextAgreesWithAmounts()
+    {
+        QFETCH(QString, text);
+        QFETCH(int, decimals);
+        QFETCH(QString, expected);
+        QCOMPARE(Currency::roundText(text, decimals), expected);
+        if (const std::optional<Currency> amount = Currency::fromString(Currency::valText(text))) {
+            QCOMPARE(amount->toFixed(decimals), expected);
+        }
+    }
+
     void arithmeticIsExact()
     {
         const Currency tenth = *Currency::fromString(u"0.1");

@@ -1,9 +1,13 @@
 #include "currency.h"
 
+#include <QString>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <stdexcept>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -35,7 +39,181 @@ Wide divideRounded(Wide value, Wide divisor)
     return q;
 }
 
+// A decimal number as digits × 10^exponent, exact.
+struct Decimal
+{
+    bool negative = false;
+    QString digits; // no leading zeros; empty for zero
+    int exponent = 0;
+
+    bool isZero() const { return digits.isEmpty(); }
+
+    static Decimal fromParts(bool negative, QString intDigits, const QString &fracDigits, int exponent)
+    {
+        Decimal d;
+        QString all = intDigits + fracDigits;
+        exponent -= int(fracDigits.size());
+        qsizetype lead = 0;
+        while (lead < all.size() && all.at(lead) == u'0') {
+            ++lead;
+        }
+        all = all.mid(lead);
+        while (!all.isEmpty() && all.back() == u'0') {
+            all.chop(1);
+            ++exponent;
+        }
+        d.digits = all;
+        d.exponent = all.isEmpty() ? 0 : exponent;
+        d.negative = negative && !all.isEmpty();
+        return d;
+    }
+
+    // Rounded half away from zero to `decimals` places, as "[-]int.frac".
+    QString toFixed(int decimals) const
+    {
+        QString integer;
+        const int shift = exponent + decimals;
+        if (isZero()) {
+            integer = u"0"_s;
+        } else if (shift >= 0) {
+            integer = digits + QString(shift, u'0');
+        } else {
+            const qsizetype keep = digits.size() + shift;
+            const QChar firstDropped = keep >= 0 ? digits.at(keep) : u'0';
+            integer = keep > 0 ? digits.left(keep) : u"0"_s;
+            if (firstDropped >= u'5') {
+                qsizetype i = integer.size() - 1;
+                while (i >= 0 && integer.at(i) == u'9') {
+                    integer[i] = u'0';
+                    --i;
+                }
+                if (i < 0) {
+                    integer.prepend(u'1');
+                } else {
+                    integer[i] = QChar(integer.at(i).unicode() + 1);
+                }
+            }
+        }
+        if (integer.size() < decimals + 1) {
+            integer = QString(decimals + 1 - integer.size(), u'0') + integer;
+        }
+        QString text = integer.left(integer.size() - decimals);
+        if (decimals > 0) {
+            text += u'.' + integer.right(decimals);
+        }
+        const bool allZero = std::none_of(text.cbegin(), text.cend(), [](QChar c) { return c >= u'1' && c <= u'9'; });
+        return (negative && !allZero) ? u'-' + text : text;
+    }
+
+    QString toPlain() const
+    {
+        if (isZero()) {
+            return u"0"_s;
+        }
+        QString text;
+        if (exponent >= 0) {
+            text = digits + QString(exponent, u'0');
+        } else {
+            const qsizetype point = digits.size() + exponent;
+            if (point > 0) {
+                text = digits.left(point) + u'.' + digits.mid(point);
+            } else {
+                text = u"0."_s + QString(-point, u'0') + digits;
+            }
+        }
+        return negative ? u'-' + text : text;
+    }
+};
+
+bool isValBlank(QChar c)
+{
+    return c == u' ' || c == u'\t' || c == u'\n' || c == u'\r';
+}
+
+// The leading number of a text as the classic Val() reads it.
+Decimal leadingNumber(QStringView text)
+{
+    QString s;
+    s.reserve(text.size());
+    for (QChar c : text) {
+        if (!isValBlank(c)) {
+            s.append(c);
+        }
+    }
+    if (s.size() >= 2 && s.at(0) == u'&') {
+        const QChar kind = s.at(1).toUpper();
+        const int base = kind == u'H' ? 16 : kind == u'O' ? 8 : 0;
+        if (base != 0) {
+            qsizetype i = 2;
+            qint64 value = 0;
+            while (i < s.size()) {
+                bool ok = false;
+                const int d = QString(s.at(i)).toInt(&ok, base);
+                if (!ok || value > (Q_INT64_C(1) << 58)) {
+                    break;
+                }
+                value = value * base + d;
+                ++i;
+            }
+            return Decimal::fromParts(false, QString::number(value), QString(), 0);
+        }
+    }
+    qsizetype i = 0;
+    bool negative = false;
+    if (i < s.size() && (s.at(i) == u'-' || s.at(i) == u'+')) {
+        negative = s.at(i) == u'-';
+        ++i;
+    }
+    auto isDigit = [&](qsizetype k) {
+        return k < s.size() && s.at(k) >= u'0' && s.at(k) <= u'9';
+    };
+    QString intDigits;
+    while (isDigit(i)) {
+        intDigits.append(s.at(i++));
+    }
+    QString fracDigits;
+    if (i < s.size() && s.at(i) == u'.') {
+        ++i;
+        while (isDigit(i)) {
+            fracDigits.append(s.at(i++));
+        }
+    }
+    int exponent = 0;
+    if ((!intDigits.isEmpty() || !fracDigits.isEmpty()) && i < s.size() && QStringView(u"eEdD").contains(s.at(i))) {
+        qsizetype j = i + 1;
+        bool expNegative = false;
+        if (j < s.size() && (s.at(j) == u'-' || s.at(j) == u'+')) {
+            expNegative = s.at(j) == u'-';
+            ++j;
+        }
+        if (isDigit(j)) {
+            int e = 0;
+            while (isDigit(j)) {
+                e = std::min(e * 10 + (s.at(j).unicode() - u'0'), 400);
+                ++j;
+            }
+            exponent = expNegative ? -e : e;
+        }
+    }
+    return Decimal::fromParts(negative, intDigits, fracDigits, exponent);
+}
+
 } // namespace
+
+QString Currency::valText(QStringView text)
+{
+    return leadingNumber(text).toPlain();
+}
+
+bool Currency::isZeroText(QStringView text)
+{
+    return leadingNumber(text).isZero();
+}
+
+QString Currency::roundText(QStringView text, int decimals)
+{
+    return leadingNumber(text).toFixed(std::max(decimals, 0));
+}
 
 Currency Currency::fromInteger(std::int64_t units)
 {

@@ -12,7 +12,8 @@
 #include <optional>
 
 /**
- * Exact fixed-point amount with four decimals, the value type of every price, debt level and money field.
+ * Exact fixed-point amount with four decimals, the value type of every price, debt level and money field, and
+ * the one place where decimal numbers are read and rounded (also for numbers beyond an amount's range).
  *
  * Arithmetic that leaves the 64-bit range throws std::overflow_error; there is no NaN or infinity.
  */
@@ -34,6 +35,15 @@ public:
     /// Parses a plain decimal ("-12.5", "3", ".25", "1e3"); more than four decimals round half away from zero.
     /// Returns nothing for text that is not a whole number literal or that does not fit.
     static std::optional<Currency> fromString(QStringView text);
+
+    /// The number a text starts with, read as the classic Val() reads it (blanks, tabs and line breaks ignored
+    /// anywhere, "&H1F" and "&O17", "1D3"), exactly and of any size, in plain notation ("0" when there is none).
+    static QString valText(QStringView text);
+    /// Whether the number a text starts with (read as valText) is zero.
+    static bool isZeroText(QStringView text);
+    /// The number a text starts with (read as valText), of any size, with exactly `decimals` decimals, rounded
+    /// half away from zero as every amount is.
+    static QString roundText(QStringView text, int decimals);
 
     /// Nearest amount to a binary floating-point value, for values read from engines that only report doubles.
     static std::optional<Currency> fromDouble(double value);
