@@ -211,6 +211,17 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
     return connection;
 }
 
+bool CConnection::next(QSqlQuery &query)
+{
+    if (query.next()) {
+        return true;
+    }
+    if (query.lastError().isValid()) {
+        throw DbError(u"读取数据时出错: "_s + describe(query.lastError()));
+    }
+    return false;
+}
+
 CConnection::~CConnection()
 {
     Close();

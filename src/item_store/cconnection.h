@@ -62,6 +62,9 @@ public:
     int Execute(const QString &sql, const QVariantList &params = {});
     /// Runs a statement that returns rows, positioned before the first row. Throws DbError.
     QSqlQuery Select(const QString &sql, const QVariantList &params = {});
+    /// Moves a query to its next row: false at the end of the rows. A row that cannot be read (a damaged page, a
+    /// lost server) throws DbError instead of passing for the end of the data.
+    static bool next(QSqlQuery &query);
     /// The columns of a table (names as the engine reports them), or an empty record when it is missing.
     QSqlRecord tableRecord(const QString &table) const;
     bool hasTable(const QString &table) const;

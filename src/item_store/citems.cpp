@@ -592,7 +592,8 @@ bool CItems::RemoveItem(qint32 id)
         }
         CConnection &db = *d->connection;
         const auto hasRow = [&](const QString &sql) {
-            return db.Select(sql).next();
+            QSqlQuery q = db.Select(sql);
+            return CConnection::next(q);
         };
         const QString goodsMovements = u"Select F_GoodsID From T_GoodsInOutList Where F_GoodsID="_s + sid;
 

@@ -38,7 +38,7 @@ void CRecordset::Open(const QString &sql, const QVariantList &params)
     m_query = m_connection.Select(sql, params);
     m_layout = m_connection.columnLayout(sql, m_query);
     m_open = true;
-    m_eof = !m_query.next();
+    m_eof = !CConnection::next(m_query);
 }
 
 void CRecordset::OpenTable(const QString &table, const QString &keyColumn, const QVariant &key)
@@ -54,7 +54,7 @@ void CRecordset::OpenTable(const QString &table, const QString &keyColumn, const
     m_table = table;
     m_keyColumn = keyColumn;
     m_open = true;
-    m_eof = !m_query.next();
+    m_eof = !CConnection::next(m_query);
 }
 
 void CRecordset::Close()
@@ -75,7 +75,7 @@ void CRecordset::MoveNext()
         throw DbError(u"记录集已到末尾"_s);
     }
     m_editMode = EditMode::None;
-    m_eof = !m_query.next();
+    m_eof = !CConnection::next(m_query);
 }
 
 int CRecordset::fieldIndex(const QString &name) const

@@ -269,7 +269,7 @@ QList<QPair<QString, QString>> secondaryIndexes(CConnection &connection, const Q
         : connection.Select(u"SELECT name, sql FROM sqlite_master WHERE type = 'index' AND lower(tbl_name) = ? "
                             "AND sql IS NOT NULL"_s,
                             {table.toLower()});
-    while (q.next()) {
+    while (CConnection::next(q)) {
         indexes.append({q.value(0).toString(), q.value(1).toString()});
     }
     return indexes;
@@ -477,7 +477,7 @@ qint64 copyTable(CConnection &from, CConnection &to, const DatabaseCopy::Table &
             throw DbError(u"读取表 "_s + table.name + u" 失败: "_s + page.lastError().text());
         }
         int rowsInPage = 0;
-        while (page.next()) {
+        while (CConnection::next(page)) {
             ++rowsInPage;
             for (qsizetype c = 0; c < columns.size(); ++c) {
                 pending.append(carry(page.value(int(c)), kinds[c], to));

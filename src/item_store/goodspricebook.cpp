@@ -14,7 +14,7 @@ void GoodsPriceBook::load(CConnection &connection)
     QHash<quint64, Currency> byClient;
     QHash<quint64, Currency> byClientType;
     QSqlQuery q = connection.Select(u"Select F_GoodsID, F_ClientID, F_ClientTypeID, F_Price From T_GoodsPrice"_s);
-    while (q.next()) {
+    while (CConnection::next(q)) {
         const qint32 goods = SqlValue::toInt32(q.value(0)).value_or(0);
         const qint32 client = SqlValue::toInt32(q.value(1)).value_or(0);
         const qint32 type = SqlValue::toInt32(q.value(2)).value_or(0);
@@ -61,7 +61,7 @@ std::optional<Currency> GoodsPriceBook::read(CConnection &connection, qint32 goo
     QSqlQuery q = connection.Select(u"Select F_Price From T_GoodsPrice Where F_GoodsID=? And F_ClientID=? "
                                     "And F_ClientTypeID=? Order By F_ID"_s,
                                     {goodsID, clientID, clientTypeID});
-    if (!q.next()) {
+    if (!CConnection::next(q)) {
         return std::nullopt;
     }
     return SqlValue::toCurrency(q.value(0)).value_or(Currency());
@@ -77,10 +77,10 @@ void GoodsPriceBook::write(CConnection &connection, qint32 goodsID, qint32 clien
         QSqlQuery q = connection.Select(u"Select F_ID From T_GoodsPrice Where F_GoodsID=? And F_ClientID=? "
                                         "And F_ClientTypeID=? Order By F_ID"_s,
                                         {goodsID, clientID, clientTypeID});
-        if (q.next()) {
+        if (CConnection::next(q)) {
             existing = q.value(0).toInt();
         }
-        while (q.next()) { }
+        while (CConnection::next(q)) { }
     }
     if (existing > 0) {
         connection.Execute(u"Update T_GoodsPrice Set F_Price=? Where F_ID=?"_s, {QVariant::fromValue(price), existing});

@@ -17,7 +17,7 @@ namespace {
 std::optional<qint32> currentCounter(CConnection &connection, const QString &tableName)
 {
     QSqlQuery query = connection.Select(u"Select F_MaxID From T_KeyID Where F_TableName =?"_s, {tableName});
-    if (!query.next()) {
+    if (!CConnection::next(query)) {
         return std::nullopt;
     }
     const auto key = SqlValue::toInt32(query.value(0));
@@ -63,7 +63,7 @@ void ReseedKeyID(CConnection &connection, const QString &table)
     CTransaction transaction(connection);
     connection.Execute(u"Delete From T_KeyID Where F_TableName = ?"_s, {table});
     QSqlQuery query = connection.Select(u"Select Max(F_ID) + 1 AS F_NewID From "_s + table);
-    if (query.next()) {
+    if (CConnection::next(query)) {
         const auto next = SqlValue::toInt32(query.value(0));
         if (next) {
             connection.Execute(u"Insert Into T_KeyID(F_TableName,F_MaxID)Values(?,?)"_s, {table, *next});

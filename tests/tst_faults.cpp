@@ -1,0 +1,121 @@
+// Faults an unlucky user meets: damaged files and the like. Each case is what the user would do, and what must
+// not happen is that a fault passes for success.
+#include "cbus.h"
+#include "cconnection.h"
+#include "citems.h"
+#include "databasecopy.h"
+#include "itemtype.h"
+#include "prompt.h"
+#include "testdatabase.h"
+
+#include <QFile>
+#include <QSqlQuery>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// A file database with `rows` goods whose names fill many pages; closed again, so that its file can be damaged.
+QString goodsFile(const QTemporaryDir &dir, int rows)
+{
+    const QString path = dir.filePath(u"shop.db"_s);
+    auto connection = CConnection::Open(u"sqlite:///"_s + path);
+    if (!connection) {
+        return QString();
+    }
+    connection->EnsureSchema();
+    CItems goods;
+    goods.Attach(connection, itemTypeNumber(ItemType::Goods));
+    connection->BeginTrans();
+    for (int i = 1; i <= rows; ++i) {
+        connection->Execute(u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName) Values (?, ?, ?, ?)"_s,
+                            {QVariant(i), QVariant(itemTypeNumber(ItemType::Goods)),
+                             QVariant(u"G%1"_s.arg(i, 5, 10, QChar(u'0'))),
+                             QVariant(u"商品"_s + QString(300, QChar(u'a' + i % 26)))});
+    }
+    connection->CommitTrans();
+    // Without the secondary indexes nearly every page of the file holds rows of T_Item, so a damaged page is one
+    // that every reader of the goods meets.
+    QStringList indexes;
+    QSqlQuery q = connection->Select(u"Select name From sqlite_master Where type='index' And sql Is Not Null"_s);
+    while (q.next()) {
+        indexes.append(q.value(0).toString());
+    }
+    q = QSqlQuery();
+    for (const QString &index : std::as_const(indexes)) {
+        connection->Execute(u"Drop Index "_s + index);
+    }
+    connection->Execute(u"VACUUM"_s);
+    connection->Execute(u"PRAGMA wal_checkpoint(TRUNCATE)"_s);
+    connection->Close();
+    return path;
+}
+
+// Overwrites one page in the middle of the file with garbage, as a failing disk does.
+bool damagePage(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite)) {
+        return false;
+    }
+    const qint64 pageSize = 4096;
+    const qint64 pages = file.size() / pageSize;
+    if (pages < 10) {
+        return false;
+    }
+    file.seek((pages / 2) * pageSize);
+    return file.write(QByteArray(pageSize, '\xA5')) == pageSize;
+}
+
+} // namespace
+
+class FaultsTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        m_previous = CPrompt::setCurrent(&m_prompt);
+        m_prompt.clear();
+    }
+    void cleanup() { CPrompt::setCurrent(m_previous); }
+
+    // A damaged page used to end the rows early: the load showed a part of the goods as if it were all of them,
+    // and a copy reported success with the rest missing.
+    void damagedPageIsAnErrorNotTheEndOfTheData()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("a damaged page is a file of the embedded database");
+        }
+        QTemporaryDir dir;
+        const QString path = goodsFile(dir, 400);
+        QVERIFY(!path.isEmpty());
+        QVERIFY(damagePage(path));
+        auto connection = CConnection::Open(u"sqlite:///"_s + path);
+        QVERIFY(connection);
+
+        CItems goods;
+        QVERIFY(!goods.InitInstance(connection, itemTypeNumber(ItemType::Goods)));
+        QCOMPARE(m_prompt.shown().size(), 1);
+        QVERIFY2(m_prompt.lastText().startsWith(u"读取商品数据失败:"_s), qPrintable(m_prompt.lastText()));
+
+        auto target = TestDatabase::createSqlite();
+        QVERIFY(target);
+        const DatabaseCopy::Result copied = DatabaseCopy::copyTables(*connection, *target, {u"T_Item"_s});
+        QVERIFY(!copied.ok);
+        QVERIFY(!copied.error.isEmpty());
+        QSqlQuery count = target->Select(u"Select Count(*) From T_Item"_s);
+        QVERIFY(count.next());
+        QCOMPARE(count.value(0).toInt(), 0);
+    }
+
+private:
+    ScriptedPrompt m_prompt;
+    CPrompt *m_previous = nullptr;
+};
+
+QTEST_GUILESS_MAIN(FaultsTest)
+#include "tst_faults.moc"
