@@ -214,6 +214,28 @@ private Q_SLOTS:
         QVERIFY(!r.err.isEmpty());
     }
 
+    // migrate once replaced a shop's master data without asking.
+    void migrateIntoDataNeedsReplace()
+    {
+        const QString from = TestDatabase::freshUrl();
+        const QString to = TestDatabase::freshUrl();
+        QCOMPARE(cli({u"--db"_s, from, u"init"_s, u"--demo"_s}).code, 0);
+        QCOMPARE(cli({u"--db"_s, to, u"add"_s, u"unit"_s, u"--name"_s, u"箱"_s}).code, 1); // no tables yet
+        QCOMPARE(cli({u"--db"_s, to, u"init"_s}).code, 0);
+        QCOMPARE(cli({u"--db"_s, to, u"add"_s, u"unit"_s, u"--name"_s, u"箱"_s}).code, 0);
+
+        const Result refused = cli({u"migrate"_s, u"--from"_s, from, u"--to"_s, to});
+        QCOMPARE(refused.code, 1);
+        QVERIFY2(refused.err.contains(u"目标数据库已有 1 行基础资料"_s), qPrintable(refused.err));
+        QVERIFY(refused.err.contains(u"--replace"_s));
+        QCOMPARE(cli({u"--db"_s, to, u"list"_s, u"unit"_s}).out.count(u'\n'), 2); // heading and the unit
+
+        const Result replaced = cli({u"migrate"_s, u"--from"_s, from, u"--to"_s, to, u"--replace"_s});
+        QCOMPARE(replaced.code, 0);
+        QVERIFY(replaced.out.contains(u"T_Item: "_s));
+        QCOMPARE(cli({u"--db"_s, to, u"list"_s, u"goods"_s}).out.count(u'\n'), 201);
+    }
+
     void pyCodesArgumentsAndStandardInput()
     {
         const Result args = cli({u"py"_s, u"康师傅矿泉水"_s, u"Cola 可乐"_s, QString()});

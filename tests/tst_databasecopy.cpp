@@ -142,6 +142,7 @@ private Q_SLOTS:
         Module1::ReseedKeyID(*target, u"T_Item"_s);
         const QStringList before = items(target);
         ItemFixtures::failOn(*target, u"T_GoodsInOutList"_s, u"INSERT"_s); // the last table fails
+        m_prompt->queueAnswer(CPrompt::vbYes); // replace the department
         const DatabaseCopy::Result result = CBus::CopyTableDataBetweenDB(*source, *target, CBus::MasterTables());
         QVERIFY(!result.ok);
         QVERIFY(result.error.contains(u"blocked"_s));
@@ -153,6 +154,30 @@ private Q_SLOTS:
         CItems departments;
         QVERIFY(departments.InitInstance(target, 6));
         QCOMPARE(departments.Count(), 1);
+    }
+
+    // A copy once replaced a shop's master data without a word (269 rows became 1).
+    void copyIntoDataAsksBeforeReplacing()
+    {
+        auto source = TestDatabase::createSqlite();
+        auto target = TestDatabase::create();
+        fill(source);
+        ItemFixtures::insert(*target, {500, 6, u"D1"_s, u"原有部门"_s});
+        ItemFixtures::insert(*target, {501, 6, u"D2"_s, u"另一部门"_s});
+        const QStringList before = items(target);
+
+        m_prompt->queueAnswer(CPrompt::vbNo);
+        const DatabaseCopy::Result refused = CBus::CopyTableDataBetweenDB(*source, *target, CBus::MasterTables());
+        QVERIFY(!refused.ok);
+        QCOMPARE(m_prompt->shown().size(), 1);
+        QCOMPARE(m_prompt->shown().at(0).style, CPrompt::vbYesNo | CPrompt::vbQuestion | CPrompt::vbDefaultButton2);
+        QVERIFY2(m_prompt->lastText().startsWith(u"目标数据库已有 2 行基础资料"_s), qPrintable(m_prompt->lastText()));
+        QCOMPARE(items(target), before);
+
+        m_prompt->queueAnswer(CPrompt::vbYes);
+        const DatabaseCopy::Result replaced = CBus::CopyTableDataBetweenDB(*source, *target, CBus::MasterTables());
+        QVERIFY2(replaced.ok, qPrintable(replaced.error));
+        QCOMPARE(items(target), items(source));
     }
 
     void oneKindIsCopiedAlone()

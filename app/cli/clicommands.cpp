@@ -39,7 +39,8 @@ const char16_t kUsage[] =
     u"  rename KIND ID NAME        修改名称\n"
     u"  delete KIND ID [--yes]     删除(--yes 对确认问题回答\"是\")\n"
     u"  py [TEXT ...]              助记符(拼音首字母),每个参数一行;无参数时逐行读标准输入\n"
-    u"  migrate --from URL --to URL   把全部基础资料(T_Item、T_GoodsPrice、T_GoodsInOutList)复制到另一个数据库\n"
+    u"  migrate --from URL --to URL [--replace]   把全部基础资料(T_Item、T_GoodsPrice、T_GoodsInOutList)复制到另一个\n"
+    u"                             数据库;目标已有基础资料时须加 --replace 才会替换\n"
     u"  export KIND FILE [--sheet NAME]   把一类资料(与主窗口的表格同样的列)导出为 Excel 工作簿的新表格\n"
     u"KIND: 1-12 或 client unit goods-type goods stock department option client-type area user-right\n"
     u"      receiver company\n"
@@ -254,9 +255,12 @@ int cmdMigrate(Context &c)
 {
     QString fromUrl;
     QString toUrl;
+    bool replace = false;
     while (!c.args.isEmpty()) {
         const QString arg = c.args.takeFirst();
-        if ((arg == u"--from"_s || arg == u"--to"_s) && !c.args.isEmpty()) {
+        if (arg == u"--replace"_s) {
+            replace = true;
+        } else if ((arg == u"--from"_s || arg == u"--to"_s) && !c.args.isEmpty()) {
             (arg == u"--from"_s ? fromUrl : toUrl) = c.args.takeFirst();
         } else if (arg.startsWith(u"--from="_s)) {
             fromUrl = arg.mid(7);
@@ -285,8 +289,14 @@ int cmdMigrate(Context &c)
     }
     try {
         to->EnsureSchema();
+        // Replacing a shop's data is never a side effect: the user says so.
+        const qint64 existing = DatabaseCopy::rowsIn(*to, DatabaseCopy::MasterTables());
+        if (existing > 0 && !replace) {
+            c.err << u"目标数据库已有 "_s << existing << u" 行基础资料,迁移会替换它们;确需替换请加 --replace\n"_s;
+            return Failed;
+        }
     } catch (const DbError &e) {
-        c.err << u"创建数据表失败: "_s << e.message() << u'\n';
+        c.err << u"准备目标数据库失败: "_s << e.message() << u'\n';
         return Failed;
     }
     const DatabaseCopy::Result result = DatabaseCopy::copyTables(*from, *to, DatabaseCopy::MasterTables());

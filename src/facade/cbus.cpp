@@ -327,6 +327,21 @@ QStringList CBus::MasterTables()
 
 DatabaseCopy::Result CBus::CopyTableDataBetweenDB(CConnection &from, CConnection &to, const QStringList &tables)
 {
+    // Replacing a shop's data is never a side effect: the user is asked, with the number of rows at stake.
+    try {
+        const qint64 existing = DatabaseCopy::rowsIn(to, tables);
+        if (existing > 0) {
+            const QString rows = QString::number(existing);
+            if (CPrompt::current().MsgBox(
+                    u"目标数据库已有 "_s + rows + u" 行基础资料,复制会替换它们。\r\n您确实要替换吗?"_s,
+                    CPrompt::vbYesNo | CPrompt::vbQuestion | CPrompt::vbDefaultButton2, CPrompt::messageTitle())
+                != CPrompt::vbYes) {
+                return {false, u"目标数据库已有 "_s + rows + u" 行基础资料,没有替换"_s, {}};
+            }
+        }
+    } catch (const DbError &e) {
+        return {false, e.message(), {}};
+    }
     return DatabaseCopy::copyTables(from, to, tables);
 }
 

@@ -147,6 +147,7 @@ public:
 
     /// Copies whole tables from one database to another (see DatabaseCopy): in one transaction on the target,
     /// replacing what the target had in them, then reseeding their keys. A failure leaves the target unchanged.
+    /// When the target's tables hold rows the user is asked first (Yes/No, with their number); No copies nothing.
     static DatabaseCopy::Result CopyTableDataBetweenDB(CConnection &from, CConnection &to, const QStringList &tables);
     /// The master tables a database move copies: items, prices and stock movements.
     static QStringList MasterTables();

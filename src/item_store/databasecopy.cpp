@@ -532,6 +532,21 @@ DatabaseCopy::Result DatabaseCopy::copyTables(CConnection &from, CConnection &to
     return copy(from, to, list);
 }
 
+qint64 DatabaseCopy::rowsIn(CConnection &connection, const QStringList &tables)
+{
+    qint64 rows = 0;
+    for (const QString &table : tables) {
+        if (!connection.hasTable(table)) {
+            continue;
+        }
+        QSqlQuery q = connection.Select(u"SELECT COUNT(*) FROM "_s + table);
+        if (CConnection::next(q)) {
+            rows += q.value(0).toLongLong();
+        }
+    }
+    return rows;
+}
+
 QStringList DatabaseCopy::MasterTables()
 {
     return {QStringLiteral("T_Item"), QStringLiteral("T_GoodsPrice"), QStringLiteral("T_GoodsInOutList")};

@@ -44,6 +44,9 @@ public:
     static Result copyTables(CConnection &from, CConnection &to, const QStringList &tables);
     /// The tables that hold the master data: T_Item, T_GoodsPrice, T_GoodsInOutList.
     static QStringList MasterTables();
+    /// How many rows of these tables a database holds (the rows a copy into it would replace); missing tables
+    /// count 0. Throws DbError.
+    static qint64 rowsIn(CConnection &connection, const QStringList &tables);
 };
 
 #endif
