@@ -8,6 +8,8 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include <tuple>
+
 using namespace Qt::StringLiterals;
 
 class CBusTest : public QObject
@@ -153,6 +155,37 @@ private Q_SLOTS:
 
         ItemFixtures::failOn(*m_db, u"T_Item"_s, u"INSERT"_s);
         QCOMPARE(bus.SaveItemToDB(std::make_shared<CItem>(), m_db), 0);
+    }
+
+    void renamedUnitsAndTypesReachTheGoodsAndClients()
+    {
+        seed();
+        CBus bus;
+        bus.InitAllData(m_db);
+        const CItemPtr goods = bus.mAllGoods()->SearchItemByID(7);
+        const CItemPtr client = bus.mClients()->SearchItemByID(3);
+        QCOMPARE(goods->mUnitName(), u"瓶"_s);
+        for (const auto &[items, id, name] :
+             {std::tuple {bus.mUnits(), 5, u"瓶装"_s}, std::tuple {bus.mTypes(), 6, u"酒水饮料"_s},
+              std::tuple {bus.mClientTypes(), 1, u"批发客户"_s}}) {
+            auto renamed = CItem::create(*items->SearchItemByID(id));
+            renamed->setF_ItemName(name);
+            QVERIFY(items->SaveItem(renamed));
+        }
+        QCOMPARE(goods->mUnitName(), u"瓶装"_s);
+        QCOMPARE(goods->mTypeName(), u"酒水饮料"_s);
+        QCOMPARE(client->mTypeName(), u"批发客户"_s);
+        // A goods of another unit keeps its own.
+        QCOMPARE(bus.mAllGoods()->SearchItemByID(8)->mUnitName(), QString());
+
+        // A unit list put in later is followed as well.
+        auto units = std::make_shared<CItems>();
+        QVERIFY(units->InitInstance(m_db, CBus::itUnit));
+        bus.setmUnits(units);
+        auto again = CItem::create(*units->SearchItemByID(5));
+        again->setF_ItemName(u"PET瓶"_s);
+        QVERIFY(units->SaveItem(again));
+        QCOMPARE(goods->mUnitName(), u"PET瓶"_s);
     }
 
     void settingACollectionReplacesIt()

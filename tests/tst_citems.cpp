@@ -1,6 +1,7 @@
 #include "cconnection.h"
 #include "citems.h"
 #include "itemfixtures.h"
+#include "keyid.h"
 #include "prompt.h"
 #include "testdatabase.h"
 
@@ -95,6 +96,19 @@ private Q_SLOTS:
         QVERIFY(!goods.HasTheItemName(u"商品j001"_s)); // compared exactly, as the look-ups do
     }
 
+    void numberCheckFailureNeverReadsAsFree()
+    {
+        ItemFixtures::insert(*m_db, {1, 4, u"G001"_s, u"可乐"_s});
+        auto goods = load(4);
+        QVERIFY(!goods->isNumberTaken(u"G002"_s));
+        m_db->Close();
+        QVERIFY(goods->isNumberTaken(u"G002"_s));
+        // No number is proposed that nobody could check.
+        QCOMPARE(goods->GetNewGoodsNo(), QString());
+        QVERIFY(m_prompt->lastText().startsWith(u"生成新编号失败:"_s));
+        QCOMPARE(goods->GetNewItemNo(u"KH"_s), QString());
+    }
+
     void bindersFillWidgetsAndNumbersFollowTheType()
     {
         ItemFixtures::insert(*m_db, {1, 3, u"01"_s, u"饮料"_s});
@@ -165,6 +179,20 @@ private Q_SLOTS:
         QCOMPARE(units->Item(1)->F_ItemName(), u"个"_s);
         QVERIFY(!units->Item(0));
         QVERIFY(!units->Item(3));
+    }
+
+    void failedLoadKeepsTheList()
+    {
+        ItemFixtures::insert(*m_db, {1, 2, QString(), u"箱"_s});
+        ItemFixtures::insert(*m_db, {2, 2, QString(), u"个"_s});
+        auto units = load(2);
+        QSignalSpy reset(units.get(), &CItems::ListAboutToBeReset);
+        m_db->Close();
+        QVERIFY(!units->InitInstance(m_db, 2));
+        QVERIFY(m_prompt->lastText().startsWith(u"读取单位数据失败:"_s));
+        QCOMPARE(units->Count(), 2);
+        QVERIFY(units->GetItemByItemName(u"个"_s));
+        QCOMPARE(reset.count(), 0);
     }
 
     void unknownTypeKeepsItsName()
@@ -323,6 +351,30 @@ private Q_SLOTS:
         QCOMPARE(numbers(*reloaded), numbers(*goods));
     }
 
+    void changeNoticeCarriesTheListedItem()
+    {
+        ItemFixtures::insert(*m_db, {1, 2, QString(), u"箱"_s});
+        Module1::ReseedKeyID(*m_db, u"T_Item"_s);
+        auto units = load(2);
+        QSignalSpy changed(units.get(), &CItems::SomeOneChanged);
+        auto item = std::make_shared<CItem>();
+        item->setF_ItemTypeID(2);
+        item->setF_ItemName(u"吨"_s);
+        QVERIFY(units->SaveItem(item));
+        QCOMPARE(changed.count(), 1);
+        // Listeners hold on to what they are given: it must be the item that stays in the list.
+        QCOMPARE(changed.at(0).at(0).value<CItemPtr>(), item);
+        QCOMPARE(units->SearchItemByID(item->F_ID()), item);
+
+        // The same for a copy saved over a listed item.
+        auto copy = CItem::create(*units->SearchItemByID(1));
+        copy->setF_ItemName(u"大箱"_s);
+        QVERIFY(units->SaveItem(copy));
+        QCOMPARE(changed.count(), 2);
+        QCOMPARE(changed.at(1).at(0).value<CItemPtr>(), copy);
+        QCOMPARE(units->SearchItemByID(1), copy);
+    }
+
     void savingAListedItemMovesItInsteadOfReinserting()
     {
         ItemFixtures::insert(*m_db, {1, 4, u"A"_s, u"甲"_s});
@@ -379,7 +431,7 @@ private Q_SLOTS:
         QVERIFY(units->SaveItem(units->Item(1)));
         QCOMPARE(unitMoved.count(), 1);
         QCOMPARE(unitMoved.at(0), (QList<QVariant> {1, 2}));
-        QCOMPARE(units->Item(2)->F_ItemName(), u"个"_s);
+        QVERIFY(units->GetItemByItemName(u"个"_s));
         QVERIFY(units->SaveItem(units->Item(2)));
         QCOMPARE(unitMoved.count(), 1);
     }
@@ -570,6 +622,21 @@ private Q_SLOTS:
         QCOMPARE(itemRows(), 1);
         QCOMPARE(goods->Count(), 1);
         QCOMPARE(removed.count(), 0);
+    }
+
+    void removeOfARowDeletedElsewhereLetsGoOfIt()
+    {
+        ItemFixtures::insert(*m_db, {1, 6, u"D1"_s, u"销售部"_s});
+        ItemFixtures::insert(*m_db, {2, 6, u"D2"_s, u"财务部"_s});
+        auto departments = load(6);
+        QSignalSpy removed(departments.get(), &CItems::SomeOneRemoved);
+        m_db->Execute(u"Delete From T_Item Where F_ID=1"_s); // another seat was quicker
+        QVERIFY(departments->RemoveItem(1));
+        QCOMPARE(m_prompt->lastText(), u"该记录已经被其他用户删除!"_s);
+        QCOMPARE(departments->Count(), 1);
+        QVERIFY(!departments->SearchItemByID(1));
+        QCOMPARE(removed.count(), 1);
+        QCOMPARE(removed.at(0).at(0).toInt(), 1);
     }
 
     void addAndRenameAskForTheName()

@@ -115,6 +115,23 @@ private Q_SLOTS:
         QCOMPARE(dialog->txtPriceSale->text(), u"3.50"_s);
     }
 
+    void renamingTakesTheMnemonicCodeOfTheNewName()
+    {
+        frmGoodsEdit *goods = m_bus->goodsEditDialog();
+        QVERIFY(goods->LoadGoods(10, m_bus->mAllGoods(), m_bus->mTypes(), m_bus->mUnits(), false));
+        goods->txtName->selectAll();
+        goods->txtName->insert(u"百事可乐"_s);
+        QCOMPARE(goods->txtSpell->text(), CSpell::py(u"百事可乐"));
+        QVERIFY(goods->cmdOK_Click());
+        QCOMPARE(stored(10, u"F_Spell"_s), CSpell::py(u"百事可乐"));
+
+        frmClientEdit *client = m_bus->clientEditDialog();
+        QVERIFY(client->LoadClient(m_bus->mAreas(), m_bus->mClients(), m_bus->mClientTypes(), 0, 40));
+        client->txtName->selectAll();
+        client->txtName->insert(u"华润万家"_s);
+        QCOMPARE(client->txtSpell->text(), CSpell::py(u"华润万家"));
+    }
+
     void duplicateNumberOrNameIsRefused()
     {
         frmGoodsEdit *dialog = m_bus->goodsEditDialog();
@@ -286,14 +303,43 @@ private Q_SLOTS:
         QCOMPARE(lines.Item(1)->Amount(), Currency::fromInteger(5));
         QCOMPARE(lines.Item(1)->Money(), *Currency::fromString(u"12.5"));
 
-        whenShown(dialog, [dialog]() {
+        whenShown(dialog, [this, dialog]() {
             dialog->txtSearch->setText(u"xb"_s);
             QVERIFY(dialog->pickCurrent());
             QVERIFY(dialog->cmdAdd_Click());
+            m_prompt->queueAnswer(CPrompt::vbYes); // drop the picked line
             dialog->cmdCancel->click();
         });
         QVERIFY(!m_bus->SelectGoodsEx(lines, false));
         QCOMPARE(lines.Count(), 1);
+    }
+
+    void goodsPickerAsksBeforeDroppingPickedLines()
+    {
+        CItems lines;
+        frmSelectGoodsEx *dialog = m_bus->selectGoodsDialog();
+        whenShown(dialog, [this, dialog]() {
+            QVERIFY(dialog->cmdOK->isDefault());
+            QCOMPARE(dialog->cmdOK->text(), u"确定(&O)"_s);
+            QAbstractItemModel *goods = dialog->lvGoods->model();
+            const int price = 4; // number, name, standard, unit, price
+            QCOMPARE(goods->headerData(price, Qt::Horizontal).toString(), u"单件售价"_s);
+            QCOMPARE(Qt::Alignment(goods->index(0, price).data(Qt::TextAlignmentRole).toInt()) & Qt::AlignRight,
+                     Qt::AlignRight);
+            QVERIFY(dialog->pickCurrent());
+            QVERIFY(dialog->cmdAdd_Click());
+            // Esc with a picked line: the clerk is asked, and No keeps the dialog and the line.
+            m_prompt->queueAnswer(CPrompt::vbNo);
+            QTest::keyClick(dialog->txtSearch, Qt::Key_Escape);
+            QCOMPARE(m_prompt->lastText(), u"选择的商品还没有确定,确实要放弃吗?"_s);
+            QVERIFY(dialog->isVisible());
+            QCOMPARE(dialog->lvLines->model()->rowCount(), 1);
+            m_prompt->queueAnswer(CPrompt::vbYes);
+            QTest::keyClick(dialog->txtSearch, Qt::Key_Escape);
+        });
+        QVERIFY(!m_bus->SelectGoodsEx(lines, false));
+        QCOMPARE(lines.Count(), 0);
+        QCOMPARE(m_prompt->shown().size(), 2);
     }
 
     void goodsTypeTreeNarrowsTheList()
@@ -342,13 +388,42 @@ private Q_SLOTS:
         QVERIFY(!m_bus->SelectItems(11));
     }
 
+    void aClickOrSpaceOnAnyColumnTicksTheRow()
+    {
+        frmSelectItem *dialog = m_bus->selectItemDialog();
+        dialog->LoadItems(*m_bus->mLLRs(), QString());
+        dialog->show();
+        QVERIFY(QTest::qWaitForWindowExposed(dialog));
+        QTableView *list = dialog->lstItems;
+        QAbstractItemModel *model = list->model();
+        const auto checked = [model](int row) {
+            return model->index(row, 0).data(Qt::CheckStateRole).toInt() == Qt::Checked;
+        };
+        // On the name, right of the box.
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualRect(model->index(0, 0)).center());
+        QVERIFY(checked(0));
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualRect(model->index(1, 1)).center());
+        QVERIFY(checked(1));
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualRect(model->index(1, 1)).center());
+        QVERIFY(!checked(1));
+        // Space on a row whose current cell is not the first column.
+        list->setFocus();
+        list->setCurrentIndex(model->index(2, 1));
+        QTest::keyClick(list, Qt::Key_Space);
+        QVERIFY(checked(2));
+        QTest::keyClick(list, Qt::Key_Space);
+        QVERIFY(!checked(2));
+        QCOMPARE(dialog->checkedItems().size(), std::size_t(1));
+        dialog->hide();
+    }
+
     void propertiesOpensTheGoodsDialogForTheCurrentRow()
     {
         m_bus->ShowMain();
         frmMain *form = m_bus->mainWindow();
         form->selectKind(4);
         form->Flexgd1->setRow(2);
-        frmGoodsEdit *dialog = m_bus->goodsEditDialog();
+        frmGoodsEdit *dialog = form->goodsEditDialog();
         QString shownName;
         whenShown(dialog, [dialog, &shownName]() {
             shownName = dialog->txtName->text();

@@ -1,6 +1,9 @@
 #include "cbus.h"
 #include "cconnection.h"
 #include "citems.h"
+#include "cspell.h"
+#include "frmclientedit.h"
+#include "frmgoodsedit.h"
 #include "frminputitem.h"
 #include "frmmain.h"
 #include "frmsearch.h"
@@ -13,11 +16,14 @@
 #include "testdatabase.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QSettings>
+#include <QSignalSpy>
 #include <QStatusBar>
 #include <QTemporaryDir>
 #include <QTest>
@@ -58,6 +64,16 @@ private:
     {
         QSqlQuery q = m_db->Select(u"Select F_ItemName From T_Item Where F_ID=?"_s, {id});
         return q.next() ? q.value(0).toString() : u"<none>"_s;
+    }
+    // Runs `drive` on the modal dialog of that class once it shows; fails when none shows.
+    template<typename Dialog, typename Drive>
+    static void whenModal(Drive drive)
+    {
+        QTimer::singleShot(0, [drive]() {
+            Dialog *dialog = nullptr;
+            QTRY_VERIFY_WITH_TIMEOUT((dialog = qobject_cast<Dialog *>(QApplication::activeModalWidget())), 3000);
+            drive(dialog);
+        });
     }
     void editCell(int row, ItemTableModel::Field field, const QString &text)
     {
@@ -286,6 +302,40 @@ private Q_SLOTS:
         QVERIFY(!m_form->mnuEditSave->isEnabled());
     }
 
+    void renameInTheGridTakesTheNewMnemonicCode()
+    {
+        openForm();
+        m_form->selectKind(4);
+        ItemTableModel *model = m_form->itemModel();
+        const int spell = model->columnOf(ItemTableModel::Spell);
+        editCell(0, ItemTableModel::ItemName, u"百事可乐"_s);
+        QCOMPARE(m_form->Flexgd1->TextMatrix(1, spell), CSpell::py(u"百事可乐"));
+        // A code typed in the same edit stays, whichever comes first.
+        editCell(2, ItemTableModel::Spell, u"XBQS"_s);
+        editCell(2, ItemTableModel::ItemName, u"雪碧清爽"_s);
+        QCOMPARE(m_form->Flexgd1->TextMatrix(3, spell), u"XBQS"_s);
+        m_form->mnuEditSave->trigger();
+        QSqlQuery q = m_db->Select(u"Select F_Spell From T_Item Where F_ID In (10, 12) Order By F_ID"_s);
+        QVERIFY(q.next());
+        QCOMPARE(q.value(0).toString(), CSpell::py(u"百事可乐"));
+        QVERIFY(q.next());
+        QCOMPARE(q.value(0).toString(), u"XBQS"_s);
+    }
+
+    void duplicateNameInTheGridIsRefusedOnItsCell()
+    {
+        openForm();
+        m_form->selectKind(4);
+        editCell(2, ItemTableModel::ItemName, u"可乐"_s);
+        m_form->Flexgd1->setCurrentIndex(m_form->itemModel()->index(0, 0));
+        m_form->mnuEditSave->trigger();
+        QCOMPARE(m_prompt->lastText(), u"商品名称[可乐]已经存在,请换一个名称!"_s);
+        QVERIFY(m_form->button(u"保存"_s)->isEnabled());
+        QCOMPARE(storedName(12), u"雪碧"_s);
+        QCOMPARE(m_form->Flexgd1->currentIndex().row(), 2);
+        QCOMPARE(m_form->Flexgd1->currentIndex().column(), m_form->itemModel()->columnOf(ItemTableModel::ItemName));
+    }
+
     void badPriceIsRefusedWithTheErrorBox()
     {
         openForm();
@@ -388,6 +438,82 @@ private Q_SLOTS:
         QCOMPARE(storedName(id), u"财务部"_s);
     }
 
+    void newGoodsOpensTheEditDialogWithTheNextNumber()
+    {
+        openForm();
+        m_form->selectKind(4);
+        m_form->Flexgd1->setRow(1);
+        QString suggested;
+        whenModal<frmGoodsEdit>([&suggested](frmGoodsEdit *dialog) {
+            suggested = dialog->txtNo->text();
+            dialog->txtName->setText(u"芬达"_s);
+            dialog->cboUnit->setCurrentIndex(dialog->cboUnit->findData(2));
+            dialog->txtPriceSale->setText(u"3.5"_s);
+            dialog->cmdOK->click();
+        });
+        m_form->button(u"新建"_s)->trigger();
+        QCOMPARE(suggested, u"G004"_s);
+        QCOMPARE(m_form->itemModel()->rowCount(), 4);
+        QVERIFY(!m_form->button(u"保存"_s)->isEnabled()); // saved by the dialog, nothing pending
+        QSqlQuery q = m_db->Select(u"Select F_ID, F_Tag1, F_ParentID From T_Item Where F_ItemNo='G004'"_s);
+        QVERIFY(q.next());
+        QCOMPARE(q.value(1).toInt(), 2);
+        QCOMPARE(q.value(2).toInt(), 3); // the type of the row the clerk stood on
+        // The grid stands on the new goods, which shows its unit.
+        const int row = m_form->Flexgd1->currentIndex().row();
+        QCOMPARE(m_form->itemModel()->itemAt(row)->F_ID(), q.value(0).toInt());
+        QCOMPARE(m_form->Flexgd1->TextMatrix(row + 1, m_form->itemModel()->columnOf(ItemTableModel::UnitName)),
+                 u"箱"_s);
+    }
+
+    void clientPropertiesOpenTheClientDialog()
+    {
+        ItemFixtures::insert(*m_db, {30, 8, u"1"_s, u"批发客户"_s});
+        ItemFixtures::insert(*m_db, {31, 1, u"KH0001"_s, u"华联超市"_s});
+        m_bus->InitAllData(m_db);
+        openForm();
+        m_form->selectKind(1);
+        m_form->Flexgd1->setRow(1);
+        QString shownName;
+        whenModal<frmClientEdit>([&shownName](frmClientEdit *dialog) {
+            shownName = dialog->txtName->text();
+            dialog->cboClientType->setCurrentIndex(dialog->cboClientType->findData(30));
+            dialog->cmdOK->click();
+        });
+        m_form->button(u"属性"_s)->trigger();
+        QCOMPARE(shownName, u"华联超市"_s);
+        QCOMPARE(m_form->Flexgd1->TextMatrix(1, m_form->itemModel()->columnOf(ItemTableModel::TypeName)),
+                 u"批发客户"_s);
+
+        QString suggested;
+        whenModal<frmClientEdit>([&suggested](frmClientEdit *dialog) {
+            suggested = dialog->txtNo->text();
+            dialog->cmdCancel->click();
+        });
+        m_form->button(u"新建"_s)->trigger();
+        QCOMPARE(suggested, u"KH0002"_s);
+        QCOMPARE(m_form->itemModel()->rowCount(), 1);
+    }
+
+    void renamedUnitAndTypeShowInTheGoodsRows()
+    {
+        openForm();
+        m_form->selectKind(4);
+        ItemTableModel *model = m_form->itemModel();
+        QSignalSpy changed(model, &QAbstractItemModel::dataChanged);
+        auto unit = CItem::create(*m_bus->mUnits()->SearchItemByID(1));
+        unit->setF_ItemName(u"瓶装"_s);
+        QVERIFY(m_bus->mUnits()->SaveItem(unit));
+        auto type = CItem::create(*m_bus->mTypes()->SearchItemByID(3));
+        type->setF_ItemName(u"饮品"_s);
+        QVERIFY(m_bus->mTypes()->SaveItem(type));
+        for (int row = 1; row <= 3; ++row) {
+            QCOMPARE(m_form->Flexgd1->TextMatrix(row, model->columnOf(ItemTableModel::UnitName)), u"瓶装"_s);
+            QCOMPARE(m_form->Flexgd1->TextMatrix(row, model->columnOf(ItemTableModel::TypeName)), u"饮品"_s);
+        }
+        QVERIFY(changed.count() >= 3); // the rows were told to repaint
+    }
+
     void propertiesWithoutDialogAnswersWithTheMessage()
     {
         openForm();
@@ -404,6 +530,17 @@ private Q_SLOTS:
         m_bus->mAllGoods()->Refresh(10);
         QCOMPARE(m_form->Flexgd1->TextMatrix(1, 1), u"百事可乐"_s);
         QCOMPARE(m_form->Flexgd1->TextMatrix(1, 3), u"箱"_s);
+    }
+
+    void gridReachesTheRightEdgeAndPrintHasItsOwnIcon()
+    {
+        openForm();
+        m_form->selectKind(4);
+        QCOMPARE(m_form->Flexgd1->geometry().right(), m_form->centralWidget()->width() - 1);
+        const QImage print = m_form->button(u"打印"_s)->icon().pixmap(24, 24).toImage();
+        const QImage save = m_form->button(u"保存"_s)->icon().pixmap(24, 24).toImage();
+        QVERIFY(print != save);
+        QCOMPARE(print.size(), QSize(24, 24));
     }
 
     void toggles()
@@ -436,6 +573,21 @@ private Q_SLOTS:
         search->cmdFind->click();
         QCOMPARE(m_prompt->lastText(), u"没有找到符合条件的记录!"_s);
         QCOMPARE(m_form->Flexgd1->currentIndex().row(), 2);
+    }
+
+    void enterOnTheFindButtonSearches()
+    {
+        openForm();
+        m_form->selectKind(4);
+        m_form->mnuSearch->trigger();
+        frmSearch *search = m_form->searchDialog();
+        QVERIFY(QTest::qWaitForWindowActive(search));
+        search->txtSpell->setText(u"XB"_s);
+        search->cmdFind->setFocus();
+        QTRY_VERIFY(search->cmdFind->hasFocus());
+        QTest::keyClick(search->cmdFind, Qt::Key_Return);
+        QCOMPARE(m_form->Flexgd1->currentIndex().row(), 2);
+        QVERIFY(search->isVisible());
     }
 
     void searchEnterMovesToTheNextField()
@@ -506,6 +658,29 @@ private Q_SLOTS:
         QCOMPARE(m_bus->mainWindow(), first);
         QCOMPARE(first->collection(4), m_bus->mAllGoods());
         first->hide();
+    }
+
+    void showMainHandsOverTheCurrentListsEachTime()
+    {
+        m_bus->ShowMain();
+        frmMain *form = m_bus->mainWindow();
+        form->selectKind(4);
+        QCOMPARE(form->connection(), m_db);
+
+        // Another database, and a goods list replaced by the host.
+        auto other = TestDatabase::create();
+        QVERIFY(other);
+        ItemFixtures::insert(*other, {1, 4, u"X001"_s, u"别处的商品"_s});
+        m_bus->InitItems(other, 2);
+        auto goods = std::make_shared<CItems>();
+        QVERIFY(goods->InitInstance(other, 4));
+        m_bus->setmAllGoods(goods);
+        m_bus->ShowMain();
+        QCOMPARE(form->connection(), other);
+        QCOMPARE(form->collection(4), goods);
+        QCOMPARE(form->Flexgd1->Rows(), 2);
+        QCOMPARE(form->Flexgd1->TextMatrix(1, 1), u"别处的商品"_s);
+        form->hide();
     }
 };
 

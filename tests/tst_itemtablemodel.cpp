@@ -226,13 +226,66 @@ private Q_SLOTS:
 
     void newRowWithoutNameIsNotSaved()
     {
-        m_model->addNewRow();
+        const int row = m_model->addNewRow();
+        QVERIFY(edit(row, ItemTableModel::ItemNo, u"G009"_s));
         QVERIFY(!m_model->SaveChanges());
-        QVERIFY(m_prompt->lastText().startsWith(u"保存错误:新建的商品没有名称!"_s));
+        QCOMPARE(m_prompt->lastText(), u"请输入商品名称!"_s);
         QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_Item"_s), 3);
         QVERIFY(m_model->isModified());
         QVERIFY(m_model->removeNewRow(3));
         QVERIFY(!m_model->isModified());
+    }
+
+    void newGoodsRowWithoutNumberIsNotSaved()
+    {
+        const int row = m_model->addNewRow();
+        QVERIFY(edit(row, ItemTableModel::ItemName, u"橙汁"_s));
+        QSignalSpy refused(m_model.get(), &ItemTableModel::saveRefused);
+        QVERIFY(!m_model->SaveChanges());
+        QCOMPARE(m_prompt->lastText(), u"请输入商品编号!"_s);
+        QCOMPARE(m_prompt->shown().constLast().style, int(CPrompt::vbExclamation));
+        QCOMPARE(refused.count(), 1);
+        QCOMPARE(refused.at(0).at(0).toInt(), row);
+        QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_Item"_s), 3);
+        QVERIFY(m_model->isNewRow(row));
+    }
+
+    void duplicateNumberOrNameIsRefusedAsTheDialogsDo()
+    {
+        // A rename to a name another goods has.
+        QVERIFY(edit(1, ItemTableModel::ItemName, u"可乐"_s));
+        QVERIFY(edit(2, ItemTableModel::Remark, u"促销"_s));
+        QVERIFY(!m_model->SaveChanges());
+        QCOMPARE(m_prompt->lastText(), u"商品名称[可乐]已经存在,请换一个名称!"_s);
+        // Nothing was written, and the clerk's edits stay on screen.
+        QCOMPARE(stored(u"G003"_s)->F_ItemName(), u"雪碧"_s);
+        QCOMPARE(stored(u"G005"_s)->F_Remark(), QString());
+        QCOMPARE(cell(1, ItemTableModel::ItemName), u"可乐"_s);
+        QCOMPARE(cell(2, ItemTableModel::Remark), u"促销"_s);
+        QVERIFY(m_model->isModified());
+
+        // A new row with a number that is taken, and two new rows with the same number.
+        m_model->discardChanges();
+        const int row = m_model->addNewRow();
+        QVERIFY(edit(row, ItemTableModel::ItemNo, u"G001"_s));
+        QVERIFY(edit(row, ItemTableModel::ItemName, u"橙汁"_s));
+        QVERIFY(!m_model->SaveChanges());
+        QCOMPARE(m_prompt->lastText(), u"商品编号[G001]已经存在,请换一个编号!"_s);
+        QVERIFY(edit(row, ItemTableModel::ItemNo, u"G009"_s));
+        const int second = m_model->addNewRow();
+        QVERIFY(edit(second, ItemTableModel::ItemNo, u"G009"_s));
+        QVERIFY(edit(second, ItemTableModel::ItemName, u"橙汁2"_s));
+        QVERIFY(!m_model->SaveChanges());
+        QCOMPARE(m_prompt->lastText(), u"商品编号[G009]已经存在,请换一个编号!"_s);
+        QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_Item"_s), 3);
+
+        // Two goods trading their names is no clash.
+        m_model->discardChanges();
+        QVERIFY(edit(0, ItemTableModel::ItemName, u"雪碧"_s));
+        QVERIFY(edit(1, ItemTableModel::ItemName, u"可乐"_s));
+        QVERIFY(m_model->SaveChanges());
+        QCOMPARE(stored(u"G001"_s)->F_ItemName(), u"雪碧"_s);
+        QCOMPARE(stored(u"G003"_s)->F_ItemName(), u"可乐"_s);
     }
 
     void failedSaveKeepsTheEdits()

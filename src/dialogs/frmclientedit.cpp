@@ -115,7 +115,7 @@ bool frmClientEdit::LoadClient(const std::shared_ptr<CItems> &areas, const std::
     m_clients = clients;
     m_isNew = id < 1;
     m_saved.reset();
-    m_spellTouched = !m_isNew;
+    m_spellTouched = false; // a rename takes the code of the new name unless the clerk types one
     const bool supplier = mode.toInt() == SupplierMode;
     if (m_isNew) {
         m_editing = CItem::create();

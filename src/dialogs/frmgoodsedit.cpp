@@ -145,7 +145,7 @@ bool frmGoodsEdit::LoadGoods(const QVariant &value, const std::shared_ptr<CItems
     m_units = units;
     m_isNew = isNew;
     m_saved.reset();
-    m_spellTouched = !isNew;
+    m_spellTouched = false; // a rename takes the code of the new name unless the clerk types one
     m_noTouched = !isNew;
     if (isNew) {
         m_editing = CItem::create();

@@ -13,6 +13,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QStringMatcher>
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
@@ -49,8 +50,9 @@ frmSearch::frmSearch(QWidget *parent)
     layout->addLayout(buttons);
     setMinimumWidth(340);
 
-    // Enter in a field moves on instead of pressing a button; Enter on 查找 searches.
-    cmdFind->setAutoDefault(false);
+    // Enter in a field moves on instead of pressing a button (the fields filter it); Enter on 查找, or anywhere
+    // else in the dialog, searches.
+    cmdFind->setDefault(true);
     cmdClose->setAutoDefault(false);
     for (QLineEdit *field : {txtNo, txtName, txtSpell}) {
         field->installEventFilter(this);
@@ -97,24 +99,49 @@ int frmSearch::FindNext(int fromRow) const
     if (no.isEmpty() && name.isEmpty() && code.isEmpty()) {
         return -1;
     }
+    // The needles are prepared once; the rows are then read straight from the list.
+    const QStringMatcher noMatcher(no, Qt::CaseInsensitive);
+    const QStringMatcher nameMatcher(name, Qt::CaseInsensitive);
+    const QStringMatcher codeMatcher(code, Qt::CaseInsensitive);
+    const auto matches = [&](const CItem &item) {
+        if (!no.isEmpty() && noMatcher.indexIn(item.F_ItemNo()) < 0) {
+            return false;
+        }
+        if (!name.isEmpty() && nameMatcher.indexIn(item.F_ItemName()) < 0) {
+            return false;
+        }
+        return code.isEmpty() || codeMatcher.indexIn(item.F_Spell()) >= 0 || CSpell::MatchCode(item.F_ItemName(), code);
+    };
     const int rows = model->rowCount();
+    const CItems *items = model->items();
+    if (items && !model->isModified()) {
+        // Without pending edits the rows are the list itself: one walk from the row after the current one to
+        // the end, then one from the top.
+        int row = 0;
+        for (const CItemPtr &item : *items) {
+            if (row > fromRow && matches(*item)) {
+                return row;
+            }
+            ++row;
+        }
+        row = 0;
+        for (const CItemPtr &item : *items) {
+            if (row > fromRow) {
+                break;
+            }
+            if (matches(*item)) {
+                return row;
+            }
+            ++row;
+        }
+        return -1;
+    }
     for (int step = 1; step <= rows; ++step) {
         const int row = int((qint64(fromRow) + step + rows) % rows);
         const CItemPtr item = model->itemAt(row);
-        if (!item) {
-            continue;
+        if (item && matches(*item)) {
+            return row;
         }
-        if (!no.isEmpty() && !item->F_ItemNo().contains(no, Qt::CaseInsensitive)) {
-            continue;
-        }
-        if (!name.isEmpty() && !item->F_ItemName().contains(name, Qt::CaseInsensitive)) {
-            continue;
-        }
-        if (!code.isEmpty() && !item->F_Spell().contains(code, Qt::CaseInsensitive)
-            && !CSpell::MatchCode(item->F_ItemName(), code)) {
-            continue;
-        }
-        return row;
     }
     return -1;
 }

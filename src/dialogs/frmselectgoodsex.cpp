@@ -50,7 +50,7 @@ frmSelectGoodsEx::frmSelectGoodsEx(QWidget *parent)
     , lvLines(new QTableView)
     , cmdRemove(new QPushButton(u"删除行(&D)"_s))
     , lblTotal(new QLabel)
-    , cmdOK(new QPushButton(u"确定"_s))
+    , cmdOK(new QPushButton(u"确定(&O)"_s))
     , cmdCancel(new QPushButton(u"取消"_s))
     , m_goodsModel(new ItemListModel({ItemTableModel::ItemNo, ItemTableModel::ItemName, ItemTableModel::Standard,
                                       ItemTableModel::UnitName, ItemTableModel::PriceSale, ItemTableModel::Spell},
@@ -139,6 +139,8 @@ frmSelectGoodsEx::frmSelectGoodsEx(QWidget *parent)
     for (QPushButton *button : {cmdAdd, cmdRemove, cmdOK, cmdCancel}) {
         button->setAutoDefault(false);
     }
+    // Enter in the fields picks and adds (see eventFilter); elsewhere it confirms.
+    cmdOK->setDefault(true);
     connect(cmdAdd, &QPushButton::clicked, this, &frmSelectGoodsEx::cmdAdd_Click);
     connect(cmdOK, &QPushButton::clicked, this, &frmSelectGoodsEx::cmdOK_Click);
     connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject);
@@ -147,6 +149,7 @@ frmSelectGoodsEx::frmSelectGoodsEx(QWidget *parent)
         if (current.isValid()) {
             const CItemPtr line = m_linesModel->itemAt(current.row());
             m_lines.erase(std::find(m_lines.begin(), m_lines.end(), line));
+            m_linesChanged = true;
             if (m_changingLine == line) {
                 m_changingLine.reset();
             }
@@ -175,6 +178,7 @@ void frmSelectGoodsEx::LoadGoods(CItems &tGoodsList, const std::shared_ptr<CItem
     m_picked.reset();
     m_changingLine.reset();
     m_lines.clear();
+    m_linesChanged = false;
     if (blnIsChangeMode) {
         // Copies: the caller's lines change only when the clerk confirms.
         for (const CItemPtr &line : tGoodsList) {
@@ -304,6 +308,7 @@ bool frmSelectGoodsEx::cmdAdd_Click()
         line = CItem::create(*m_picked);
         m_lines.push_back(line);
     }
+    m_linesChanged = true;
     line->setAmount(amount);
     line->setPrice(price);
     line->setMoney(amount * price);
@@ -349,7 +354,20 @@ void frmSelectGoodsEx::cmdOK_Click()
         m_lines.clear();
         showLines();
     }
+    m_linesChanged = false;
     accept();
+}
+
+void frmSelectGoodsEx::reject()
+{
+    if (m_linesChanged
+        && CPrompt::current().MsgBox(u"选择的商品还没有确定,确实要放弃吗?"_s, CPrompt::vbYesNo | CPrompt::vbQuestion,
+                                     CPrompt::messageTitle())
+            != CPrompt::vbYes) {
+        return;
+    }
+    m_linesChanged = false;
+    QDialog::reject();
 }
 
 bool frmSelectGoodsEx::eventFilter(QObject *watched, QEvent *event)

@@ -73,6 +73,8 @@ public:
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
+    /// Esc and 取消: lines picked or changed since the dialog opened are only dropped when the clerk says so.
+    void reject() override;
 
 private:
     void showLines();
@@ -81,6 +83,7 @@ private:
     std::shared_ptr<CItems> m_goods;
     CItems *m_target = nullptr;
     bool m_changeMode = false;
+    bool m_linesChanged = false;
     ItemListModel *m_goodsModel;
     ItemListModel *m_linesModel;
     std::vector<CItemPtr> m_lines;

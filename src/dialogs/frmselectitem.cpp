@@ -5,6 +5,7 @@
 
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -12,8 +13,38 @@
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <functional>
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+class SpaceTicks : public QObject
+{
+public:
+    SpaceTicks(QObject *parent, std::function<void()> tick)
+        : QObject(parent)
+        , m_tick(std::move(tick))
+    { }
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::KeyPress) {
+            const auto *key = static_cast<QKeyEvent *>(event);
+            if (key->key() == Qt::Key_Space && key->modifiers() == Qt::NoModifier) {
+                m_tick();
+                return true;
+            }
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    std::function<void()> m_tick;
+};
+
+} // namespace
 
 frmSelectItem::frmSelectItem(QWidget *parent)
     : QDialog(parent)
@@ -74,13 +105,24 @@ frmSelectItem::frmSelectItem(QWidget *parent)
             m_model->setChecked(item, !all);
         }
     });
-    connect(lstItems, &QTableView::clicked, this, [this](const QModelIndex &index) {
-        if (index.column() != 0) {
-            const CItemPtr item = m_model->itemAt(index.row());
-            const std::vector<CItemPtr> checked = m_model->checkedItems();
-            m_model->setChecked(item, std::find(checked.begin(), checked.end(), item) == checked.end());
+    // A click anywhere on a row ticks it, and Space ticks the current row whichever column is current; the list
+    // does the ticking itself, so that the check box and the other columns answer alike.
+    connect(lstItems, &QTableView::clicked, this, [this](const QModelIndex &index) { toggleRow(index.row()); });
+    lstItems->installEventFilter(new SpaceTicks(lstItems, [this]() {
+        if (lstItems->currentIndex().isValid()) {
+            toggleRow(lstItems->currentIndex().row());
         }
-    });
+    }));
+}
+
+void frmSelectItem::toggleRow(int row)
+{
+    const CItemPtr item = m_model->itemAt(row);
+    if (!item) {
+        return;
+    }
+    const std::vector<CItemPtr> checked = m_model->checkedItems();
+    m_model->setChecked(item, std::find(checked.begin(), checked.end(), item) == checked.end());
 }
 
 frmSelectItem::~frmSelectItem() = default;

@@ -41,6 +41,7 @@ public:
     std::vector<CItemPtr> checkedItems() const;
 
 private:
+    void toggleRow(int row);
     std::vector<CItemPtr> m_all;
     ItemListModel *m_model;
 };

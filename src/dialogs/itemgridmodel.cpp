@@ -1,11 +1,15 @@
 #include "itemgridmodel.h"
 
+#include "cspell.h"
+
 #include <QBrush>
 #include <QColor>
 
 ItemGridModel::ItemGridModel(CItems *items, const QList<Field> &fields, QObject *parent)
     : ItemTableModel(items, fields, parent)
-{ }
+{
+    setSpellMaker([](const QString &name) { return CSpell::py(name); });
+}
 
 QVariant ItemGridModel::data(const QModelIndex &index, int role) const
 {

@@ -6,6 +6,29 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+// Amounts and quantities line up on the right, as in the management window's grid.
+bool isNumber(ItemTableModel::Field field)
+{
+    switch (field) {
+    case ItemTableModel::PriceEnterPack:
+    case ItemTableModel::PriceEnter:
+    case ItemTableModel::PriceSalePack:
+    case ItemTableModel::PriceSale:
+    case ItemTableModel::PackageAmount:
+    case ItemTableModel::LimitUp:
+    case ItemTableModel::LimitDown:
+    case ItemTableModel::OweWarring:
+    case ItemTableModel::OweStop:
+        return true;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
 ItemListModel::ItemListModel(const QList<ItemTableModel::Field> &fields, QObject *parent)
     : QAbstractTableModel(parent)
     , m_fields(fields)
@@ -59,7 +82,7 @@ QVariant ItemListModel::data(const QModelIndex &index, int role) const
             std::find(m_checked.begin(), m_checked.end(), m_items[std::size_t(index.row())]) != m_checked.end();
         return checked ? Qt::Checked : Qt::Unchecked;
     }
-    if (role == Qt::TextAlignmentRole && column >= m_fields.size()) {
+    if (role == Qt::TextAlignmentRole && (column >= m_fields.size() || isNumber(m_fields.at(column)))) {
         return QVariant::fromValue(Qt::Alignment(Qt::AlignRight | Qt::AlignVCenter));
     }
     return QVariant();
@@ -90,11 +113,8 @@ Qt::ItemFlags ItemListModel::flags(const QModelIndex &index) const
     if (!index.isValid()) {
         return Qt::NoItemFlags;
     }
-    Qt::ItemFlags result = Qt::ItemIsEnabled | Qt::ItemIsSelectable;
-    if (m_checkable && index.column() == 0) {
-        result |= Qt::ItemIsUserCheckable;
-    }
-    return result;
+    // Checkable lists show the box but leave the ticking to their dialog, which ticks on any column.
+    return Qt::ItemIsEnabled | Qt::ItemIsSelectable;
 }
 
 void ItemListModel::setItems(std::vector<CItemPtr> items)

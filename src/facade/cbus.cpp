@@ -30,7 +30,48 @@ CBus::CBus(QObject *parent)
     , m_rights(std::make_shared<CItems>())
     , m_softwareUsers(std::make_shared<CItems>())
     , m_options(std::make_shared<CItems>())
-{ }
+{
+    for (const auto &items : {m_units, m_types, m_clientTypes}) {
+        followJoinedNames(nullptr, items);
+    }
+}
+
+void CBus::followJoinedNames(const std::shared_ptr<CItems> &old, const std::shared_ptr<CItems> &items)
+{
+    if (old) {
+        disconnect(old.get(), &CItems::SomeOneChanged, this, nullptr);
+    }
+    if (!items) {
+        return;
+    }
+    connect(items.get(), &CItems::SomeOneChanged, this, [this](const CItemPtr &changed) {
+        if (!changed) {
+            return;
+        }
+        const auto dependants = changed->F_ItemTypeID() == itClientType ? m_clients : m_allGoods;
+        if (dependants) {
+            CItems::RejoinName(*dependants, *changed);
+        }
+    });
+}
+
+void CBus::setmUnits(const std::shared_ptr<CItems> &items)
+{
+    followJoinedNames(m_units, items);
+    m_units = items;
+}
+
+void CBus::setmTypes(const std::shared_ptr<CItems> &items)
+{
+    followJoinedNames(m_types, items);
+    m_types = items;
+}
+
+void CBus::setmClientTypes(const std::shared_ptr<CItems> &items)
+{
+    followJoinedNames(m_clientTypes, items);
+    m_clientTypes = items;
+}
 
 CBus::~CBus()
 {
@@ -197,39 +238,25 @@ void CBus::ShowMain()
 {
     if (!m_main) {
         m_main = std::make_unique<frmMain>();
-        const std::pair<int, std::shared_ptr<CItems>> lists[] = {
-            {itGoods, m_allGoods},         {itClient, m_clients}, {itClientType, m_clientTypes},
-            {itDepartment, m_departments}, {itLLR, m_llrs},       {itStorm, m_stocks},
-            {itGoodsType, m_types},        {itUnit, m_units},     {itArea, m_areas},
-        };
-        for (const auto &[type, items] : lists) {
-            m_main->setCollection(type, items);
-        }
-        m_main->setConnection(m_connection);
-        m_main->setPropertiesHandler([this](int itemType, const CItemPtr &item) {
-            if (itemType != itGoods && itemType != itClient) {
-                return false;
-            }
-            if (!item) {
-                return true;
-            }
-            if (item->F_ID() < 1) {
-                CPrompt::current().MsgBox(u"请先保存新建的记录!"_s, CPrompt::vbInformation, CPrompt::messageTitle());
-            } else if (itemType == itGoods) {
-                goodsEditDialog()->EditGoods(item->F_ID(), m_allGoods, m_stocks, m_types, m_units, false);
-            } else {
-                clientEditDialog()->EditClient(m_areas, m_clients, m_clientTypes, 0, item->F_ID());
-            }
-            return true;
-        });
         connect(
             m_main.get(), &frmMain::ExportRequested, this,
             [this](const QString &file, const QString &sheet, bool &ok) {
                 ok = CopyGridToExcel(m_main->Flexgd1, file, sheet);
             },
             Qt::DirectConnection);
-        m_main->Form_Load();
     }
+    // Every call hands over the current lists and connection: a reload on another database or a replaced list
+    // must not leave the window editing the old ones.
+    const std::pair<int, std::shared_ptr<CItems>> lists[] = {
+        {itGoods, m_allGoods},         {itClient, m_clients}, {itClientType, m_clientTypes},
+        {itDepartment, m_departments}, {itLLR, m_llrs},       {itStorm, m_stocks},
+        {itGoodsType, m_types},        {itUnit, m_units},     {itArea, m_areas},
+    };
+    for (const auto &[type, items] : lists) {
+        m_main->setCollection(type, items);
+    }
+    m_main->setConnection(m_connection);
+    m_main->Form_Load();
     m_main->show();
     m_main->raise();
     m_main->activateWindow();

@@ -72,9 +72,9 @@ public:
     std::shared_ptr<CItems> mClients() const { return m_clients; }
     void setmClients(const std::shared_ptr<CItems> &items) { m_clients = items; }
     std::shared_ptr<CItems> mUnits() const { return m_units; }
-    void setmUnits(const std::shared_ptr<CItems> &items) { m_units = items; }
+    void setmUnits(const std::shared_ptr<CItems> &items);
     std::shared_ptr<CItems> mTypes() const { return m_types; }
-    void setmTypes(const std::shared_ptr<CItems> &items) { m_types = items; }
+    void setmTypes(const std::shared_ptr<CItems> &items);
     std::shared_ptr<CItems> mAllGoods() const { return m_allGoods; }
     void setmAllGoods(const std::shared_ptr<CItems> &items) { m_allGoods = items; }
     std::shared_ptr<CItems> mStocks() const { return m_stocks; }
@@ -84,7 +84,7 @@ public:
     std::shared_ptr<CItems> mOptions() const { return m_options; }
     void setmOptions(const std::shared_ptr<CItems> &items) { m_options = items; }
     std::shared_ptr<CItems> mClientTypes() const { return m_clientTypes; }
-    void setmClientTypes(const std::shared_ptr<CItems> &items) { m_clientTypes = items; }
+    void setmClientTypes(const std::shared_ptr<CItems> &items);
     std::shared_ptr<CItems> mAreas() const { return m_areas; }
     void setmAreas(const std::shared_ptr<CItems> &items) { m_areas = items; }
     std::shared_ptr<CItems> mRights() const { return m_rights; }
@@ -163,6 +163,9 @@ Q_SIGNALS:
     void OnInitItem(const QString &ItemTypeName);
 
 private:
+    /// A renamed unit, goods type or client type is shown at once in the goods and clients that refer to it.
+    void followJoinedNames(const std::shared_ptr<CItems> &old, const std::shared_ptr<CItems> &items);
+
     std::shared_ptr<CItems> m_clients;
     std::shared_ptr<CItems> m_allGoods;
     std::shared_ptr<CItems> m_units;

@@ -221,14 +221,33 @@ public:
         }
         CRecordset rst(*connection);
         rst.Open(CItems::loadStatement(itemType));
-        ResetScope reset(this);
-        clear();
+        // The rows are read in full before the list changes: a load that fails on the way keeps the old list.
+        std::vector<CItemPtr> loaded;
         while (!rst.isEOF()) {
             auto item = CItem::create();
             item->UpdateDataFromRst(rst, true);
-            append(item);
+            loaded.push_back(std::move(item));
             rst.MoveNext();
         }
+        rst.Close();
+        ResetScope reset(this);
+        clear();
+        for (const CItemPtr &item : loaded) {
+            append(item);
+        }
+    }
+
+    // Re-reads the stored row into `item` (which need not be listed); false when the row is gone.
+    bool reread(qint32 id, CItem &item)
+    {
+        CRecordset rst(*connection);
+        rst.Open(u"Select * From T_Item Where F_ID=?"_s, {id});
+        if (rst.isEOF()) {
+            return false;
+        }
+        item.UpdateDataFromRst(rst, true);
+        rst.Close();
+        return true;
     }
 
     CItemPtr refreshOne(qint32 id)
@@ -330,10 +349,6 @@ bool CItems::InitInstance(const std::shared_ptr<CConnection> &connection, int it
     try {
         d->reload();
     } catch (const DbError &e) {
-        {
-            CItemsPrivate::ResetScope reset(d.get());
-            d->clear();
-        }
         Module1::SetErr(e.message());
         Module1::ShowErrMsg(u"读取"_s + d->typeName + u"数据失败:"_s);
         return false;
@@ -515,12 +530,15 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
             rst.Close();
             transaction.Commit();
         }
-        d->refreshOne(id);
+        // The saved item itself takes the stored values and the place in the list, and listeners are told about
+        // it: a copy made for the re-read would be thrown away right after.
+        d->reread(id, *item);
         if (CItemHook *listed = d->index.findInt(ItemIndex::ID, id, d->list)) {
             d->putBack(listed, item);
         } else {
             d->insertAt(d->orderedPosition(*item), item);
         }
+        Q_EMIT SomeOneChanged(item);
         if (boundControl && s_boundControlRefresh) {
             s_boundControlRefresh(*this, boundControl, id);
         }
@@ -641,13 +659,14 @@ bool CItems::RemoveItem(qint32 id)
             affected = db.Execute(u"Delete From T_Item Where F_ID="_s + sid);
             transaction.Commit();
         }
-        if (affected < 1) {
-            return false;
-        }
         if (CItemHook *hook = d->index.findInt(ItemIndex::ID, id, d->list)) {
             d->removeAt(d->list.positionOf(hook));
         }
         Q_EMIT SomeOneRemoved(id);
+        if (affected < 1) {
+            // Another seat deleted the row first; the list lets go of it too.
+            CPrompt::current().MsgBox(u"该记录已经被其他用户删除!"_s, CPrompt::vbInformation, CPrompt::messageTitle());
+        }
         return true;
     } catch (const DbError &e) {
         Module1::SetErr(e.message());
@@ -701,6 +720,14 @@ struct NumberStyle
     int width = 0;
 };
 
+// When the database cannot say whether a number is free, no number is proposed: the clerk types one, and the
+// save checks it.
+QString noNumber()
+{
+    Module1::ShowErrMsg(u"生成新编号失败:"_s);
+    return QString();
+}
+
 NumberStyle numberStyle(const QString &no)
 {
     qsizetype digits = 0;
@@ -743,7 +770,11 @@ QString nextNumber(const CItems &items, const std::vector<QString> &numbers)
     }
     for (qint64 counter = highest + 1;; ++counter) {
         const QString candidate = style.prefix + QString::number(counter).rightJustified(style.width, u'0');
-        if (!items.isNumberTaken(candidate)) {
+        const std::optional<bool> taken = items.numberTaken(candidate);
+        if (!taken) {
+            return noNumber();
+        }
+        if (!*taken) {
             return candidate;
         }
     }
@@ -838,7 +869,11 @@ QString CItems::numberAfter(const QString &prefix, std::optional<qint32> parentI
     }
     for (qint64 counter = highest + 1;; ++counter) {
         const QString candidate = prefix + QString::number(counter).rightJustified(width, u'0');
-        if (!isNumberTaken(candidate)) {
+        const std::optional<bool> taken = numberTaken(candidate);
+        if (!taken) {
+            return noNumber();
+        }
+        if (!*taken) {
             return candidate;
         }
     }
@@ -846,14 +881,20 @@ QString CItems::numberAfter(const QString &prefix, std::optional<qint32> parentI
 
 bool CItems::isNumberTaken(const QString &itemNo) const
 {
+    return numberTaken(itemNo).value_or(true);
+}
+
+std::optional<bool> CItems::numberTaken(const QString &itemNo) const
+{
     if (GetItemByItemNo(itemNo)) {
         return true;
     }
     // Goods the list leaves out (hidden ones) keep their numbers too.
     try {
         return d->connection && HasTheItemNoEx(itemNo);
-    } catch (const DbError &) {
-        return false;
+    } catch (const DbError &e) {
+        Module1::SetErr(e.message());
+        return std::nullopt;
     }
 }
 
@@ -887,4 +928,32 @@ void CItems::JoinClientTypeNames(const CItems &clients, CItems &clientTypes)
             client->setmTypeName(type->F_ItemName());
         }
     }
+}
+
+std::vector<CItemPtr> CItems::RejoinName(const CItems &dependants, const CItem &changed)
+{
+    std::vector<CItemPtr> result;
+    const qint32 id = changed.F_ID();
+    const ItemType kind = ItemType(changed.F_ItemTypeID());
+    const ItemType dependantKind = ItemType(dependants.itemTypeID());
+    if (id < 1) {
+        return result;
+    }
+    if (kind == ItemType::Unit && dependantKind == ItemType::Goods) {
+        for (const CItemPtr &item : dependants) {
+            if (item->F_Tag1() == id) {
+                item->setmUnitName(changed.F_ItemName());
+                result.push_back(item);
+            }
+        }
+    } else if ((kind == ItemType::GoodsType && dependantKind == ItemType::Goods)
+               || (kind == ItemType::ClientType && dependantKind == ItemType::Client)) {
+        for (const CItemPtr &item : dependants) {
+            if (item->F_ParentID() == id) {
+                item->setmTypeName(changed.F_ItemName());
+                result.push_back(item);
+            }
+        }
+    }
+    return result;
 }

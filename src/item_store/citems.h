@@ -10,6 +10,7 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 class CConnection;
 class QAbstractItemView;
@@ -42,7 +43,7 @@ public:
     Q_DISABLE_COPY_MOVE(CItems)
 
     /// Connects the collection to a database and item type and loads it; `boundControl` (a QComboBox or QListWidget)
-    /// is filled with the names. A failed load shows the error and gives false, leaving the list empty.
+    /// is filled with the names. A failed load shows the error and gives false, keeping the list it had.
     bool InitInstance(const std::shared_ptr<CConnection> &connection, int itemTypeID, QObject *boundControl = nullptr);
 
     /// Connects the collection to a database and item type without loading anything (for storing single items).
@@ -86,6 +87,7 @@ public:
     /// Asks for a new name of the item with that id and saves it.
     void ModifyItem(qint32 id, QObject *boundControl = nullptr);
     /// Deletes the item if nothing uses it (goods in use only after the user agreed); false when refused or failed.
+    /// An item whose row is already gone leaves the list as a deleted one does, and the user is told.
     bool RemoveItem(qint32 id);
 
     /// The next free goods number in the style of the existing ones: the largest number's prefix and a counter one
@@ -103,8 +105,11 @@ public:
     /// Like HasTheItemNo, but asks the database: items of this type that the list does not hold (hidden goods)
     /// count too. Throws DbError.
     bool HasTheItemNoEx(const QString &itemNo, qint32 exceptID = 0) const;
-    /// Whether a number is in the list or, for a collection with a database, in T_Item for this type.
+    /// Whether a number is in the list or, for a collection with a database, in T_Item for this type. A number
+    /// the database could not be asked about counts as taken.
     bool isNumberTaken(const QString &itemNo) const;
+    /// The same, with none when the database check failed (the error is set for ShowErrMsg).
+    std::optional<bool> numberTaken(const QString &itemNo) const;
     /// Whether another item (F_ID other than `exceptID`; 0 excepts none) has this number or name, compared as the
     /// look-ups do.
     bool HasTheItemNo(const QString &itemNo, qint32 exceptID = 0) const;
@@ -147,6 +152,9 @@ public:
     static void JoinGoodsNames(const CItems &goods, CItems &units, CItems &types);
     /// Fills mTypeName of clients from their client type (F_ParentID).
     static void JoinClientTypeNames(const CItems &clients, CItems &clientTypes);
+    /// After a unit, goods type or client type was saved: the goods or clients of `dependants` that refer to it take
+    /// its name again (mUnitName or mTypeName). Returns those items, for redrawing them.
+    static std::vector<CItemPtr> RejoinName(const CItems &dependants, const CItem &changed);
 
     class const_iterator;
     const_iterator begin() const;

@@ -2,7 +2,9 @@
 
 #include "citems.h"
 #include "itemtype.h"
-#include "module1core.h"
+#include "prompt.h"
+
+#include <QHash>
 
 #include <algorithm>
 
@@ -238,7 +240,7 @@ void ItemTableModel::connectItems()
     connect(m_items, &CItems::ItemAboutToBeRemoved, this, [this](qint32 position) {
         beginRemoveRows(QModelIndex(), position - 1, position - 1);
         if (const CItemPtr item = m_items->Item(position)) {
-            m_edited.erase(item.get());
+            forgetEdit(item.get());
         }
     });
     connect(m_items, &CItems::ItemRemoved, this, [this](qint32) {
@@ -252,13 +254,16 @@ void ItemTableModel::connectItems()
     connect(m_items, &CItems::ItemMoved, this, [this](qint32, qint32) { endMoveRows(); });
     connect(m_items, &CItems::ItemReplaced, this, [this](qint32 position, const CItemPtr &previous) {
         // An edit pending for the replaced item is either what was just saved or out of date.
-        m_edited.erase(previous.get());
-        refreshItem(m_items->Item(position).get());
+        forgetEdit(previous.get());
+        m_spellTyped.erase(m_items->Item(position).get());
+        // The row is repainted by the change notice that follows every save.
         setModifiedState();
     });
     connect(m_items, &CItems::ListAboutToBeReset, this, [this]() {
         beginResetModel();
-        m_edited.clear();
+        while (!m_edited.empty()) {
+            forgetEdit(m_edited.begin()->first);
+        }
     });
     connect(m_items, &CItems::ListReset, this, [this]() {
         endResetModel();
@@ -269,9 +274,19 @@ void ItemTableModel::connectItems()
         beginResetModel();
         m_edited.clear();
         m_newItems.clear();
+        m_spellTyped.clear();
         endResetModel();
         setModifiedState();
     });
+}
+
+void ItemTableModel::forgetEdit(const CItem *item)
+{
+    const auto it = m_edited.find(item);
+    if (it != m_edited.end()) {
+        m_spellTyped.erase(it->second.get());
+        m_edited.erase(it);
+    }
 }
 
 bool ItemTableModel::isCell(const QModelIndex &index) const
@@ -449,6 +464,9 @@ bool ItemTableModel::applyText(CItem &item, Field field, const QString &text)
             Q_EMIT editRejected(u"["_s + fieldTitle(field) + u"]不能为空!"_s);
             return false;
         }
+        if (trimmed != item.F_ItemName() && m_spellMaker && !m_spellTyped.count(&item)) {
+            item.setF_Spell(m_spellMaker(trimmed));
+        }
         item.setF_ItemName(trimmed);
         break;
     case Standard:
@@ -456,6 +474,7 @@ bool ItemTableModel::applyText(CItem &item, Field field, const QString &text)
         break;
     case Spell:
         item.setF_Spell(trimmed.toUpper());
+        m_spellTyped.insert(&item);
         break;
     case Remark:
         item.setF_Remark(text);
@@ -593,6 +612,7 @@ bool ItemTableModel::removeNewRow(int row)
         return false;
     }
     beginRemoveRows(QModelIndex(), row, row);
+    m_spellTyped.erase(m_newItems[std::size_t(row - m_items->Count())].get());
     m_newItems.erase(m_newItems.begin() + (row - m_items->Count()));
     endRemoveRows();
     setModifiedState();
@@ -604,20 +624,12 @@ bool ItemTableModel::SaveChanges()
     if (!m_items) {
         return false;
     }
-    // Every row to save must have a name; checked before anything is written.
-    for (const auto &[item, copy] : m_edited) {
-        if (copy->F_ItemName().trimmed().isEmpty()) {
-            Module1::ClearErr();
-            Module1::ShowErrMsg(u"保存错误:名称不能为空!"_s);
-            return false;
-        }
-    }
-    for (const CItemPtr &item : m_newItems) {
-        if (item->F_ItemName().trimmed().isEmpty()) {
-            Module1::ClearErr();
-            Module1::ShowErrMsg(u"保存错误:新建的"_s + m_items->ItemTypeName() + u"没有名称!"_s);
-            return false;
-        }
+    // Every row is checked before anything is written, so that a refusal leaves the table as the clerk left it.
+    const Refusal refusal = checkPending();
+    if (!refusal.message.isEmpty()) {
+        CPrompt::current().MsgBox(refusal.message, CPrompt::vbExclamation, CPrompt::messageTitle());
+        Q_EMIT saveRefused(refusal.row, refusal.field);
+        return false;
     }
 
     // In row order, so that a failure leaves the rows after it untouched.
@@ -643,11 +655,78 @@ bool ItemTableModel::SaveChanges()
         const int row =
             m_items->Count() + int(std::find(m_newItems.begin(), m_newItems.end(), item) - m_newItems.begin());
         beginRemoveRows(QModelIndex(), row, row);
+        m_spellTyped.erase(item.get());
         m_newItems.erase(m_newItems.begin() + (row - m_items->Count()));
         endRemoveRows();
     }
     setModifiedState();
     return true;
+}
+
+ItemTableModel::Refusal ItemTableModel::checkPending() const
+{
+    if (!m_items) {
+        return {};
+    }
+    struct Pending
+    {
+        int row;
+        const CItem *item;
+    };
+    std::vector<Pending> pending;
+    pending.reserve(m_edited.size() + m_newItems.size());
+    for (const auto &[item, copy] : m_edited) {
+        pending.push_back({m_items->PositionOf(item) - 1, copy.get()});
+    }
+    std::sort(pending.begin(), pending.end(), [](const Pending &a, const Pending &b) { return a.row < b.row; });
+    for (std::size_t i = 0; i < m_newItems.size(); ++i) {
+        pending.push_back({m_items->Count() + int(i), m_newItems[i].get()});
+    }
+    if (pending.empty()) {
+        return {};
+    }
+
+    // How often each number and name occurs once everything is saved: the pending rows with their new values,
+    // the other listed items as they are. Counted for the pending values only, in one walk of the list.
+    QHash<QString, int> numbers;
+    QHash<QString, int> names;
+    for (const Pending &p : pending) {
+        if (!p.item->F_ItemNo().trimmed().isEmpty()) {
+            ++numbers[p.item->F_ItemNo()];
+        }
+        ++names[p.item->F_ItemName()];
+    }
+    for (const CItemPtr &item : *m_items) {
+        if (m_edited.count(item.get())) {
+            continue;
+        }
+        if (const auto no = numbers.find(item->F_ItemNo()); no != numbers.end()) {
+            ++*no;
+        }
+        if (const auto name = names.find(item->F_ItemName()); name != names.end()) {
+            ++*name;
+        }
+    }
+
+    const QString kind = m_items->ItemTypeName();
+    const bool goods = m_itemType == ItemType::Goods;
+    for (const Pending &p : pending) {
+        const QString no = p.item->F_ItemNo();
+        const QString name = p.item->F_ItemName();
+        if (goods && no.trimmed().isEmpty()) {
+            return {u"请输入"_s + kind + u"编号!"_s, p.row, ItemNo};
+        }
+        if (name.trimmed().isEmpty()) {
+            return {u"请输入"_s + kind + u"名称!"_s, p.row, ItemName};
+        }
+        if (!no.trimmed().isEmpty() && numbers.value(no) > 1) {
+            return {kind + u"编号["_s + no + u"]已经存在,请换一个编号!"_s, p.row, ItemNo};
+        }
+        if (names.value(name) > 1) {
+            return {kind + u"名称["_s + name + u"]已经存在,请换一个名称!"_s, p.row, ItemName};
+        }
+    }
+    return {};
 }
 
 void ItemTableModel::discardChanges()
@@ -663,6 +742,7 @@ void ItemTableModel::discardChanges()
         rows.push_back(m_items ? m_items->PositionOf(entry.first) - 1 : -1);
     }
     m_edited.clear();
+    m_spellTyped.clear();
     for (int row : rows) {
         if (row >= 0) {
             Q_EMIT dataChanged(index(row, 0), index(row, columnCount() - 1));

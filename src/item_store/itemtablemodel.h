@@ -9,7 +9,9 @@
 #include <QList>
 #include <QPointer>
 
+#include <functional>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 class CItems;
@@ -111,11 +113,27 @@ public:
     /// Drops a new (unsaved) row; false for rows of the collection.
     bool removeNewRow(int row);
 
+    /// Makes the mnemonic code of a name; a renamed row takes the code of its new name unless the clerk typed one in
+    /// the same edit. Without one the code is left as it is.
+    using SpellMaker = std::function<QString(const QString &name)>;
+    void setSpellMaker(SpellMaker maker) { m_spellMaker = std::move(maker); }
+
     /// True while edits or new rows wait for SaveChanges.
     bool isModified() const { return !m_edited.empty() || !m_newItems.empty(); }
-    /// Saves every edited and new row through the collection, in row order. Stops at the first failure (which the
-    /// collection has reported); the rows not saved keep their edits. Returns true when everything was saved.
+    /// Saves every edited and new row through the collection, in row order. First every row is checked as the edit
+    /// dialogs check it (name, and for goods the number, required; number and name unique within the kind); a
+    /// refused row is reported, raises saveRefused and nothing is written. Stops at the first failure of the
+    /// collection (which it has reported); the rows not saved keep their edits. Returns true when everything was
+    /// saved.
     bool SaveChanges();
+    /// The reason SaveChanges refuses the pending rows, with the row and field to correct; empty when they pass.
+    struct Refusal
+    {
+        QString message;
+        int row = -1;
+        Field field = ItemName;
+    };
+    Refusal checkPending() const;
     void discardChanges();
     /// Tells the views that the item's row shows new values (not while the row shows a pending edit of it).
     void refreshItem(const CItem *item);
@@ -123,6 +141,8 @@ public:
 Q_SIGNALS:
     void modifiedChanged(bool modified);
     void editRejected(const QString &message);
+    /// SaveChanges refused the pending rows because of this row's field.
+    void saveRefused(int row, ItemTableModel::Field field);
 
 private:
     void connectItems();
@@ -131,6 +151,7 @@ private:
     const CItem *shown(int row) const;
     CItemPtr rowItem(int row) const;
     bool applyText(CItem &item, Field field, const QString &text);
+    void forgetEdit(const CItem *item);
 
     QPointer<CItems> m_items;
     QList<Field> m_fields;
@@ -138,6 +159,9 @@ private:
     // Pending edits of items in the collection: the item → a working copy holding the edited values.
     std::unordered_map<const CItem *, CItemPtr> m_edited;
     std::vector<CItemPtr> m_newItems;
+    // Working copies and new rows whose mnemonic code the clerk typed; their renames keep it.
+    std::unordered_set<const CItem *> m_spellTyped;
+    SpellMaker m_spellMaker;
     bool m_modified = false;
 };
 

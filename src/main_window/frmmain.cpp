@@ -1,6 +1,8 @@
 #include "frmmain.h"
 
 #include "citems.h"
+#include "frmclientedit.h"
+#include "frmgoodsedit.h"
 #include "frmsearch.h"
 #include "itemgrid.h"
 #include "itemtablemodel.h"
@@ -23,6 +25,7 @@
 #include <QMetaMethod>
 #include <QMouseEvent>
 #include <QPageSetupDialog>
+#include <QPainter>
 #include <QPrinter>
 #include <QScreen>
 #include <QSettings>
@@ -78,6 +81,31 @@ int shiftOf(Qt::KeyboardModifiers modifiers)
 {
     return ((modifiers & Qt::ShiftModifier) ? 1 : 0) | ((modifiers & Qt::ControlModifier) ? 2 : 0)
         | ((modifiers & Qt::AltModifier) ? 4 : 0);
+}
+
+// The styles offer no printer; a floppy disk would read as 保存. Drawn at the toolbar's size so that it sits on the
+// same line as the other buttons.
+QIcon printerIcon()
+{
+    QPixmap pixmap(24, 24);
+    pixmap.fill(Qt::transparent);
+    QPainter p(&pixmap);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setPen(QPen(QColor(0x40, 0x40, 0x40), 1.2));
+    p.setBrush(Qt::white);
+    p.drawRect(QRectF(7.5, 2.5, 9, 7)); // paper going in
+    p.setBrush(QColor(0x9A, 0xA4, 0xB0));
+    p.drawRoundedRect(QRectF(2.5, 8.5, 19, 9), 2, 2); // body
+    p.setBrush(Qt::white);
+    p.drawRect(QRectF(6.5, 14.5, 11, 7)); // printed sheet
+    p.setPen(QPen(QColor(0x70, 0x70, 0x70), 1));
+    p.drawLine(QPointF(8.5, 17), QPointF(15.5, 17));
+    p.drawLine(QPointF(8.5, 19.2), QPointF(13.5, 19.2));
+    p.setPen(Qt::NoPen);
+    p.setBrush(QColor(0x3C, 0xB0, 0x4A));
+    p.drawEllipse(QRectF(17, 10.5, 2.5, 2.5)); // power light
+    p.end();
+    return QIcon(pixmap);
 }
 
 QSettings windowSettings()
@@ -197,13 +225,14 @@ void frmMain::createActions()
         {u"删除", QStyle::SP_TrashIcon, u"删除当前记录"},
         {u"属性", QStyle::SP_FileDialogDetailedView, u"修改当前记录的属性"},
         {u"刷新", QStyle::SP_BrowserReload, u"刷新列表"},
-        {u"打印", QStyle::SP_DriveFDIcon, u"打印"},
+        {u"打印", QStyle::SP_CustomBase, u"打印"},
         {u"查找", QStyle::SP_FileDialogContentsView, u"查找记录"},
         {u"帮助", QStyle::SP_DialogHelpButton, u"帮助"},
     };
     for (const ButtonDef &def : defs) {
         const QString key = QString::fromUtf16(def.key);
-        QAction *action = tbToolBar->addAction(s->standardIcon(def.icon), key);
+        QAction *action =
+            tbToolBar->addAction(def.icon == QStyle::SP_CustomBase ? printerIcon() : s->standardIcon(def.icon), key);
         action->setObjectName(key);
         action->setToolTip(QString::fromUtf16(def.tip));
         connect(action, &QAction::triggered, this, [this, key]() { tbToolBar_ButtonClick(key); });
@@ -274,15 +303,43 @@ QAction *frmMain::button(const QString &key) const
 
 void frmMain::setCollection(int itemType, const std::shared_ptr<CItems> &items)
 {
-    if (const auto old = collection(itemType); old && itemType == ItemType::Goods) {
+    const auto old = collection(itemType);
+    if (old == items && m_collections.count(itemType)) {
+        return;
+    }
+    if (old) {
         disconnect(old.get(), &CItems::SomeOneChanged, this, nullptr);
     }
     m_collections[itemType] = items;
     if (items && itemType == ItemType::Goods) {
         connect(items.get(), &CItems::SomeOneChanged, this, &frmMain::gAllGoods_SomeOneChanged);
+    } else if (items
+               && (itemType == ItemType::Unit || itemType == ItemType::GoodsType || itemType == ItemType::ClientType)) {
+        connect(items.get(), &CItems::SomeOneChanged, this, &frmMain::joinedItemChanged);
     }
     if (itemType == m_kind) {
         showKind(m_kind);
+    }
+}
+
+void frmMain::joinedItemChanged(const CItemPtr &changed)
+{
+    if (!changed) {
+        return;
+    }
+    const int dependantKind = ItemType(changed->F_ItemTypeID()) == ItemType::ClientType
+        ? itemTypeNumber(ItemType::Client)
+        : itemTypeNumber(ItemType::Goods);
+    const auto dependants = collection(dependantKind);
+    if (!dependants) {
+        return;
+    }
+    const std::vector<CItemPtr> affected = CItems::RejoinName(*dependants, *changed);
+    ItemTableModel *model = itemModel();
+    if (m_kind == dependantKind && model) {
+        for (const CItemPtr &item : affected) {
+            model->refreshItem(item.get());
+        }
     }
 }
 
@@ -432,7 +489,9 @@ void frmMain::SizeControls(float x)
     tvTreeView->setGeometry(0, top, treeWidth, height);
     imgSplitter->setGeometry(int(x) / tx, top, qMax(1, 40 / tx), height);
     const int gridLeft = int(x + 40) / tx;
-    const int gridWidth = qMax(0, int(formWidth - (float(treeWidth * tx) + 140)) / tx);
+    // The 140 twips the layout leaves are the outer frame of a window; the area laid out here is the client area
+    // already, so the grid reaches its right edge.
+    const int gridWidth = qMax(0, m_central->width() - gridLeft);
     Flexgd1->setGeometry(gridLeft, top, gridWidth, height);
 
     picTitles->setGeometry(0, titleTop, m_central->width(), titleHeight);
@@ -614,6 +673,11 @@ void frmMain::tvTreeView_NodeClick(QTreeWidgetItem *node)
     if (!node || m_switching) {
         return;
     }
+    if (node->data(0, Qt::UserRole).toInt() == m_kind && itemModel()) {
+        // A click makes the node current (which shows its kind) and then reports the click: the grid is built
+        // once.
+        return;
+    }
     if (!settleChanges()) {
         // The changes could not be saved: the tree goes back to the kind they belong to.
         markNode(treeNode(m_kind));
@@ -643,6 +707,14 @@ void frmMain::showKind(int itemType)
         connect(model, &ItemTableModel::editRejected, this, [](const QString &message) {
             Module1::ClearErr();
             Module1::ShowErrMsg(message);
+        });
+        connect(model, &ItemTableModel::saveRefused, this, [this](int row, ItemTableModel::Field field) {
+            // The clerk lands on the value to correct.
+            if (ItemTableModel *shown = itemModel()) {
+                const QModelIndex cell = shown->index(row, qMax(0, shown->columnOf(field)));
+                Flexgd1->setCurrentIndex(cell);
+                Flexgd1->scrollTo(cell);
+            }
         });
         connect(model, &QAbstractItemModel::rowsInserted, this, &frmMain::updateTitle);
         connect(model, &QAbstractItemModel::rowsRemoved, this, &frmMain::updateTitle);
@@ -698,6 +770,12 @@ void frmMain::mnuEditNew_Click()
 {
     ItemTableModel *model = itemModel();
     if (!model) {
+        return;
+    }
+    if (m_kind == ItemType::Goods || m_kind == ItemType::Client) {
+        // Goods and clients need a unit, type, prices and a number that fits the others: the edit dialog sets
+        // them in one step, with the number suggested.
+        editInDialog(nullptr);
         return;
     }
     const int row = model->addNewRow();
@@ -763,11 +841,83 @@ void frmMain::mnuEditSub_Click()
 {
     ItemTableModel *model = itemModel();
     const QModelIndex current = Flexgd1->currentIndex();
-    const CItemPtr item = model && current.isValid() ? model->itemAt(current.row()) : CItemPtr();
+    CItemPtr item = model && current.isValid() ? model->itemAt(current.row()) : CItemPtr();
     if (m_propertiesHandler && m_propertiesHandler(m_kind, item)) {
         return;
     }
-    CPrompt::current().MsgBox(u"修改该项目属性的代码还没有添加!"_s, CPrompt::vbInformation, CPrompt::messageTitle());
+    if (m_kind != ItemType::Goods && m_kind != ItemType::Client) {
+        CPrompt::current().MsgBox(u"修改该项目属性的代码还没有添加!"_s, CPrompt::vbInformation,
+                                  CPrompt::messageTitle());
+        return;
+    }
+    if (!item) {
+        return;
+    }
+    if (model->isPendingRow(current.row())) {
+        // The dialog starts from the stored record: the row's edits are saved first or dropped.
+        const qint32 id = item->F_ID();
+        if (!settleChanges()) {
+            return;
+        }
+        item = id > 0 ? model->items()->SearchItemByID(id) : CItemPtr();
+        if (!item) {
+            return;
+        }
+    }
+    editInDialog(item);
+}
+
+frmGoodsEdit *frmMain::goodsEditDialog()
+{
+    if (!m_goodsEdit) {
+        m_goodsEdit = new frmGoodsEdit(this);
+    }
+    return m_goodsEdit;
+}
+
+frmClientEdit *frmMain::clientEditDialog()
+{
+    if (!m_clientEdit) {
+        m_clientEdit = new frmClientEdit(this);
+    }
+    return m_clientEdit;
+}
+
+void frmMain::editInDialog(const CItemPtr &item)
+{
+    ItemTableModel *model = itemModel();
+    const auto items = collection(m_kind);
+    if (!model || !items) {
+        return;
+    }
+    CItemPtr saved;
+    if (m_kind == ItemType::Goods) {
+        frmGoodsEdit *dialog = goodsEditDialog();
+        // A new goods starts in the type of the row the clerk stands on, and takes that type's next number.
+        const QModelIndex current = Flexgd1->currentIndex();
+        const CItemPtr near = current.isValid() ? model->itemAt(current.row()) : CItemPtr();
+        const QVariant value = item ? QVariant(item->F_ID()) : QVariant(near ? near->F_ParentID() : 0);
+        if (dialog->EditGoods(value, items, collection(itemTypeNumber(ItemType::Stock)),
+                              collection(itemTypeNumber(ItemType::GoodsType)),
+                              collection(itemTypeNumber(ItemType::Unit)), !item)) {
+            saved = dialog->savedGoods();
+        }
+    } else {
+        frmClientEdit *dialog = clientEditDialog();
+        if (dialog->EditClient(collection(itemTypeNumber(ItemType::Area)), items,
+                               collection(itemTypeNumber(ItemType::ClientType)), 0, item ? item->F_ID() : 0)) {
+            saved = dialog->savedClient();
+        }
+    }
+    if (saved) {
+        const int row = model->rowOf(saved.get());
+        if (row >= 0) {
+            const QModelIndex cell = model->index(row, qMax(0, Flexgd1->currentIndex().column()));
+            Flexgd1->setCurrentIndex(cell);
+            Flexgd1->scrollTo(cell);
+        }
+        ShowMsgInSB(u"数据已保存"_s);
+    }
 }
 
 frmSearch *frmMain::searchDialog()

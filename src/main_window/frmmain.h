@@ -16,6 +16,8 @@ class CConnection;
 class CItems;
 class ItemGrid;
 class ItemTableModel;
+class frmClientEdit;
+class frmGoodsEdit;
 class frmSearch;
 class QAction;
 class QLabel;
@@ -29,8 +31,9 @@ class QTreeWidgetItem;
  * (edited in place and saved through the collections), a caption strip, toolbar, status bar and menus, a draggable
  * splitter, and the window settings kept between runs.
  *
- * Positions and sizes of the layout are in twips (1/1440 inch) at the screen's logical resolution. The item
- * edit dialogs are not part of the window; a host plugs them in with setPropertiesHandler.
+ * Positions and sizes of the layout are in twips (1/1440 inch) at the screen's logical resolution. Goods and
+ * clients are added and edited through their edit dialogs; the other kinds in the grid. A host may put its own
+ * dialogs in front with setPropertiesHandler.
  */
 class QUILLON_EXPORT frmMain : public QMainWindow
 {
@@ -120,6 +123,9 @@ public:
     void tvTreeView_NodeClick(QTreeWidgetItem *node);
     ItemTableModel *itemModel() const;
     frmSearch *searchDialog();
+    /// The edit dialogs that "新建" and "属性" open for goods and for clients.
+    frmGoodsEdit *goodsEditDialog();
+    frmClientEdit *clientEditDialog();
 
     void tbToolBar_ButtonClick(const QString &key);
     void mnuEditNew_Click();
@@ -144,6 +150,8 @@ public:
     void mnuViewStatusBar_Click();
     void mnuViewToolbar_Click();
     void gAllGoods_SomeOneChanged(const CItemPtr &goods);
+    /// A unit, goods type or client type was saved: the goods or clients showing its name take the new one.
+    void joinedItemChanged(const CItemPtr &changed);
 
     int twipsPerPixelX() const;
     int twipsPerPixelY() const;
@@ -167,6 +175,8 @@ private:
     void createActions();
     void buildTree();
     void showKind(int itemType);
+    /// Opens the goods or client dialog for an item, or for a new one when `item` is none.
+    void editInDialog(const CItemPtr &item);
     QTreeWidgetItem *treeNode(int itemType) const;
     /// Makes a node the tree's current one without acting on it.
     void markNode(QTreeWidgetItem *node);
@@ -187,6 +197,8 @@ private:
     std::shared_ptr<CConnection> m_connection;
     PropertiesHandler m_propertiesHandler;
     QPointer<frmSearch> m_search;
+    QPointer<frmGoodsEdit> m_goodsEdit;
+    QPointer<frmClientEdit> m_clientEdit;
     QString m_settingsFile;
     float m_splitterX = 3000;
     int m_titleHeight = 27;
