@@ -112,6 +112,43 @@ private Q_SLOTS:
         QCOMPARE(count.value(0).toInt(), 0);
     }
 
+    // A save after a partial read wrote every column back: the bank, account and prices that the read never
+    // reached were replaced by blanks.
+    void saveAfterPartialReadKeepsWhatItDidNotRead()
+    {
+        auto db = TestDatabase::create();
+        QVERIFY(db);
+        db->Execute(u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName, F_Bank, F_BankAccount, "
+                    "F_IRDNumber, F_Price1, F_Tag4) Values (7, 1, 'KH0001', '老客户', '工商银行', "
+                    "'6222020200112233445', '91330100MA2ABCDE1X', 5.5, 9)"_s);
+        // A NULL where no NULL rule applies: the read stops at F_LimitUp.
+        db->Execute(u"Update T_Item Set F_LimitUp = NULL Where F_ID = 7"_s);
+
+        CItems clients;
+        QVERIFY(clients.InitInstance(db, itemTypeNumber(ItemType::Client)));
+        QCOMPARE(clients.Count(), 1);
+        QCOMPARE(m_prompt.shown().size(), 1);
+        QVERIFY2(m_prompt.lastText().contains(u"F_LimitUp"_s), qPrintable(m_prompt.lastText()));
+        const CItemPtr client = clients.Item(1);
+        QCOMPARE(client->unreadFrom(), CItem::columnIndex(u"F_LimitUp"_s));
+        QCOMPARE(client->F_Bank(), QString());
+
+        client->setF_ItemName(u"老客户(改名)"_s);
+        client->setF_Tel1(u"0571-88886666"_s); // typed after the read: saved
+        QVERIFY(clients.SaveItem(client));
+
+        QSqlQuery row = db->Select(u"Select F_ItemName, F_Bank, F_BankAccount, F_IRDNumber, F_Price1, F_Tag4, F_Tel1 "
+                                   "From T_Item Where F_ID = 7"_s);
+        QVERIFY(row.next());
+        QCOMPARE(row.value(0).toString(), u"老客户(改名)"_s);
+        QCOMPARE(row.value(1).toString(), u"工商银行"_s);
+        QCOMPARE(row.value(2).toString(), u"6222020200112233445"_s);
+        QCOMPARE(row.value(3).toString(), u"91330100MA2ABCDE1X"_s);
+        QCOMPARE(row.value(4).toDouble(), 5.5);
+        QCOMPARE(row.value(5).toInt(), 9);
+        QCOMPARE(row.value(6).toString(), u"0571-88886666"_s);
+    }
+
 private:
     ScriptedPrompt m_prompt;
     CPrompt *m_previous = nullptr;

@@ -81,6 +81,29 @@ QString conversionError(const CItem::Column &column, const QVariant &value)
     return u"字段 "_s + column.name + u" 的值无法转换: "_s + value.toString().left(64);
 }
 
+// The value a column holds when nothing was put into it.
+bool isEmptyValue(const QVariant &v)
+{
+    switch (v.metaType().id()) {
+    case QMetaType::QString:
+        return v.toString().isEmpty();
+    case QMetaType::Int:
+    case QMetaType::Short:
+        return v.toInt() == 0;
+    case QMetaType::Float:
+        return v.toFloat() == 0.0F;
+    case QMetaType::Bool:
+        return !v.toBool();
+    case QMetaType::QDateTime:
+        return !CItem::isLaterThanZeroDate(v.toDateTime());
+    default:
+        if (v.metaType() == QMetaType::fromType<Currency>()) {
+            return v.value<Currency>().isZero();
+        }
+        return !v.isValid() || v.isNull();
+    }
+}
+
 } // namespace
 
 std::span<const CItem::Column> CItem::columns()
@@ -518,8 +541,10 @@ bool CItem::UpdateDataFromRst(CRecordset &rst, bool fromRst, QString *error)
                 QString *values;
                 ~Commit() { slots.setMany(mask, values); }
             } commit {m.m_texts, gathered, texts};
+            m.m_unreadFrom = kAllRead;
             for (std::size_t i = 0; i < std::size(kColumns); ++i) {
                 const int index = indexes.at(qsizetype(i));
+                m.m_unreadFrom = quint8(i); // until the column is in
                 if (index < 0) {
                     throw DbError(u"找不到字段: "_s + kColumns[i].name);
                 }
@@ -534,11 +559,17 @@ bool CItem::UpdateDataFromRst(CRecordset &rst, bool fromRst, QString *error)
                     throw DbError(message);
                 }
             }
+            m.m_unreadFrom = kAllRead;
             return true;
         }
         for (std::size_t i = 0; i < std::size(kColumns); ++i) {
             const Column &c = kColumns[i];
             QVariant v = value(int(i));
+            // A column the read did not reach holds an empty value, not the stored one: it keeps what is stored
+            // unless something was put into it since.
+            if (m.m_unreadFrom != kAllRead && i >= m.m_unreadFrom && isEmptyValue(v)) {
+                continue;
+            }
             if (c.type == ColumnType::Date) {
                 // Only the day is kept; no date at all is stored as NULL.
                 const QDateTime &date = m.m_date[c.slot];

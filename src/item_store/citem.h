@@ -59,12 +59,16 @@ public:
 
     /// Copies the cursor's current row into the item (`fromRst` true) or the item into the cursor's edit buffer.
     /// A column that is missing or fails to convert ends the copy there; the columns before it keep their new
-    /// values. Returns false in that case, with the reason in `error` when given.
+    /// values. Returns false in that case, with the reason in `error` when given. The columns a read did not reach
+    /// are not written back unless they were given a value since, so a save never blanks what it did not read.
     bool UpdateDataFromRst(CRecordset &rst, bool fromRst, QString *error = nullptr);
     /// This goods' own price for a client (T_GoodsPrice), when it has one. Throws DbError.
     std::optional<Currency> GetPriceByClientID(CConnection &connection, qint32 clientID) const;
     /// Adds or replaces this goods' price for a client; false with `error` set when the database refuses.
     bool SavePriceByClient(CConnection &connection, qint32 clientID, Currency price, QString *error = nullptr) const;
+
+    /// The first column the last read could not convert, or -1 when every column was read.
+    int unreadFrom() const { return m.m_unreadFrom == kAllRead ? -1 : int(m.m_unreadFrom); }
 
     /// A column's value as the item holds it (qint32, qint16, QString, float, Currency, QDateTime or bool).
     QVariant value(int column) const;
@@ -172,6 +176,7 @@ public:
 
 private:
     friend class CItemWatcher;
+    static constexpr quint8 kAllRead = 0xFF;
 
     bool assign(int column, const QVariant &value, QString *error);
     void keyAboutToChange(int column);
@@ -212,6 +217,8 @@ private:
         qint16 m_int16 = 0;
         bool m_bool = false;
         bool m_priceChangeFlag = false;
+        // The first column a read could not convert (the columns from it on were not read), or kAllRead.
+        quint8 m_unreadFrom = kAllRead;
         float m_single[3] = {};
         TextSlots m_texts;
         Currency m_currency[6];

@@ -223,19 +223,49 @@ public:
         rst.Open(CItems::loadStatement(itemType));
         // The rows are read in full before the list changes: a load that fails on the way keeps the old list.
         std::vector<CItemPtr> loaded;
+        PartialReads partial;
         while (!rst.isEOF()) {
             auto item = CItem::create();
-            item->UpdateDataFromRst(rst, true);
+            QString error;
+            if (!item->UpdateDataFromRst(rst, true, &error)) {
+                partial.note(*item, error);
+            }
             loaded.push_back(std::move(item));
             rst.MoveNext();
         }
         rst.Close();
-        ResetScope reset(this);
-        clear();
-        for (const CItemPtr &item : loaded) {
-            append(item);
+        {
+            ResetScope reset(this);
+            clear();
+            for (const CItemPtr &item : loaded) {
+                append(item);
+            }
         }
+        partial.report(typeName);
     }
+
+    // Rows of which a column could not be read: the items keep what was read and saving them keeps the rest as
+    // stored; the user hears of it once per load, with the first such row.
+    struct PartialReads
+    {
+        int count = 0;
+        QString first;
+        void note(const CItem &item, const QString &error)
+        {
+            if (count++ == 0) {
+                first = u"F_ID="_s + QString::number(item.F_ID()) + u": "_s + error;
+            }
+        }
+        void report(const QString &kind) const
+        {
+            if (count == 0) {
+                return;
+            }
+            Module1::SetErr(first);
+            Module1::ShowErrMsg(u"有 "_s + QString::number(count) + u" 条"_s + kind
+                                + u"记录的部分字段无法读取,这些字段显示为空,保存时保留数据库中的原值:"_s);
+        }
+    };
 
     // Re-reads the stored row into `item` (which need not be listed); false when the row is gone.
     bool reread(qint32 id, CItem &item)
@@ -245,8 +275,13 @@ public:
         if (rst.isEOF()) {
             return false;
         }
-        item.UpdateDataFromRst(rst, true);
+        PartialReads partial;
+        QString error;
+        if (!item.UpdateDataFromRst(rst, true, &error)) {
+            partial.note(item, error);
+        }
         rst.Close();
+        partial.report(typeName);
         return true;
     }
 
@@ -266,8 +301,13 @@ public:
             item->setF_ItemNo(rst.Fields(u"F_ItemNo"_s).toString());
             insertAt(orderedPosition(*item), item);
         }
-        item->UpdateDataFromRst(rst, true);
+        PartialReads partial;
+        QString error;
+        if (!item->UpdateDataFromRst(rst, true, &error)) {
+            partial.note(*item, error);
+        }
         rst.Close();
+        partial.report(typeName);
         Q_EMIT q->SomeOneChanged(item);
         return item;
     }
