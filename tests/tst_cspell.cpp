@@ -28,6 +28,9 @@ private Q_SLOTS:
         QTest::newRow("level-2 in two lists takes the earlier") << u"亟嗒"_s << u"jd"_s;
         QTest::newRow("level-2 plain") << u"讴锕"_s << u"oa"_s;
         QTest::newRow("GBK extension characters") << u"喆堃"_s << u"zk"_s;
+        // Characters with several readings take the initial of their main one, not the alphabetically first.
+        QTest::newRow("several readings, main one counts") << u"腌蕃铛宓"_s << u"yfdm"_s;
+        QTest::newRow("main reading o outside list o") << u"喔噢"_s << u"wo"_s;
         QTest::newRow("blank gives a") << u"可 乐"_s << u"kal"_s;
         QTest::newRow("characters outside the set") << u"=&;:?<>'\""_s << u"!!!!!!!!!"_s;
         QTest::newRow("full-width punctuation") << u"，。！（"_s << u"!!!!"_s;
@@ -43,6 +46,46 @@ private Q_SLOTS:
         QFETCH(QString, code);
         const CSpell spell;
         QCOMPARE(spell.GetPy(text), code);
+    }
+
+    void extraListsBegin_data()
+    {
+        QTest::addColumn<QString>("letter");
+        QTest::addColumn<QString>("begins");
+        QTest::newRow("a") << u"a"_s << u"锕 捱 嗳 嗌 "_s;
+        QTest::newRow("z") << u"z"_s << u"咂 甾 拶 瓒 "_s;
+        QTest::newRow("o holds exactly four") << u"o"_s << u"讴 怄 瓯 耦 "_s;
+        QTest::newRow("i is no letter") << u"i"_s << QString();
+    }
+    void extraListsBegin()
+    {
+        QFETCH(QString, letter);
+        QFETCH(QString, begins);
+        QVERIFY2(CSpell::ExtraList(letter.at(0)).startsWith(begins), qPrintable(CSpell::ExtraList(letter.at(0))));
+        if (letter == u"o"_s || letter == u"i"_s) {
+            QCOMPARE(CSpell::ExtraList(letter.at(0)), begins);
+        }
+    }
+
+    void extraListsHoldOnlyTheKnownDoubles()
+    {
+        QHash<QChar, QString> seen;
+        for (const QChar letter : u"abcdefghjklmnopqrstwxyz"_s) {
+            for (const QChar c : CSpell::ExtraList(letter)) {
+                if (c != u' ') {
+                    seen[c] += letter;
+                }
+            }
+        }
+        QStringList doubles;
+        for (auto it = seen.cbegin(); it != seen.cend(); ++it) {
+            if (it.value().size() > 1) {
+                doubles.append(QString(it.key()) + it.value());
+            }
+        }
+        doubles.sort();
+        QCOMPARE(doubles, (QStringList {u"亟jq"_s, u"嗒dt"_s}));
+        QCOMPARE(seen.value(u'腌'), u"y"_s);
     }
 
     void initialsListEveryReading_data()

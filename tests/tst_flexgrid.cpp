@@ -14,26 +14,31 @@ class FlexGridTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void fixedRowsAndColumnsBecomeHeaders()
+    void fixedRowsAndColumnsAreRealCells()
     {
         FlexGrid grid;
         QAbstractItemModelTester tester(grid.model(), QAbstractItemModelTester::FailureReportingMode::QtTest);
         grid.setFormatString(u"编号|<名称|>单价"_s);
         grid.AddItem(u"1\t可乐\t3.5"_s);
         QCOMPARE(grid.Rows(), 3);
-        QCOMPARE(grid.model()->columnCount(), 2);
-        QCOMPARE(grid.model()->headerData(0, Qt::Horizontal).toString(), u"名称"_s);
-        QCOMPARE(grid.model()->headerData(1, Qt::Vertical).toString(), u"1"_s);
-        QCOMPARE(grid.model()->data(grid.model()->index(1, 1)).toString(), u"3.5"_s);
+        QCOMPARE(grid.model()->columnCount(), 3);
+        QCOMPARE(grid.model()->data(grid.model()->index(0, 1)).toString(), u"名称"_s);
+        // The scrolling cells do not show the fixed ones: those are drawn at the edges.
+        QVERIFY(grid.isRowHidden(0));
+        QVERIFY(grid.isColumnHidden(0));
+        QVERIFY(!grid.isRowHidden(1));
 
         grid.setFixedCols(0);
-        QCOMPARE(grid.model()->columnCount(), 3);
-        QVERIFY(grid.verticalHeader()->isHidden());
+        QVERIFY(!grid.isColumnHidden(0));
         grid.setFixedRows(2);
-        QCOMPARE(grid.model()->rowCount(), 1);
-        QCOMPARE(grid.model()->headerData(1, Qt::Horizontal).toString(), u"名称\n"_s);
+        QVERIFY(grid.isRowHidden(1));
+        grid.setFixedRows(1);
+        QVERIFY(!grid.isRowHidden(1));
+        // An insertion above the fixed rows leaves exactly the fixed rows hidden.
+        grid.AddItem(u"x"_s, 0);
+        QVERIFY(grid.isRowHidden(0));
+        QVERIFY(!grid.isRowHidden(1));
 
-        // Structural changes in and around the fixed area keep the view consistent.
         grid.RemoveItem(0);
         grid.setRows(6);
         grid.AddItem(u"x"_s, 1);
@@ -57,19 +62,18 @@ private Q_SLOTS:
         grid.setMergeCol(0, true);
         grid.setMergeRow(3, true);
         grid.setMergeCells(1);
-        // Data rows start after the fixed heading row.
-        QCOMPARE(grid.rowSpan(0, 0), 3);
-        QCOMPARE(grid.rowSpan(3, 0), 1);
-        QCOMPARE(grid.columnSpan(2, 1), 2); // 橙汁 | 橙汁 on the row marked for merging
-        QCOMPARE(grid.columnSpan(0, 1), 1); // rows not marked stay apart
-        QCOMPARE(grid.columnSpan(3, 2), 1); // empty cells never merge
+        QCOMPARE(grid.rowSpan(1, 0), 3);
+        QCOMPARE(grid.rowSpan(4, 0), 1);
+        QCOMPARE(grid.columnSpan(3, 1), 2); // 橙汁 | 橙汁 on the row marked for merging
+        QCOMPARE(grid.columnSpan(1, 1), 1); // rows not marked stay apart
+        QCOMPARE(grid.columnSpan(4, 2), 1); // empty cells never merge
 
         grid.setTextMatrix(3, 0, u"酒水"_s);
-        QTRY_COMPARE(grid.rowSpan(0, 0), 2);
+        QTRY_COMPARE(grid.rowSpan(1, 0), 2);
         grid.setMergeCells(3); // columns only
-        QCOMPARE(grid.columnSpan(2, 1), 1);
+        QCOMPARE(grid.columnSpan(3, 1), 1);
         grid.setMergeCells(0);
-        QCOMPARE(grid.rowSpan(0, 0), 1);
+        QCOMPARE(grid.rowSpan(1, 0), 1);
     }
 
     void currentCellFollowsRowAndCol()
@@ -84,9 +88,9 @@ private Q_SLOTS:
         grid.setRow(3);
         grid.setCol(2);
         QCOMPARE(moved.count(), 2);
-        QCOMPARE(grid.currentIndex(), grid.model()->index(2, 1));
+        QCOMPARE(grid.currentIndex(), grid.model()->index(3, 2));
 
-        const QRect cell = grid.visualRect(grid.model()->index(0, 2));
+        const QRect cell = grid.visualRect(grid.model()->index(1, 3));
         QTest::mouseClick(grid.viewport(), Qt::LeftButton, {}, cell.center());
         QCOMPARE(grid.Row(), 1);
         QCOMPARE(grid.Col(), 3);
@@ -103,7 +107,7 @@ private Q_SLOTS:
         grid.setCols(3);
         grid.setColWidth(1, 1440);
         QCOMPARE(grid.ColWidth(1), 1440);
-        QCOMPARE(grid.columnWidth(0), grid.logicalDpiX());
+        QCOMPARE(grid.columnWidth(1), grid.logicalDpiX());
         grid.setRowHeight(1, 720);
         QVERIFY(qAbs(grid.RowHeight(1) - 720) <= 15);
         QCOMPARE(grid.ColWidth(9), 0);
@@ -139,7 +143,7 @@ private Q_SLOTS:
         QCOMPARE(text, u"金额"_s);
         QVERIFY(object->setProperty("BackColorFixed", 0xC0E0FFu));
         QCOMPARE(object->property("BackColorFixed").toUInt(), 0xC0E0FFu);
-        QVERIFY(grid.styleSheet().contains(u"#ffe0c0"_s));
+        QVERIFY(grid.findChildren<QTableView *>().constFirst()->styleSheet().contains(u"#ffe0c0"_s));
     }
 
     void oleColours_data()
@@ -162,7 +166,7 @@ private Q_SLOTS:
 
     void viewStaysConsistentUnderRandomReshaping()
     {
-        // The header proxy shifts rows and columns by the fixed counts; the tester checks every change it passes on.
+        // The tester checks every change the model passes on.
         FlexGrid grid;
         QAbstractItemModelTester tester(grid.model(), QAbstractItemModelTester::FailureReportingMode::QtTest);
         QRandomGenerator rng(4242);
@@ -195,13 +199,14 @@ private Q_SLOTS:
                 grid.setTextMatrix(rng.bounded(8), rng.bounded(6), QString::number(step));
                 break;
             }
-            QCOMPARE(grid.model()->rowCount(), std::max(0, grid.Rows() - grid.FixedRows()));
-            QCOMPARE(grid.model()->columnCount(), std::max(0, grid.Cols() - grid.FixedCols()));
-            if (grid.model()->rowCount() > 0 && grid.model()->columnCount() > 0) {
-                const int r = grid.model()->rowCount() - 1;
-                const int c = grid.model()->columnCount() - 1;
-                QCOMPARE(grid.model()->index(r, c).data().toString(),
-                         grid.TextMatrix(r + grid.FixedRows(), c + grid.FixedCols()));
+            QCOMPARE(grid.model()->rowCount(), grid.Rows());
+            QCOMPARE(grid.model()->columnCount(), grid.Cols());
+            // Exactly the fixed rows and columns are left out of the scrolling cells.
+            for (int r = 0; r < grid.Rows(); ++r) {
+                QCOMPARE(grid.isRowHidden(r), r < grid.FixedRows());
+            }
+            for (int c = 0; c < grid.Cols(); ++c) {
+                QCOMPARE(grid.isColumnHidden(c), c < grid.FixedCols());
             }
         }
     }

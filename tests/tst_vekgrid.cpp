@@ -6,6 +6,7 @@
 #include <QAction>
 #include <QFileInfo>
 #include <QLineEdit>
+#include <QMenu>
 #include <QPdfWriter>
 #include <QSignalSpy>
 #include <QSqlQuery>
@@ -26,7 +27,7 @@ private:
     void openEditor(qint32 row, qint32 col)
     {
         FlexGrid *g = m_grid->Flexgd1;
-        const QModelIndex index = g->model()->index(row - g->FixedRows(), col - g->FixedCols());
+        const QModelIndex index = g->model()->index(row, col);
         const QPoint centre = g->visualRect(index).center();
         QTest::mouseClick(g->viewport(), Qt::LeftButton, {}, centre);
         QTest::mouseDClick(g->viewport(), Qt::LeftButton, {}, centre);
@@ -71,6 +72,85 @@ private Q_SLOTS:
         QCOMPARE(user.size(), 1);
         QCOMPARE(user.at(0), (QStringList {u"1"_s, u"1"_s, u"可乐Cola"_s, u"可乐Cola"_s, u"0"_s}));
         QVERIFY(m_grid->txtEdit->x() < 0);
+    }
+
+    void enterRaisesKeyDownDblClickThenKeyPress()
+    {
+        QStringList order;
+        connect(m_grid.get(), &VekGrid::KeyDown, this,
+                [&](qint16 code, qint16) { order << u"KeyDown %1"_s.arg(code); });
+        connect(m_grid.get(), &VekGrid::DblClick, this, [&] { order << u"DblClick"_s; });
+        connect(m_grid.get(), &VekGrid::KeyPress, this, [&](qint16 code) { order << u"KeyPress %1"_s.arg(code); });
+        m_grid->Flexgd1->setFocus();
+        QTest::keyClick(m_grid->Flexgd1, Qt::Key_Return);
+        QCOMPARE(order, (QStringList {u"KeyDown 13"_s, u"DblClick"_s, u"KeyPress 13"_s}));
+    }
+
+    void keyCodesAreVirtualKeys_data()
+    {
+        QTest::addColumn<int>("key");
+        QTest::addColumn<int>("modifiers");
+        QTest::addColumn<int>("code");
+        QTest::newRow("F2") << int(Qt::Key_F2) << 0 << 113;
+        QTest::newRow("F12") << int(Qt::Key_F12) << 0 << 123;
+        QTest::newRow("Home") << int(Qt::Key_Home) << 0 << 36;
+        QTest::newRow("End") << int(Qt::Key_End) << 0 << 35;
+        QTest::newRow("PgUp") << int(Qt::Key_PageUp) << 0 << 33;
+        QTest::newRow("PgDn") << int(Qt::Key_PageDown) << 0 << 34;
+        QTest::newRow("Insert") << int(Qt::Key_Insert) << 0 << 45;
+        QTest::newRow("Shift") << int(Qt::Key_Shift) << 0 << 16;
+        QTest::newRow("Ctrl") << int(Qt::Key_Control) << 0 << 17;
+        QTest::newRow("Alt") << int(Qt::Key_Alt) << 0 << 18;
+        QTest::newRow("letter") << int(Qt::Key_A) << 0 << 65;
+        QTest::newRow("comma") << int(Qt::Key_Comma) << 0 << 188;
+        QTest::newRow("period") << int(Qt::Key_Period) << 0 << 190;
+        QTest::newRow("keypad 5") << int(Qt::Key_5) << int(Qt::KeypadModifier) << 101;
+    }
+    void keyCodesAreVirtualKeys()
+    {
+        QFETCH(int, key);
+        QFETCH(int, modifiers);
+        QFETCH(int, code);
+        QSignalSpy down(m_grid.get(), &VekGrid::KeyDown);
+        QSignalSpy up(m_grid.get(), &VekGrid::KeyUp);
+        m_grid->Flexgd1->setFocus();
+        QTest::keyPress(m_grid->Flexgd1, Qt::Key(key), Qt::KeyboardModifiers(modifiers));
+        QTest::keyRelease(m_grid->Flexgd1, Qt::Key(key), Qt::KeyboardModifiers(modifiers));
+        QCOMPARE(down.count(), 1);
+        QCOMPARE(down.at(0).at(0).value<qint16>(), qint16(code));
+        QCOMPARE(up.at(0).at(0).value<qint16>(), qint16(code));
+    }
+
+    void editorSurvivesAnotherWindowAndPopups_data()
+    {
+        QTest::addColumn<int>("reason");
+        QTest::newRow("another window") << int(Qt::ActiveWindowFocusReason);
+        QTest::newRow("a popup") << int(Qt::PopupFocusReason);
+    }
+    void editorSurvivesAnotherWindowAndPopups()
+    {
+        QFETCH(int, reason);
+        openEditor(1, 2);
+        const QPoint place = m_grid->txtEdit->pos();
+        QFocusEvent out(QEvent::FocusOut, Qt::FocusReason(reason));
+        QCoreApplication::sendEvent(m_grid->txtEdit, &out);
+        QCOMPARE(m_grid->txtEdit->pos(), place);
+    }
+
+    void parkedEditorNeverWritesTheCell()
+    {
+        QList<int> user;
+        connect(m_grid.get(), &VekGrid::ChangedByUser, this,
+                [&](qint32 row, qint32, const QString &, QString &, qint32 &) { user.append(row); });
+        openEditor(1, 2);
+        m_grid->Flexgd1->setFocus(); // leaving the cell parks the editor
+        QVERIFY(m_grid->txtEdit->x() < 0);
+        m_grid->txtEdit->setFocus(Qt::TabFocusReason); // reached by Tab while parked
+        QTest::keyClicks(m_grid->txtEdit, u"9"_s);
+        QTest::keyClick(m_grid->txtEdit, Qt::Key_Return);
+        QCOMPARE(m_grid->TextMatrix(1, 2), QString());
+        QVERIFY(user.isEmpty());
+        QTRY_VERIFY(!m_grid->txtEdit->hasFocus());
     }
 
     void handlersVetoByCancelFlag_data()
@@ -129,6 +209,27 @@ private Q_SLOTS:
         QVERIFY(!editorOpen());
     }
 
+    void numericTestRefusesWords_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("numeric");
+        QTest::newRow("decimal") << u"12.5"_s << true;
+        QTest::newRow("thousands and sign") << u"-1,234.5"_s << true;
+        QTest::newRow("exponent") << u"1e3"_s << true;
+        QTest::newRow("nan") << u"nan"_s << false;
+        QTest::newRow("inf") << u"inf"_s << false;
+        QTest::newRow("-infinity") << u"-infinity"_s << false;
+        QTest::newRow("letters") << u"箱"_s << false;
+    }
+    void numericTestRefusesWords()
+    {
+        QFETCH(QString, text);
+        QFETCH(bool, numeric);
+        m_grid->Flexgd1->setTextMatrix(1, 2, text);
+        openEditor(1, 2);
+        QCOMPARE(bool(m_grid->txtEdit->alignment() & Qt::AlignRight), numeric);
+    }
+
     void numbersOpenRightAligned()
     {
         m_grid->Flexgd1->setTextMatrix(1, 2, u"12.5"_s);
@@ -138,6 +239,55 @@ private Q_SLOTS:
         QCOMPARE(m_grid->txtEdit->selectedText(), u"12.5"_s);
         openEditor(2, 2);
         QVERIFY(m_grid->txtEdit->alignment() & Qt::AlignLeft);
+    }
+
+    void fixedCellsRaiseMouseEventsAndTheRowMenu()
+    {
+        m_grid->setFixedRows(2);
+        m_grid->setFixedCols(1);
+        m_grid->setRows(5);
+        m_grid->setPopMenu(true);
+        QSignalSpy click(m_grid.get(), &VekGrid::Click);
+        QSignalSpy dbl(m_grid.get(), &VekGrid::DblClick);
+        QSignalSpy down(m_grid.get(), &VekGrid::MouseDown);
+        QSignalSpy up(m_grid.get(), &VekGrid::MouseUp);
+        const QList<QObject *> areas = m_grid->Flexgd1->cellAreas();
+        QCOMPARE(areas.size(), 4);
+        auto *top = static_cast<QWidget *>(areas.at(1));
+        auto *left = static_cast<QWidget *>(areas.at(2));
+        QVERIFY(top->isVisible() && left->isVisible());
+        const QPoint onTop(top->width() / 2, top->height() - 3); // the second fixed row
+        QTest::mouseClick(top, Qt::LeftButton, {}, onTop);
+        QCOMPARE(click.count(), 1);
+        QCOMPARE(down.count(), 1);
+        QCOMPARE(up.count(), 1);
+        QCOMPARE(m_grid->Row(), 1);
+        QTest::mouseDClick(top, Qt::LeftButton, {}, onTop);
+        QCOMPARE(dbl.count(), 1);
+        QVERIFY(!editorOpen());
+        QTest::mouseClick(left, Qt::LeftButton, {}, QPoint(3, 3));
+        QCOMPARE(click.count(), 2);
+        QCOMPARE(m_grid->col(), 0);
+        QTest::mouseClick(left, Qt::RightButton, {}, QPoint(3, 3));
+        QTRY_VERIFY(m_grid->mnuPop->isVisible());
+        m_grid->mnuPop->hide();
+    }
+
+    void fixedRowsAndColumnsHaveTheirOwnSizes()
+    {
+        m_grid->setFixedRows(2);
+        m_grid->setRows(5);
+        m_grid->Flexgd1->setRowHeight(0, 300);
+        m_grid->Flexgd1->setRowHeight(1, 600);
+        QVERIFY(qAbs(m_grid->Flexgd1->RowHeight(0) - 300) <= 15);
+        QVERIFY(qAbs(m_grid->Flexgd1->RowHeight(1) - 600) <= 15);
+        m_grid->setFixedCols(2);
+        m_grid->setColWidth(0, 450);
+        m_grid->setColWidth(1, 900);
+        QCOMPARE(m_grid->ColWidth(0), 450);
+        QCOMPARE(m_grid->ColWidth(1), 900);
+        auto *top = static_cast<QWidget *>(m_grid->Flexgd1->cellAreas().at(1));
+        QVERIFY(qAbs(m_grid->Flexgd1->pixelsToTwipsY(top->height()) - 900) <= 30);
     }
 
     void programChangesCanBeVetoed()
@@ -210,6 +360,78 @@ private Q_SLOTS:
         m_grid->setIsDemo(true);
         QVERIFY(m_grid->SaveOrReadColWidth(u"演示"_s, u"列宽"_s, false));
         QCOMPARE(Module1::GetIniString(u"演示"_s, u"列宽"_s, ini, u"none"_s), u"none"_s);
+    }
+
+    void restoredGridKeepsEveryColumnEditable()
+    {
+        VekGrid placed;
+        QVariantMap bag;
+        placed.WriteProperties(bag);
+        QVERIFY(!bag.contains(u"EditCol"_s));
+        m_grid->ReadProperties(bag);
+        openEditor(1, 2);
+        QVERIFY(editorOpen());
+    }
+
+    void emptyBagLeavesSelectionAndCellColours()
+    {
+        const quint32 selection = m_grid->Flexgd1->BackColorSel();
+        m_grid->ReadProperties({});
+        QCOMPARE(m_grid->BackColorSel(), 0u);
+        QCOMPARE(m_grid->Flexgd1->BackColorSel(), selection); // not black
+        m_grid->setRows(4);
+        m_grid->Flexgd1->setRow(2);
+        m_grid->Flexgd1->setCol(1);
+        m_grid->setCellBackColor(0x0000FF);
+        QCOMPARE(m_grid->CellBackColor(), 0x0000FFu);
+        const QModelIndex cell = m_grid->Flexgd1->model()->index(2, 1);
+        QCOMPARE(cell.data(Qt::BackgroundRole).value<QColor>(), QColor(255, 0, 0));
+        m_grid->Flexgd1->setRow(1);
+        QCOMPARE(m_grid->CellBackColor(), 0u);
+        m_grid->AddItem(u"x"_s, 1); // the colour moves with its row
+        QCOMPARE(m_grid->Flexgd1->model()->index(3, 1).data(Qt::BackgroundRole).value<QColor>(), QColor(255, 0, 0));
+    }
+
+    void backgroundBeyondTheCellsIsBackColorBkg()
+    {
+        m_grid->setRows(3);
+        m_grid->setBackColorBkg(0x00FF00);
+        m_grid->setBackColor(0xFFFFFF);
+        QTest::qWait(20);
+        const QImage image = m_grid->Flexgd1->viewport()->grab().toImage();
+        const QPoint below(5, image.height() - 5);
+        QCOMPARE(image.pixelColor(below), QColor(0, 255, 0));
+        const QRect cell = m_grid->Flexgd1->visualRect(m_grid->Flexgd1->model()->index(2, 2));
+        QCOMPARE(image.pixelColor(cell.center()), QColor(255, 255, 255));
+    }
+
+    void clipReadsTheLastAssignedText()
+    {
+        m_grid->setTextMatrix(1, 1, u"甲"_s);
+        m_grid->Flexgd1->setRow(1);
+        m_grid->Flexgd1->setCol(1);
+        QCOMPARE(m_grid->Clip(), QString());
+        QVERIFY(m_grid->setClip(u"乙"_s));
+        QCOMPARE(m_grid->TextMatrix(1, 1), u"乙"_s);
+        m_grid->setTextMatrix(1, 1, u"丙"_s);
+        QCOMPARE(m_grid->Clip(), u"乙"_s);
+    }
+
+    void assignmentsRaisePropertyChanged()
+    {
+        QSignalSpy spy(m_grid.get(), &VekGrid::PropertyChanged);
+        m_grid->setKeepLastRows(0);
+        m_grid->setBackColor(0xFFFFFF);
+        m_grid->setTextMatrix(1, 1, u"x"_s);
+        m_grid->setRows(6);
+        QVERIFY(m_grid->setRow(2));
+        m_grid->setEditCol(u"1"_s);
+        QStringList names;
+        for (const QList<QVariant> &args : spy) {
+            names << args.at(0).toString();
+        }
+        QCOMPARE(names,
+                 (QStringList {u"KeepLastRow"_s, u"BackColor"_s, u"TextMatrix"_s, u"Rows"_s, u"Row"_s, u"EditCol"_s}));
     }
 
     void propertyBagRoundTrip()
@@ -297,6 +519,28 @@ private Q_SLOTS:
         QVERIFY(!m_grid->FillByRecordSet(closed, format));
     }
 
+    void fillByRecordSetStartsAtTheFirstRecord()
+    {
+        auto db = CConnection::Open(u"sqlite::memory:"_s);
+        QVERIFY(db);
+        db->Execute(u"CREATE TABLE t (A TEXT, B TEXT)"_s);
+        db->Execute(u"INSERT INTO t VALUES ('1', 'a'), ('2', 'b'), ('3', 'c')"_s);
+        QSqlQuery query = db->Select(u"SELECT A, B FROM t ORDER BY A"_s);
+        QVERIFY(query.next());
+        QVERIFY(query.next()); // the caller has read on
+        QString format;
+        QVERIFY(m_grid->FillByRecordSet(query, format));
+        QCOMPARE(m_grid->Rows(), 4);
+        QCOMPARE(m_grid->TextMatrix(1, 0), u"1"_s);
+
+        QSqlQuery scrollable(db->database());
+        QVERIFY(scrollable.exec(u"SELECT A, B FROM t ORDER BY A"_s));
+        QVERIFY(scrollable.last());
+        format.clear();
+        QVERIFY(m_grid->FillByRecordSet(scrollable, format));
+        QCOMPARE(m_grid->Rows(), 4);
+    }
+
     void removeColShiftsWidthsAndTexts()
     {
         m_grid->setFormatString(u"甲|乙|丙"_s);
@@ -313,6 +557,31 @@ private Q_SLOTS:
         m_grid->RemoveCol(col);
         QCOMPARE(m_prompt->lastText(), u"该列不能删除！"_s);
         QCOMPARE(m_grid->Cols(), 1);
+    }
+
+    void removeColShiftsEachWidthOnce()
+    {
+        m_grid->setFormatString(u"0|1|2|3|4"_s);
+        for (qint32 c = 0; c < 5; ++c) {
+            m_grid->setColWidth(c, 300 * (c + 1));
+        }
+        qint32 col = 1;
+        m_grid->RemoveCol(col);
+        QCOMPARE(m_grid->Cols(), 4);
+        QCOMPARE(m_grid->ColWidth(0), 300);
+        QCOMPARE(m_grid->ColWidth(1), 900);
+        QCOMPARE(m_grid->ColWidth(2), 1200);
+        QCOMPARE(m_grid->ColWidth(3), 1500);
+        QCOMPARE(m_grid->TextMatrix(0, 3), u"4"_s);
+    }
+
+    void removeColBeyondTheLastDropsTheLast()
+    {
+        m_grid->setFormatString(u"甲|乙|丙"_s);
+        qint32 col = 7;
+        m_grid->RemoveCol(col);
+        QCOMPARE(m_grid->Cols(), 2);
+        QCOMPARE(m_grid->TextMatrix(0, 1), u"乙"_s);
     }
 
     void printingLaysRowsOutOnPages()

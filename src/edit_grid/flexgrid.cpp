@@ -1,19 +1,48 @@
 #include "flexgrid.h"
 
-#include "fixedheaderproxy.h"
 #include "olecolor.h"
 
+#include <QApplication>
 #include <QHeaderView>
+#include <QMouseEvent>
+#include <QPainter>
 #include <QScrollBar>
+#include <QStyledItemDelegate>
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+// Paints a cell's own colour, or BackColor, so that the view's background can show BackColorBkg beyond the cells.
+class CellDelegate : public QStyledItemDelegate
+{
+public:
+    explicit CellDelegate(FlexGrid *grid)
+        : QStyledItemDelegate(grid)
+        , m_grid(grid)
+    { }
+
+    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
+    {
+        const QVariant own = index.data(Qt::BackgroundRole);
+        painter->fillRect(option.rect, own.isValid() ? own.value<QColor>() : OleColor::toColor(m_grid->BackColor()));
+        QStyledItemDelegate::paint(painter, option, index);
+    }
+
+private:
+    FlexGrid *m_grid;
+};
+
+constexpr int kGripPixels = 3; // how near a grid line the mouse takes hold of it
+
+} // namespace
 
 FlexGrid::FlexGrid(QWidget *parent)
     : QTableView(parent)
     , m_grid(new FlexGridModel(this))
-    , m_proxy(new FixedHeaderProxy(m_grid, this))
 {
-    setModel(m_proxy);
+    setModel(m_grid);
+    setItemDelegate(new CellDelegate(this));
     setWordWrap(false);
     setEditTriggers(QAbstractItemView::NoEditTriggers);
     setSelectionBehavior(QAbstractItemView::SelectItems);
@@ -21,37 +50,234 @@ FlexGrid::FlexGrid(QWidget *parent)
     verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 6);
     horizontalHeader()->setSectionResizeMode(QHeaderView::Fixed);
-    horizontalHeader()->setHighlightSections(false);
-    verticalHeader()->setHighlightSections(false);
+    // The headers only reserve the room of the fixed rows and columns; the views laid over them draw the cells.
+    horizontalHeader()->setMinimumSectionSize(0);
+    verticalHeader()->setMinimumSectionSize(0);
+    m_top = makeOverlay();
+    m_left = makeOverlay();
+    m_corner = makeOverlay();
     connect(selectionModel(), &QItemSelectionModel::currentChanged, this, [this](const QModelIndex &current) {
         if (m_syncing || !current.isValid()) {
             return;
         }
-        m_row = m_rowSel = current.row() + FixedRows();
-        m_col = m_colSel = current.column() + FixedCols();
+        m_row = m_rowSel = current.row();
+        m_col = m_colSel = current.column();
         Q_EMIT RowColChange();
     });
-    connect(m_grid, &FlexGridModel::fixedCountsChanged, this, &FlexGrid::updateHeaders);
+    connect(m_grid, &FlexGridModel::fixedCountsChanged, this, &FlexGrid::hideFixed);
+    connect(horizontalScrollBar(), &QScrollBar::valueChanged, m_top->horizontalScrollBar(), &QScrollBar::setValue);
+    connect(verticalScrollBar(), &QScrollBar::valueChanged, m_left->verticalScrollBar(), &QScrollBar::setValue);
+    // The scrolling cells' sizes are the ones that count; the fixed rows and columns follow them.
+    connect(horizontalHeader(), &QHeaderView::sectionResized, this, [this](int section, int, int size) {
+        if (section >= FixedCols()) {
+            m_top->setColumnWidth(section, size);
+        }
+    });
+    connect(verticalHeader(), &QHeaderView::sectionResized, this, [this](int section, int, int size) {
+        if (section >= FixedRows()) {
+            m_left->setRowHeight(section, size);
+        }
+    });
     // Merged cells are spans over the visible rows only, so they follow every scroll and change of content.
     connect(verticalScrollBar(), &QScrollBar::valueChanged, this, &FlexGrid::updateMerges);
+    connect(m_grid, &QAbstractItemModel::rowsInserted, this, [this](const QModelIndex &, int first, int last) {
+        if (first < m_hiddenRows) {
+            m_hiddenRows += last - first + 1;
+            hideFixed();
+        }
+    });
+    for (auto signal : {&QAbstractItemModel::rowsRemoved, &QAbstractItemModel::columnsInserted,
+                        &QAbstractItemModel::columnsRemoved}) {
+        connect(m_grid, signal, this, &FlexGrid::hideFixed);
+    }
+    connect(m_grid, &QAbstractItemModel::modelReset, this, &FlexGrid::hideFixed);
     for (auto signal : {&QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved,
                         &QAbstractItemModel::columnsInserted, &QAbstractItemModel::columnsRemoved}) {
-        connect(m_proxy, signal, this, &FlexGrid::scheduleMerges);
+        connect(m_grid, signal, this, &FlexGrid::scheduleMerges);
     }
-    connect(m_proxy, &QAbstractItemModel::dataChanged, this, &FlexGrid::scheduleMerges);
-    connect(m_proxy, &QAbstractItemModel::modelReset, this, &FlexGrid::scheduleMerges);
-    updateHeaders();
+    connect(m_grid, &QAbstractItemModel::dataChanged, this, &FlexGrid::scheduleMerges);
+    connect(m_grid, &QAbstractItemModel::modelReset, this, &FlexGrid::scheduleMerges);
+    hideFixed();
     applyColours();
 }
 
 FlexGrid::~FlexGrid() = default;
 
+QTableView *FlexGrid::makeOverlay()
+{
+    auto *view = new QTableView(this);
+    view->setModel(m_grid);
+    view->setItemDelegate(new QStyledItemDelegate(view));
+    view->setFocusPolicy(Qt::NoFocus);
+    view->setFrameShape(QFrame::NoFrame);
+    view->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    view->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    view->setSelectionMode(QAbstractItemView::NoSelection);
+    view->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    view->setWordWrap(false);
+    view->horizontalHeader()->hide();
+    view->verticalHeader()->hide();
+    view->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    view->verticalHeader()->setDefaultSectionSize(verticalHeader()->defaultSectionSize());
+    view->horizontalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    view->horizontalHeader()->setMinimumSectionSize(0);
+    view->verticalHeader()->setMinimumSectionSize(0);
+    view->viewport()->installEventFilter(this);
+    view->viewport()->setMouseTracking(true);
+    return view;
+}
+
+QList<QObject *> FlexGrid::cellAreas() const
+{
+    return {viewport(), m_top->viewport(), m_left->viewport(), m_corner->viewport()};
+}
+
+QPoint FlexGrid::cellAt(const QWidget *area, const QPoint &pos) const
+{
+    for (const QTableView *view :
+         {static_cast<const QTableView *>(this), static_cast<const QTableView *>(m_top),
+          static_cast<const QTableView *>(m_left), static_cast<const QTableView *>(m_corner)}) {
+        if (view->viewport() == area) {
+            const QModelIndex index = view->indexAt(pos);
+            return index.isValid() ? QPoint(index.row(), index.column()) : QPoint(-1, -1);
+        }
+    }
+    return {-1, -1};
+}
+
+void FlexGrid::hideFixed()
+{
+    const qint32 fixedRows = FixedRows();
+    const qint32 fixedCols = FixedCols();
+    const qint32 rows = std::min(Rows(), std::max(m_hiddenRows, fixedRows));
+    for (qint32 r = 0; r < rows; ++r) {
+        setRowHidden(r, r < fixedRows);
+        m_left->setRowHidden(r, r < fixedRows);
+    }
+    m_hiddenRows = fixedRows;
+    for (qint32 c = 0; c < Cols(); ++c) {
+        setColumnHidden(c, c < fixedCols);
+        m_top->setColumnHidden(c, c < fixedCols);
+    }
+    updateHeaders();
+}
+
 void FlexGrid::updateHeaders()
 {
-    horizontalHeader()->setVisible(FixedRows() > 0);
-    verticalHeader()->setVisible(FixedCols() > 0);
-    if (FixedRows() > 1) {
-        horizontalHeader()->setMinimumHeight((fontMetrics().height() + 4) * FixedRows());
+    int width = 0;
+    for (qint32 c = 0; c < FixedCols(); ++c) {
+        width += m_corner->columnWidth(c);
+    }
+    int height = 0;
+    for (qint32 r = 0; r < FixedRows(); ++r) {
+        height += m_corner->rowHeight(r);
+    }
+    horizontalHeader()->setVisible(height > 0);
+    verticalHeader()->setVisible(width > 0);
+    horizontalHeader()->setFixedHeight(height);
+    verticalHeader()->setFixedWidth(width);
+    updateGeometries();
+}
+
+void FlexGrid::updateGeometries()
+{
+    QTableView::updateGeometries();
+    if (!m_top) {
+        return;
+    }
+    const QRect cells = viewport()->geometry();
+    const int width = verticalHeader()->isVisible() ? verticalHeader()->width() : 0;
+    const int height = horizontalHeader()->isVisible() ? horizontalHeader()->height() : 0;
+    m_top->setGeometry(cells.left(), cells.top() - height, cells.width(), height);
+    m_left->setGeometry(cells.left() - width, cells.top(), width, cells.height());
+    m_corner->setGeometry(cells.left() - width, cells.top() - height, width, height);
+    for (QTableView *view : {m_top, m_left, m_corner}) {
+        view->setVisible(view->width() > 0 && view->height() > 0);
+        view->raise();
+    }
+    m_top->horizontalScrollBar()->setValue(horizontalScrollBar()->value());
+    m_left->verticalScrollBar()->setValue(verticalScrollBar()->value());
+}
+
+bool FlexGrid::eventFilter(QObject *watched, QEvent *event)
+{
+    for (QTableView *view : {m_top, m_left, m_corner}) {
+        if (view && view->viewport() == watched) {
+            return fixedAreaMouse(view, event) || QTableView::eventFilter(watched, event);
+        }
+    }
+    return QTableView::eventFilter(watched, event);
+}
+
+bool FlexGrid::fixedAreaMouse(QTableView *view, QEvent *event)
+{
+    switch (event->type()) {
+    case QEvent::Wheel:
+        QApplication::sendEvent(viewport(), event);
+        return true;
+    case QEvent::MouseButtonPress:
+    case QEvent::MouseButtonDblClick: {
+        auto *e = static_cast<QMouseEvent *>(event);
+        const QPoint pos = e->position().toPoint();
+        if (e->button() == Qt::LeftButton && view->viewport()->cursor().shape() != Qt::ArrowCursor) {
+            const bool column = view->viewport()->cursor().shape() == Qt::SplitHCursor;
+            const QHeaderView *header = column ? view->horizontalHeader() : view->verticalHeader();
+            const int at = column ? pos.x() : pos.y();
+            m_dragSection = header->logicalIndexAt(at - kGripPixels);
+            m_dragColumn = column;
+            m_dragOrigin = at;
+            m_dragStartSize = header->sectionSize(m_dragSection);
+            return true;
+        }
+        const QModelIndex index = view->indexAt(pos);
+        if (index.isValid() && (index.row() != m_row || index.column() != m_col)) {
+            m_row = m_rowSel = index.row();
+            m_col = m_colSel = index.column();
+            Q_EMIT RowColChange();
+        }
+        setFocus(Qt::MouseFocusReason);
+        return true;
+    }
+    case QEvent::MouseMove: {
+        auto *e = static_cast<QMouseEvent *>(event);
+        const QPoint pos = e->position().toPoint();
+        if (m_dragSection >= 0) {
+            const int size = std::max(0, m_dragStartSize + (m_dragColumn ? pos.x() : pos.y()) - m_dragOrigin);
+            if (m_dragColumn) {
+                setColWidth(m_dragSection, pixelsToTwipsX(size));
+            } else {
+                setRowHeight(m_dragSection, pixelsToTwipsY(size));
+            }
+            return true;
+        }
+        // A grid line of the fixed rows resizes columns, one of the fixed columns resizes rows.
+        Qt::CursorShape shape = Qt::ArrowCursor;
+        if ((m_allowUserResizing & 1) && view != m_left) {
+            const QHeaderView *header = view->horizontalHeader();
+            const int section = header->logicalIndexAt(pos.x() - kGripPixels);
+            if (section >= 0
+                && std::abs(header->sectionViewportPosition(section) + header->sectionSize(section) - pos.x())
+                    <= kGripPixels) {
+                shape = Qt::SplitHCursor;
+            }
+        }
+        if ((m_allowUserResizing & 2) && view != m_top && shape == Qt::ArrowCursor) {
+            const QHeaderView *header = view->verticalHeader();
+            const int section = header->logicalIndexAt(pos.y() - kGripPixels);
+            if (section >= 0
+                && std::abs(header->sectionViewportPosition(section) + header->sectionSize(section) - pos.y())
+                    <= kGripPixels) {
+                shape = Qt::SplitVCursor;
+            }
+        }
+        view->viewport()->setCursor(shape);
+        return true;
+    }
+    case QEvent::MouseButtonRelease:
+        m_dragSection = -1;
+        return true;
+    default:
+        return false;
     }
 }
 
@@ -72,7 +298,11 @@ void FlexGrid::setFixedCols(qint32 cols)
 
 void FlexGrid::syncCurrent()
 {
-    const QModelIndex index = m_proxy->index(m_row - FixedRows(), m_col - FixedCols());
+    // A fixed cell is current for the grid only; the scrolling cells keep their own current cell.
+    if (m_row < FixedRows() || m_col < FixedCols()) {
+        return;
+    }
+    const QModelIndex index = m_grid->index(m_row, m_col);
     if (!index.isValid()) {
         return;
     }
@@ -146,11 +376,7 @@ qint32 FlexGrid::ColWidth(qint32 col) const
     if (col < 0 || col >= Cols()) {
         return 0;
     }
-    if (col < FixedCols()) {
-        return pixelsToTwipsX(verticalHeader()->isVisible() ? verticalHeader()->width()
-                                                            : verticalHeader()->sizeHint().width());
-    }
-    return pixelsToTwipsX(columnWidth(col - FixedCols()));
+    return pixelsToTwipsX(col < FixedCols() ? m_corner->columnWidth(col) : columnWidth(col));
 }
 
 void FlexGrid::setColWidth(qint32 col, qint32 twips)
@@ -158,11 +384,16 @@ void FlexGrid::setColWidth(qint32 col, qint32 twips)
     if (col < 0 || col >= Cols() || twips < 0) {
         return;
     }
+    const int pixels = twipsToPixelsX(twips);
     if (col < FixedCols()) {
-        verticalHeader()->setFixedWidth(twipsToPixelsX(twips));
+        m_corner->setColumnWidth(col, pixels);
+        m_left->setColumnWidth(col, pixels);
+        // The main view keeps the width for when the column stops being fixed.
+        horizontalHeader()->resizeSection(col, pixels);
+        updateHeaders();
         return;
     }
-    setColumnWidth(col - FixedCols(), twipsToPixelsX(twips));
+    setColumnWidth(col, pixels);
 }
 
 qint32 FlexGrid::RowHeight(qint32 row) const
@@ -170,10 +401,7 @@ qint32 FlexGrid::RowHeight(qint32 row) const
     if (row < 0 || row >= Rows()) {
         return 0;
     }
-    if (row < FixedRows()) {
-        return pixelsToTwipsY(horizontalHeader()->height() / std::max(1, FixedRows()));
-    }
-    return pixelsToTwipsY(rowHeight(row - FixedRows()));
+    return pixelsToTwipsY(row < FixedRows() ? m_corner->rowHeight(row) : rowHeight(row));
 }
 
 void FlexGrid::setRowHeight(qint32 row, qint32 twips)
@@ -181,29 +409,81 @@ void FlexGrid::setRowHeight(qint32 row, qint32 twips)
     if (row < 0 || row >= Rows() || twips < 0) {
         return;
     }
+    const int pixels = twipsToPixelsY(twips);
     if (row < FixedRows()) {
-        horizontalHeader()->setFixedHeight(twipsToPixelsY(twips) * FixedRows());
+        m_corner->setRowHeight(row, pixels);
+        m_top->setRowHeight(row, pixels);
+        verticalHeader()->resizeSection(row, pixels);
+        updateHeaders();
         return;
     }
-    QTableView::setRowHeight(row - FixedRows(), twipsToPixelsY(twips));
+    QTableView::setRowHeight(row, pixels);
 }
 
 qint32 FlexGrid::CellLeft() const
 {
-    const QModelIndex index = m_proxy->index(m_row - FixedRows(), m_col - FixedCols());
+    const QModelIndex index = m_grid->index(m_row, m_col);
     if (!index.isValid()) {
         return 0;
+    }
+    if (m_row < FixedRows() || m_col < FixedCols()) {
+        const QTableView *view = m_row < FixedRows() ? (m_col < FixedCols() ? m_corner : m_top) : m_left;
+        return pixelsToTwipsX(view->viewport()->mapTo(this, view->visualRect(index).topLeft()).x());
     }
     return pixelsToTwipsX(viewport()->mapTo(this, visualRect(index).topLeft()).x());
 }
 
 qint32 FlexGrid::CellTop() const
 {
-    const QModelIndex index = m_proxy->index(m_row - FixedRows(), m_col - FixedCols());
+    const QModelIndex index = m_grid->index(m_row, m_col);
     if (!index.isValid()) {
         return 0;
     }
+    if (m_row < FixedRows() || m_col < FixedCols()) {
+        const QTableView *view = m_row < FixedRows() ? (m_col < FixedCols() ? m_corner : m_top) : m_left;
+        return pixelsToTwipsY(view->viewport()->mapTo(this, view->visualRect(index).topLeft()).y());
+    }
     return pixelsToTwipsY(viewport()->mapTo(this, visualRect(index).topLeft()).y());
+}
+
+quint32 FlexGrid::CellBackColor() const
+{
+    const QColor colour = m_grid->cellBackColor(m_row, m_col);
+    return colour.isValid() ? OleColor::fromColor(colour) : 0u;
+}
+
+void FlexGrid::setCellBackColor(quint32 color)
+{
+    const QColor colour = color == 0 ? QColor() : OleColor::toColor(color);
+    if (m_fillStyle != 1) {
+        m_grid->setCellBackColor(m_row, m_col, colour);
+        return;
+    }
+    for (qint32 r = std::min(m_row, m_rowSel); r <= std::max(m_row, m_rowSel); ++r) {
+        for (qint32 c = std::min(m_col, m_colSel); c <= std::max(m_col, m_colSel); ++c) {
+            m_grid->setCellBackColor(r, c, colour);
+        }
+    }
+}
+
+void FlexGrid::paintColours()
+{
+    const GridColours &c = colours();
+    auto css = [](quint32 color) {
+        return OleColor::toColor(color).name();
+    };
+    // Cells take BackColor from the delegate; the view's own background is what lies beyond the last cell.
+    setStyleSheet(u"FlexGrid { background-color: %1; color: %2; gridline-color: %3; "
+                  "selection-background-color: %4; selection-color: %5; }"_s.arg(
+                      css(c.backBkg), css(c.fore), css(c.grid), css(c.backSel), css(c.foreSel)));
+    const QString fixed = u"QTableView { background-color: %1; color: %2; gridline-color: %3; border: 0px; }"_s.arg(
+        css(c.backFixed), css(c.foreFixed), css(c.gridFixed));
+    for (QTableView *view : {m_top, m_left, m_corner}) {
+        if (view) {
+            view->setStyleSheet(fixed);
+        }
+    }
+    viewport()->update();
 }
 
 void FlexGrid::setMergeCells(int mode)
@@ -235,24 +515,29 @@ void FlexGrid::updateMerges()
         clearSpans();
         m_hasSpans = false;
     }
-    const int rows = m_proxy->rowCount();
-    const int cols = m_proxy->columnCount();
-    if (m_mergeCells == 0 || rows == 0 || cols == 0) {
+    const int rows = Rows();
+    const int cols = Cols();
+    const int fixedRows = FixedRows();
+    const int fixedCols = FixedCols();
+    if (m_mergeCells == 0 || rows <= fixedRows || cols <= fixedCols) {
         return;
     }
-    const int first = qMax(0, rowAt(0));
+    const int first = std::max(fixedRows, rowAt(0));
     int last = rowAt(viewport()->height() - 1);
     if (last < 0) {
         last = rows - 1;
     }
+    if (last < first) {
+        return;
+    }
     const int height = last - first + 1;
     std::vector<char> covered(std::size_t(height) * std::size_t(cols), 0);
     auto text = [this](int r, int c) {
-        return m_grid->TextMatrix(r + FixedRows(), c + FixedCols());
+        return m_grid->TextMatrix(r, c);
     };
     if (m_mergeCells != 2) {
-        for (int c = 0; c < cols; ++c) {
-            if (!MergeCol(c + FixedCols())) {
+        for (int c = fixedCols; c < cols; ++c) {
+            if (!MergeCol(c)) {
                 continue;
             }
             for (int r = first; r <= last;) {
@@ -274,11 +559,11 @@ void FlexGrid::updateMerges()
     }
     if (m_mergeCells != 3) {
         for (int r = first; r <= last; ++r) {
-            if (!MergeRow(r + FixedRows())) {
+            if (!MergeRow(r)) {
                 continue;
             }
             const char *rowCovered = covered.data() + std::size_t(r - first) * std::size_t(cols);
-            for (int c = 0; c < cols;) {
+            for (int c = fixedCols; c < cols;) {
                 const QString value = text(r, c);
                 int end = c;
                 while (!rowCovered[c] && !value.isEmpty() && end + 1 < cols && !rowCovered[end + 1]
@@ -355,8 +640,12 @@ void FlexGrid::setRowHeightMin(qint32 twips)
     m_rowHeightMin = std::max(0, twips);
     if (m_rowHeightMin > 0) {
         const int pixels = twipsToPixelsY(m_rowHeightMin);
-        verticalHeader()->setMinimumSectionSize(pixels);
-        verticalHeader()->setDefaultSectionSize(std::max(verticalHeader()->defaultSectionSize(), pixels));
+        for (QTableView *view : {static_cast<QTableView *>(this), m_top, m_left, m_corner}) {
+            view->verticalHeader()->setMinimumSectionSize(pixels);
+            view->verticalHeader()->setDefaultSectionSize(
+                std::max(view->verticalHeader()->defaultSectionSize(), pixels));
+        }
+        updateHeaders();
     }
 }
 

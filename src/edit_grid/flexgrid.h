@@ -7,14 +7,15 @@
 
 #include <QTableView>
 
-class FixedHeaderProxy;
-
 /**
- * The flexible grid (Flexgd1): a table view over a FlexGridModel whose fixed rows and columns stay in place as
- * headers, with the classic grid properties (sizes in twips, colours in the 0x00BBGGRR form). Only the visible
- * cells are painted, so a million rows scroll smoothly.
+ * The flexible grid (Flexgd1): a table view over a FlexGridModel whose fixed rows and columns stay in place while
+ * the other cells scroll, with the classic grid properties (sizes in twips, colours in the 0x00BBGGRR form). Only
+ * the visible cells are painted, so a million rows scroll smoothly.
  *
- * Merging of cells is stored but not drawn; fixed rows and columns beyond the first show as multi-line headers.
+ * The view's model is the FlexGridModel itself: model rows and columns are grid rows and columns. Every fixed row
+ * and column is a real one with its own height or width, drawn by three views laid over the edges (cellAreas()).
+ * Pressing a fixed cell makes it the current cell; with AllowUserResizing, dragging a grid line between fixed
+ * cells resizes the column or row.
  */
 class QUILLON_EXPORT FlexGrid : public QTableView, public GridColourProperties<FlexGrid>
 {
@@ -48,6 +49,7 @@ class QUILLON_EXPORT FlexGrid : public QTableView, public GridColourProperties<F
     Q_PROPERTY(int FillStyle READ FillStyle WRITE setFillStyle)
     Q_PROPERTY(int Appearance READ Appearance WRITE setAppearance)
     Q_PROPERTY(int BorderStyle READ BorderStyle WRITE setBorderStyle)
+    Q_PROPERTY(quint32 CellBackColor READ CellBackColor WRITE setCellBackColor)
 
 public:
     explicit FlexGrid(QWidget *parent = nullptr);
@@ -129,6 +131,20 @@ public:
     int BorderStyle() const { return m_borderStyle; }
     void setBorderStyle(int style);
 
+    /// The current cell's own back colour, 0 for none; assigning 0 gives it BackColor again. With FillStyle 1
+    /// assigning colours every cell of the selection.
+    quint32 CellBackColor() const;
+    void setCellBackColor(quint32 color);
+
+    /// The widgets whose mouse events are those of cells: the scrolling cells' viewport, then the fixed rows',
+    /// the fixed columns' and the corner's.
+    QList<QObject *> cellAreas() const;
+    /// The grid cell (row, column) under a point of one of the cellAreas(); (-1, -1) outside the cells.
+    QPoint cellAt(const QWidget *area, const QPoint &pos) const;
+
+    /// Style sheets for the colours (called by the colour setters).
+    void paintColours();
+
     int twipsToPixelsX(qint32 twips) const;
     int twipsToPixelsY(qint32 twips) const;
     qint32 pixelsToTwipsX(int pixels) const;
@@ -140,15 +156,31 @@ Q_SIGNALS:
 
 protected:
     void resizeEvent(QResizeEvent *event) override;
+    void updateGeometries() override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     void syncCurrent();
     void updateHeaders();
+    void hideFixed();
+    QTableView *makeOverlay();
+    bool fixedAreaMouse(QTableView *view, QEvent *event);
     void updateMerges();
     void scheduleMerges();
 
     FlexGridModel *m_grid;
-    FixedHeaderProxy *m_proxy;
+    // Over the edges: the fixed rows (scrolling sideways with the cells), the fixed columns (scrolling up and
+    // down) and the corner where both meet.
+    QTableView *m_top = nullptr;
+    QTableView *m_left = nullptr;
+    QTableView *m_corner = nullptr;
+    // Leading rows that may still carry a hidden flag from an earlier fixed count or a shift by an insertion.
+    qint32 m_hiddenRows = 0;
+    // A grid line being dragged: the column (or row) resized, and where the drag began.
+    int m_dragSection = -1;
+    bool m_dragColumn = true;
+    int m_dragOrigin = 0;
+    int m_dragStartSize = 0;
     qint32 m_row = 1;
     qint32 m_col = 1;
     qint32 m_rowSel = 1;

@@ -59,16 +59,22 @@ std::uint32_t *makeRow(const QVarLengthArray<QStringView, 32> &cells)
     return row;
 }
 
-bool looksNumeric(const QString &text)
+} // namespace
+
+bool FlexGridModel::isNumericText(const QString &text)
 {
-    bool ok = false;
     QString plain = text.trimmed();
     plain.remove(u',');
+    // Words the number parser knows ("nan", "inf") are no numbers to a clerk.
+    for (const QChar c : std::as_const(plain)) {
+        if (c.isLetter() && c != u'e' && c != u'E') {
+            return false;
+        }
+    }
+    bool ok = false;
     plain.toDouble(&ok);
     return ok;
 }
-
-} // namespace
 
 FlexGridModel::FlexGridModel(QObject *parent)
     : QAbstractTableModel(parent)
@@ -80,6 +86,9 @@ FlexGridModel::FlexGridModel(QObject *parent)
 FlexGridModel::~FlexGridModel()
 {
     for (std::uint32_t *row : m_rows) {
+        freeRow(row);
+    }
+    for (std::uint32_t *row : m_buffered) {
         freeRow(row);
     }
 }
@@ -108,6 +117,13 @@ QVariant FlexGridModel::data(const QModelIndex &index, int role) const
     case Qt::DisplayRole:
     case Qt::EditRole:
         return TextMatrix(index.row(), index.column());
+    case Qt::BackgroundRole: {
+        const auto it = m_cellBack.find(cellKey(index.row(), index.column()));
+        if (it == m_cellBack.end()) {
+            return {};
+        }
+        return QVariant::fromValue(it->second);
+    }
     case Qt::TextAlignmentRole: {
         const bool fixed = index.row() < m_fixedRows || index.column() < m_fixedCols;
         const int alignment =
@@ -146,7 +162,7 @@ Qt::Alignment FlexGridModel::qtAlignment(int alignment, const QString &text) con
         return Qt::AlignRight | Qt::AlignVCenter;
     default:
         // General: numbers to the right, text to the left.
-        return (looksNumeric(text) ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter;
+        return (isNumericText(text) ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter;
     }
 }
 
@@ -164,6 +180,7 @@ void FlexGridModel::setRows(qint32 rows)
             freeRow(m_rows[r]);
         }
         m_rows.resize(std::size_t(rows));
+        m_cellBack.erase(m_cellBack.lower_bound(cellKey(rows, 0)), m_cellBack.end());
         endRemoveRows();
     }
     if (m_fixedRows > rows) {
@@ -296,8 +313,76 @@ bool FlexGridModel::AddItem(const QString &text, qint32 index)
     std::uint32_t *row = makeRow(cells);
     beginInsertRows({}, index, index);
     m_rows.insert(m_rows.begin() + index, row);
+    shiftCellColours(index, 1);
     endInsertRows();
     return true;
+}
+
+void FlexGridModel::AddItemBuffered(QStringView text)
+{
+    QVarLengthArray<QStringView, 32> cells;
+    for (const QStringView part : text.tokenize(u'\t')) {
+        if (cells.size() >= m_cols) {
+            break;
+        }
+        cells.append(part);
+    }
+    m_buffered.push_back(makeRow(cells));
+}
+
+void FlexGridModel::FlushItems()
+{
+    if (m_buffered.empty()) {
+        return;
+    }
+    const auto first = qint32(m_rows.size());
+    beginInsertRows({}, first, first + qint32(m_buffered.size()) - 1);
+    m_rows.insert(m_rows.end(), m_buffered.begin(), m_buffered.end());
+    m_buffered.clear();
+    endInsertRows();
+}
+
+qint64 FlexGridModel::cellKey(qint32 row, qint32 col)
+{
+    return (qint64(row) << 32) | quint32(col);
+}
+
+void FlexGridModel::shiftCellColours(qint32 fromRow, qint32 by)
+{
+    if (m_cellBack.empty()) {
+        return;
+    }
+    std::map<qint64, QColor> moved;
+    for (const auto &[key, colour] : m_cellBack) {
+        const auto row = qint32(key >> 32);
+        const auto col = qint32(quint32(key));
+        if (row < fromRow) {
+            moved.emplace(key, colour);
+        } else if (by > 0 || row >= fromRow - by) {
+            moved.emplace(cellKey(row + by, col), colour);
+        }
+    }
+    m_cellBack.swap(moved);
+}
+
+QColor FlexGridModel::cellBackColor(qint32 row, qint32 col) const
+{
+    const auto it = m_cellBack.find(cellKey(row, col));
+    return it == m_cellBack.end() ? QColor() : it->second;
+}
+
+void FlexGridModel::setCellBackColor(qint32 row, qint32 col, const QColor &colour)
+{
+    if (row < 0 || row >= Rows() || col < 0 || col >= m_cols) {
+        return;
+    }
+    if (colour.isValid()) {
+        m_cellBack[cellKey(row, col)] = colour;
+    } else {
+        m_cellBack.erase(cellKey(row, col));
+    }
+    const QModelIndex cell = index(row, col);
+    Q_EMIT dataChanged(cell, cell, {Qt::BackgroundRole});
 }
 
 bool FlexGridModel::RemoveItem(qint32 index)
@@ -308,6 +393,7 @@ bool FlexGridModel::RemoveItem(qint32 index)
     beginRemoveRows({}, index, index);
     freeRow(m_rows[std::size_t(index)]);
     m_rows.erase(m_rows.begin() + index);
+    shiftCellColours(index, -1);
     endRemoveRows();
     if (m_fixedRows > Rows()) {
         m_fixedRows = Rows();
@@ -462,20 +548,30 @@ void FlexGridModel::setClip(qint32 row, qint32 col, const QString &text)
     }
 }
 
-void FlexGridModel::removeColumn(qint32 col)
+void FlexGridModel::shiftTextsLeft(qint32 col)
 {
-    if (col < 0 || col >= m_cols) {
+    if (m_cols < 1) {
         return;
     }
-    beginRemoveColumns({}, col, col);
-    dropCells(std::uint32_t(col), std::uint32_t(col));
-    m_colAlignment.erase(m_colAlignment.begin() + col);
-    m_fixedAlignment.erase(m_fixedAlignment.begin() + col);
-    --m_cols;
+    col = std::max(col, 0);
+    const qint32 last = m_cols - 1;
+    // The view loses its last column, so every other column keeps its width and alignment in place.
+    beginRemoveColumns({}, last, last);
+    if (col < last) {
+        dropCells(std::uint32_t(col), std::uint32_t(col));
+    } else {
+        dropCells(std::uint32_t(last), std::uint32_t(last));
+    }
+    m_colAlignment.resize(std::size_t(last));
+    m_fixedAlignment.resize(std::size_t(last));
+    m_cols = last;
     endRemoveColumns();
     if (m_fixedCols > m_cols) {
         m_fixedCols = m_cols;
         Q_EMIT fixedCountsChanged();
+    }
+    if (col < m_cols && Rows() > 0) {
+        Q_EMIT dataChanged(index(0, col), index(Rows() - 1, m_cols - 1));
     }
 }
 

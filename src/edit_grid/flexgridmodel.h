@@ -4,9 +4,11 @@
 #include "quillon_export.h"
 
 #include <QAbstractTableModel>
+#include <QColor>
 #include <QString>
 
 #include <cstdint>
+#include <map>
 #include <vector>
 
 /**
@@ -14,7 +16,7 @@
  * FixedCols columns being headings, column alignments, FormatString, TAB-separated row text and Clip text.
  *
  * Every grid row, fixed ones included, is a model row. A row's texts share one allocation, so a million rows of
- * short texts cost a few tens of bytes a cell. Texts only: no cell pictures, fonts or per-cell colours.
+ * short texts cost a few tens of bytes a cell. Texts and cell back colours only: no cell pictures or fonts.
  */
 class QUILLON_EXPORT FlexGridModel : public QAbstractTableModel
 {
@@ -72,8 +74,21 @@ public:
     /// Writes TAB/CR text into the grid from (row, col) on; what falls outside the grid is dropped.
     void setClip(qint32 row, qint32 col, const QString &text);
 
-    /// Moves the cells (and alignment) of every column right of `col` one place left and drops the last column.
-    void removeColumn(qint32 col);
+    /// Moves the texts of every column right of `col` one place left and drops the last column (a `col` at or
+    /// beyond the last column drops just that one).
+    void shiftTextsLeft(qint32 col);
+
+    /// Rows appended at the end in one insertion when FlushItems is called; until then they are not part of the
+    /// grid. For loading many rows.
+    void AddItemBuffered(QStringView text);
+    void FlushItems();
+
+    /// A cell's own back colour (invalid: the grid's); kept with its row when rows come and go.
+    QColor cellBackColor(qint32 row, qint32 col) const;
+    void setCellBackColor(qint32 row, qint32 col, const QColor &colour);
+
+    /// The general numeric-string test: signs, a decimal point, an exponent and thousands separators.
+    static bool isNumericText(const QString &text);
 
     /// Releases every row (the grid keeps its size).
     void clearAll();
@@ -89,6 +104,9 @@ private:
     /// Takes cells first..last out of every row, moving the later ones left.
     void dropCells(std::uint32_t first, std::uint32_t last);
     Qt::Alignment qtAlignment(int alignment, const QString &text) const;
+    static qint64 cellKey(qint32 row, qint32 col);
+    /// Moves the colours of rows from `fromRow` on by `by` rows; a negative `by` drops those of the rows removed.
+    void shiftCellColours(qint32 fromRow, qint32 by);
 
     // Each row is null (all empty) or one block: cell count, the end offset of each cell, then the UTF-16 texts.
     std::vector<std::uint32_t *> m_rows;
@@ -98,6 +116,8 @@ private:
     std::vector<int> m_colAlignment;
     std::vector<int> m_fixedAlignment;
     QString m_formatString;
+    std::vector<std::uint32_t *> m_buffered;
+    std::map<qint64, QColor> m_cellBack;
 };
 
 #endif

@@ -28,7 +28,7 @@ struct QUILLON_EXPORT GridColours
  * The colour properties of a grid widget, kept in a GridColours: the getters and setters behind the widget's
  * BackColor, ForeColor, ... properties. `Grid` is the widget deriving from this (after its QTableView base); it
  * declares the Q_PROPERTYs it offers with these members and calls applyColours() once it is built. Every setter
- * but setBackColorBkg repaints the widget through its style sheet.
+ * repaints the widget through its style sheet, or through its public paintColours() when it has one.
  */
 template<class Grid>
 class GridColourProperties
@@ -43,8 +43,7 @@ public:
     quint32 ForeColorFixed() const { return m_colours.foreFixed; }
     void setForeColorFixed(quint32 color) { set(&GridColours::foreFixed, color); }
     quint32 BackColorBkg() const { return m_colours.backBkg; }
-    /// Only kept: the style sheet does not use it, so there is nothing to repaint.
-    void setBackColorBkg(quint32 color) { m_colours.backBkg = color; }
+    void setBackColorBkg(quint32 color) { set(&GridColours::backBkg, color); }
     quint32 BackColorSel() const { return m_colours.backSel; }
     void setBackColorSel(quint32 color) { set(&GridColours::backSel, color); }
     quint32 ForeColorSel() const { return m_colours.foreSel; }
@@ -60,8 +59,16 @@ protected:
     GridColourProperties(const GridColourProperties &) = delete;
     GridColourProperties &operator=(const GridColourProperties &) = delete;
 
-    /// Paints the grid with the current colours.
-    void applyColours() { static_cast<Grid *>(this)->setStyleSheet(m_colours.styleSheet()); }
+    /// Paints the grid with the current colours: through the grid's own paintColours() where it has one.
+    void applyColours()
+    {
+        if constexpr (requires(Grid & g) { g.paintColours(); }) {
+            static_cast<Grid *>(this)->paintColours();
+        } else {
+            static_cast<Grid *>(this)->setStyleSheet(m_colours.styleSheet());
+        }
+    }
+    const GridColours &colours() const { return m_colours; }
 
 private:
     void set(quint32 GridColours::*colour, quint32 color)

@@ -14,6 +14,8 @@
 #include <QPainter>
 #include <QPrintPreviewDialog>
 #include <QPrinter>
+#include <QScopeGuard>
+#include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
 
@@ -55,9 +57,122 @@ qint16 shiftCode(Qt::KeyboardModifiers modifiers)
     return code;
 }
 
-qint16 keyCode(int key)
+// The classic virtual-key codes hosts test against (F2 = 113, Shift = 16, Home = 36 ...).
+qint16 keyCode(int key, Qt::KeyboardModifiers modifiers)
 {
+    if (key >= Qt::Key_F1 && key <= Qt::Key_F24) {
+        return qint16(112 + (key - Qt::Key_F1));
+    }
+    if (modifiers & Qt::KeypadModifier) {
+        if (key >= Qt::Key_0 && key <= Qt::Key_9) {
+            return qint16(96 + (key - Qt::Key_0));
+        }
+        switch (key) {
+        case Qt::Key_Asterisk:
+            return 106;
+        case Qt::Key_Plus:
+            return 107;
+        case Qt::Key_Minus:
+            return 109;
+        case Qt::Key_Period:
+        case Qt::Key_Comma:
+            return 110;
+        case Qt::Key_Slash:
+            return 111;
+        default:
+            break;
+        }
+    }
+    if ((key >= Qt::Key_0 && key <= Qt::Key_9) || (key >= Qt::Key_A && key <= Qt::Key_Z)) {
+        return qint16(key);
+    }
     switch (key) {
+    case Qt::Key_Shift:
+        return 16;
+    case Qt::Key_Control:
+    case Qt::Key_Meta:
+        return 17;
+    case Qt::Key_Alt:
+    case Qt::Key_AltGr:
+        return 18;
+    case Qt::Key_Pause:
+        return 19;
+    case Qt::Key_CapsLock:
+        return 20;
+    case Qt::Key_Space:
+        return 32;
+    case Qt::Key_PageUp:
+        return 33;
+    case Qt::Key_PageDown:
+        return 34;
+    case Qt::Key_End:
+        return 35;
+    case Qt::Key_Home:
+        return 36;
+    case Qt::Key_Print:
+        return 44;
+    case Qt::Key_Insert:
+        return 45;
+    case Qt::Key_Menu:
+        return 93;
+    case Qt::Key_NumLock:
+        return 144;
+    case Qt::Key_ScrollLock:
+        return 145;
+    // Punctuation gives the code of its key, shifted or not (the US layout's OEM keys).
+    case Qt::Key_Exclam:
+        return 49;
+    case Qt::Key_At:
+        return 50;
+    case Qt::Key_NumberSign:
+        return 51;
+    case Qt::Key_Dollar:
+        return 52;
+    case Qt::Key_Percent:
+        return 53;
+    case Qt::Key_AsciiCircum:
+        return 54;
+    case Qt::Key_Ampersand:
+        return 55;
+    case Qt::Key_Asterisk:
+        return 56;
+    case Qt::Key_ParenLeft:
+        return 57;
+    case Qt::Key_ParenRight:
+        return 48;
+    case Qt::Key_Semicolon:
+    case Qt::Key_Colon:
+        return 186;
+    case Qt::Key_Equal:
+    case Qt::Key_Plus:
+        return 187;
+    case Qt::Key_Comma:
+    case Qt::Key_Less:
+        return 188;
+    case Qt::Key_Minus:
+    case Qt::Key_Underscore:
+        return 189;
+    case Qt::Key_Period:
+    case Qt::Key_Greater:
+        return 190;
+    case Qt::Key_Slash:
+    case Qt::Key_Question:
+        return 191;
+    case Qt::Key_QuoteLeft:
+    case Qt::Key_AsciiTilde:
+        return 192;
+    case Qt::Key_BracketLeft:
+    case Qt::Key_BraceLeft:
+        return 219;
+    case Qt::Key_Backslash:
+    case Qt::Key_Bar:
+        return 220;
+    case Qt::Key_BracketRight:
+    case Qt::Key_BraceRight:
+        return 221;
+    case Qt::Key_Apostrophe:
+    case Qt::Key_QuoteDbl:
+        return 222;
     case Qt::Key_Return:
     case Qt::Key_Enter:
         return 13;
@@ -78,18 +193,8 @@ qint16 keyCode(int key)
     case Qt::Key_Down:
         return 40;
     default:
-        return key > 0 && key < 128 ? qint16(key) : qint16(0);
+        return 0;
     }
-}
-
-// The general numeric-string test: signs, a decimal point and thousands separators are accepted.
-bool isNumericText(const QString &text)
-{
-    QString plain = text.trimmed();
-    plain.remove(u',');
-    bool ok = false;
-    plain.toDouble(&ok);
-    return ok && !plain.isEmpty();
 }
 
 } // namespace
@@ -108,7 +213,9 @@ VekGrid::VekGrid(QWidget *parent)
     mnuInsertRow->setObjectName(u"mnuInsertRow"_s);
     mnuDeleteRow->setObjectName(u"mnuDeleteRow"_s);
     txtEdit->setFrame(false);
-    Flexgd1->viewport()->installEventFilter(this);
+    for (QObject *area : Flexgd1->cellAreas()) {
+        area->installEventFilter(this);
+    }
     Flexgd1->installEventFilter(this);
     txtEdit->installEventFilter(this);
     connect(mnuInsertRow, &QAction::triggered, this, &VekGrid::mnuInsertRow_Click);
@@ -138,6 +245,7 @@ void VekGrid::setRows(qint32 rows)
     if (m_idCol >= 0) {
         AutoFillID(m_idCol);
     }
+    changed(u"Rows");
 }
 
 void VekGrid::setDefaultRows(qint16 rows)
@@ -149,6 +257,7 @@ void VekGrid::setDefaultRows(qint16 rows)
     if (m_idCol >= 0) {
         AutoFillID(m_idCol);
     }
+    changed(u"DefaultRows");
 }
 
 bool VekGrid::setRow(qint32 row)
@@ -158,6 +267,7 @@ bool VekGrid::setRow(qint32 row)
     }
     m_lastError = 0;
     Flexgd1->setRow(row);
+    changed(u"Row");
     return true;
 }
 
@@ -167,7 +277,9 @@ bool VekGrid::setClip(const QString &text)
         return refuse();
     }
     m_lastError = 0;
+    m_clip = text;
     Flexgd1->setClip(text);
+    changed(u"Clip");
     return true;
 }
 
@@ -178,16 +290,31 @@ bool VekGrid::setSetupFile(const QString &file)
     }
     m_lastError = 0;
     m_setupFile = file;
+    changed(u"SetupFile");
     return true;
+}
+
+void VekGrid::setBackColorSel(quint32 color)
+{
+    m_backColorSel = color;
+    // 0 is the value every control starts with, so it cannot mean black here.
+    Flexgd1->setBackColorSel(color == 0 ? GridColours().backSel : color);
+    changed(u"BackColorSel");
 }
 
 void VekGrid::setEditCol(const QString &text)
 {
     m_editColText = text;
     m_editCols.clear();
-    for (const QString &part : text.split(u',')) {
-        m_editCols.append(qint32(Module1::Val(part)));
+    if (text.trimmed().isEmpty()) {
+        // The bag hands back its default "" for a grid that never had a list: every column stays editable.
+        m_editCols.append(-1);
+    } else {
+        for (const QString &part : text.split(u',')) {
+            m_editCols.append(qint32(Module1::Val(part)));
+        }
     }
+    changed(u"EditCol");
 }
 
 bool VekGrid::isEditable(qint32 col) const
@@ -215,6 +342,7 @@ void VekGrid::setTextMatrix(qint32 row, qint32 col, const QString &text)
     if (cancel > 0) {
         Flexgd1->grid()->setTextMatrix(row, col, oldText);
     }
+    changed(u"TextMatrix");
 }
 
 void VekGrid::AutoFillID(qint32 col)
@@ -258,7 +386,7 @@ void VekGrid::Flexgd1_DblClick()
     const qint32 height = Flexgd1->RowHeight(row) - (raised ? 10 : 20);
     txtEdit->setGeometry(Flexgd1->twipsToPixelsX(left), Flexgd1->twipsToPixelsY(top),
                          std::max(1, Flexgd1->twipsToPixelsX(width)), std::max(1, Flexgd1->twipsToPixelsY(height)));
-    txtEdit->setAlignment((isNumericText(text) ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter);
+    txtEdit->setAlignment((FlexGridModel::isNumericText(text) ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter);
     QPalette palette = txtEdit->palette();
     palette.setColor(QPalette::Base, OleColor::toColor(Flexgd1->BackColor()));
     txtEdit->setPalette(palette);
@@ -320,7 +448,12 @@ bool VekGrid::eventFilter(QObject *watched, QEvent *event)
         case QEvent::KeyPress: {
             const int key = static_cast<QKeyEvent *>(event)->key();
             if (key == Qt::Key_Return || key == Qt::Key_Enter) {
-                commitEditor();
+                // A parked editor has no cell: what it holds is no edit.
+                if (!editorParked()) {
+                    commitEditor();
+                } else {
+                    Flexgd1->setFocus();
+                }
                 return true;
             }
             if (key == Qt::Key_Escape) {
@@ -330,19 +463,30 @@ bool VekGrid::eventFilter(QObject *watched, QEvent *event)
             break;
         }
         case QEvent::FocusIn:
+            if (editorParked()) {
+                // Reached by Tab or a focus restore, not by opening a cell: the keys belong to the grid.
+                QMetaObject::invokeMethod(Flexgd1, qOverload<>(&QWidget::setFocus), Qt::QueuedConnection);
+                break;
+            }
             txtEdit->selectAll();
             break;
-        case QEvent::FocusOut:
-            txtEdit_LostFocus();
+        case QEvent::FocusOut: {
+            // Another window or a popup taking the keyboard for a while is no leaving of the cell.
+            const Qt::FocusReason reason = static_cast<QFocusEvent *>(event)->reason();
+            if (reason != Qt::ActiveWindowFocusReason && reason != Qt::PopupFocusReason) {
+                txtEdit_LostFocus();
+            }
             break;
+        }
         default:
             break;
         }
         return QWidget::eventFilter(watched, event);
     }
-    if (watched == Flexgd1->viewport()) {
+    if (Flexgd1->cellAreas().contains(watched)) {
+        auto *area = static_cast<QWidget *>(watched);
         auto position = [&](QMouseEvent *e, float *x, float *y) {
-            const QPoint p = Flexgd1->viewport()->mapTo(Flexgd1, e->position().toPoint());
+            const QPoint p = area->mapTo(Flexgd1, e->position().toPoint());
             *x = float(Flexgd1->pixelsToTwipsX(p.x()));
             *y = float(Flexgd1->pixelsToTwipsY(p.y()));
         };
@@ -373,7 +517,7 @@ bool VekGrid::eventFilter(QObject *watched, QEvent *event)
             break;
         }
         case QEvent::MouseButtonDblClick:
-            // The view sets the current cell on the press that precedes this.
+            // The grid makes the pressed cell current on the press that precedes this.
             Flexgd1_DblClick();
             return true;
         default:
@@ -384,20 +528,38 @@ bool VekGrid::eventFilter(QObject *watched, QEvent *event)
     if (watched == Flexgd1) {
         if (event->type() == QEvent::KeyPress) {
             auto *e = static_cast<QKeyEvent *>(event);
-            Q_EMIT KeyDown(keyCode(e->key()), shiftCode(e->modifiers()));
+            Q_EMIT KeyDown(keyCode(e->key(), e->modifiers()), shiftCode(e->modifiers()));
+            const bool enter = e->key() == Qt::Key_Return || e->key() == Qt::Key_Enter;
+            if (enter) {
+                Flexgd1_DblClick();
+            }
             if (!e->text().isEmpty() && e->text().at(0).unicode() < 0x8000) {
                 Q_EMIT KeyPress(qint16(e->text().at(0).unicode()));
             }
-            if (e->key() == Qt::Key_Return || e->key() == Qt::Key_Enter) {
-                Flexgd1_DblClick();
+            if (enter) {
                 return true;
             }
         } else if (event->type() == QEvent::KeyRelease) {
             auto *e = static_cast<QKeyEvent *>(event);
-            Q_EMIT KeyUp(keyCode(e->key()), shiftCode(e->modifiers()));
+            Q_EMIT KeyUp(keyCode(e->key(), e->modifiers()), shiftCode(e->modifiers()));
         }
     }
     return QWidget::eventFilter(watched, event);
+}
+
+bool VekGrid::editorParked() const
+{
+    return txtEdit->x() < 0 && txtEdit->y() < 0;
+}
+
+void VekGrid::changeEvent(QEvent *event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::FontChange) {
+        changed(u"Font");
+    } else if (event->type() == QEvent::EnabledChange) {
+        changed(u"Enabled");
+    }
 }
 
 bool VekGrid::SaveOrReadColWidth(const QString &section, const QString &key, bool isRead)
@@ -435,6 +597,7 @@ bool VekGrid::SaveOrReadColWidth(const QString &section, const QString &key, boo
 
 bool VekGrid::FillByRecordSet(QSqlQuery &rst, QString &formatText)
 {
+    FlexGridModel *grid = Flexgd1->grid();
     try {
         Flexgd1->setRedraw(false);
         Flexgd1->setRows(1);
@@ -454,8 +617,16 @@ bool VekGrid::FillByRecordSet(QSqlQuery &rst, QString &formatText)
         if (count != Cols()) {
             throw std::runtime_error("format does not match the fields");
         }
-        FlexGridModel *grid = Flexgd1->grid();
-        while (rst.next()) {
+        if (rst.isForwardOnly() && rst.at() != QSql::BeforeFirstRow) {
+            // A forward-only query cannot step back to its first record; running it again gets there.
+            const bool again = rst.boundValues().isEmpty() ? rst.exec(rst.lastQuery()) : rst.exec();
+            if (!again) {
+                throw std::runtime_error("the query cannot be run again");
+            }
+        }
+        // Rows go to the view in one insertion; a failure still keeps those read before it.
+        const auto keep = qScopeGuard([grid] { grid->FlushItems(); });
+        for (bool more = rst.first(); more; more = rst.next()) {
             const QVariant first = rst.value(0);
             if (first.isNull()) {
                 // A NULL in the first field ends the load, as it always did.
@@ -469,8 +640,12 @@ bool VekGrid::FillByRecordSet(QSqlQuery &rst, QString &formatText)
                     formatText += value.toString();
                 }
             }
-            grid->AddItem(formatText);
+            grid->AddItemBuffered(formatText);
         }
+        if (rst.lastError().isValid()) {
+            throw std::runtime_error("reading the record set failed");
+        }
+        grid->FlushItems();
         Flexgd1->setRedraw(true);
         return true;
     } catch (const std::exception &) {
@@ -488,13 +663,10 @@ void VekGrid::RemoveCol(qint32 &col)
     if (Cols() == 0) {
         Flexgd1->setCols(1);
     }
-    if (col < 0 || col >= Cols()) {
-        return;
-    }
-    for (qint32 c = col; c < Cols() - 1; ++c) {
+    for (qint32 c = std::max(col, 0); c < Cols() - 1; ++c) {
         Flexgd1->setColWidth(c, Flexgd1->ColWidth(c + 1));
     }
-    Flexgd1->grid()->removeColumn(col);
+    Flexgd1->grid()->shiftTextsLeft(col);
 }
 
 int VekGrid::renderPages(QPagedPaintDevice *device, const QString &title) const
@@ -719,7 +891,10 @@ const std::vector<BagEntry> &bagEntries()
                      [](VekGrid &g, const QVariant &v) {
                          g.Flexgd1->setFixedAlignment(0, v.toInt());
                      }});
-        colour(u"BackColorSel", 0u, "BackColorSel");
+        e.push_back({u"BackColorSel", QVariant(0u), [](const VekGrid &g) { return QVariant(g.BackColorSel()); },
+                     [](VekGrid &g, const QVariant &v) {
+                         g.setBackColorSel(v.toUInt());
+                     }});
         return e;
     }();
     return entries;

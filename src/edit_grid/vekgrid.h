@@ -86,68 +86,170 @@ public:
     int lastError() const { return m_lastError; }
 
     quint32 BackColor() const { return Flexgd1->BackColor(); }
-    void setBackColor(quint32 color) { Flexgd1->setBackColor(color); }
+    void setBackColor(quint32 color)
+    {
+        Flexgd1->setBackColor(color);
+        changed(u"BackColor");
+    }
     quint32 ForeColor() const { return Flexgd1->ForeColor(); }
-    void setForeColor(quint32 color) { Flexgd1->setForeColor(color); }
+    void setForeColor(quint32 color)
+    {
+        Flexgd1->setForeColor(color);
+        changed(u"ForeColor");
+    }
     qint32 Rows() const { return Flexgd1->Rows(); }
     void setRows(qint32 rows);
     qint32 Cols() const { return Flexgd1->Cols(); }
-    void setCols(qint32 cols) { Flexgd1->setCols(cols); }
+    void setCols(qint32 cols)
+    {
+        Flexgd1->setCols(cols);
+        changed(u"Cols");
+    }
     qint32 FixedRows() const { return Flexgd1->FixedRows(); }
-    void setFixedRows(qint32 rows) { Flexgd1->setFixedRows(rows); }
+    void setFixedRows(qint32 rows)
+    {
+        Flexgd1->setFixedRows(rows);
+        changed(u"FixedRows");
+    }
     qint32 FixedCols() const { return Flexgd1->FixedCols(); }
-    void setFixedCols(qint32 cols) { Flexgd1->setFixedCols(cols); }
+    void setFixedCols(qint32 cols)
+    {
+        Flexgd1->setFixedCols(cols);
+        changed(u"FixedCols");
+    }
     QString FormatString() const { return Flexgd1->FormatString(); }
-    void setFormatString(const QString &format) { Flexgd1->setFormatString(format); }
+    void setFormatString(const QString &format)
+    {
+        Flexgd1->setFormatString(format);
+        changed(u"FormatString");
+    }
 
     int BorderStyle() const { return Flexgd1->BorderStyle(); }
-    void setBorderStyle(int style) { Flexgd1->setBorderStyle(style); }
+    void setBorderStyle(int style)
+    {
+        Flexgd1->setBorderStyle(style);
+        changed(u"BorderStyle");
+    }
     /// The place of this control in a group of like controls, as the host numbers them (0 when alone).
     int Index() const { return m_index; }
     void setIndex(int index) { m_index = index; }
     qint32 RowHeightMin() const { return Flexgd1->RowHeightMin(); }
-    void setRowHeightMin(qint32 twips) { Flexgd1->setRowHeightMin(twips); }
+    void setRowHeightMin(qint32 twips)
+    {
+        Flexgd1->setRowHeightMin(twips);
+        changed(u"RowHeightMin");
+    }
     quint32 GridColorFixed() const { return Flexgd1->GridColorFixed(); }
-    void setGridColorFixed(quint32 color) { Flexgd1->setGridColorFixed(color); }
+    void setGridColorFixed(quint32 color)
+    {
+        Flexgd1->setGridColorFixed(color);
+        changed(u"GridColorFixed");
+    }
     quint32 GridColor() const { return Flexgd1->GridColor(); }
-    void setGridColor(quint32 color) { Flexgd1->setGridColor(color); }
+    void setGridColor(quint32 color)
+    {
+        Flexgd1->setGridColor(color);
+        changed(u"GridColor");
+    }
     int Appearance() const { return Flexgd1->Appearance(); }
-    void setAppearance(int appearance) { Flexgd1->setAppearance(appearance); }
+    void setAppearance(int appearance)
+    {
+        Flexgd1->setAppearance(appearance);
+        changed(u"Appearance");
+    }
     quint32 BackColorBkg() const { return Flexgd1->BackColorBkg(); }
-    void setBackColorBkg(quint32 color) { Flexgd1->setBackColorBkg(color); }
+    void setBackColorBkg(quint32 color)
+    {
+        Flexgd1->setBackColorBkg(color);
+        changed(u"BackColorBkg");
+    }
     quint32 BackColorFixed() const { return Flexgd1->BackColorFixed(); }
-    void setBackColorFixed(quint32 color) { Flexgd1->setBackColorFixed(color); }
+    void setBackColorFixed(quint32 color)
+    {
+        Flexgd1->setBackColorFixed(color);
+        changed(u"BackColorFixed");
+    }
     quint32 ForeColorFixed() const { return Flexgd1->ForeColorFixed(); }
-    void setForeColorFixed(quint32 color) { Flexgd1->setForeColorFixed(color); }
+    void setForeColorFixed(quint32 color)
+    {
+        Flexgd1->setForeColorFixed(color);
+        changed(u"ForeColorFixed");
+    }
     int AllowUserResizing() const { return Flexgd1->AllowUserResizing(); }
-    void setAllowUserResizing(int mode) { Flexgd1->setAllowUserResizing(mode); }
+    void setAllowUserResizing(int mode)
+    {
+        Flexgd1->setAllowUserResizing(mode);
+        changed(u"AllowUserResizing");
+    }
     int ScrollBars() const { return Flexgd1->ScrollBars(); }
-    void setScrollBars(int bars) { Flexgd1->setScrollBars(bars); }
+    void setScrollBars(int bars)
+    {
+        Flexgd1->setScrollBars(bars);
+        changed(u"ScrollBars");
+    }
     bool Redraw() const { return Flexgd1->Redraw(); }
-    void setRedraw(bool redraw) { Flexgd1->setRedraw(redraw); }
+    void setRedraw(bool redraw)
+    {
+        Flexgd1->setRedraw(redraw);
+        changed(u"Redraw");
+    }
     qint32 RowSel() const { return Flexgd1->RowSel(); }
-    void setRowSel(qint32 row) { Flexgd1->setRowSel(row); }
+    void setRowSel(qint32 row)
+    {
+        Flexgd1->setRowSel(row);
+        changed(u"RowSel");
+    }
     qint32 ColSel() const { return Flexgd1->ColSel(); }
-    void setColSel(qint32 col) { Flexgd1->setColSel(col); }
-    /// Kept and persisted; cells are painted in the grid's colours.
-    quint32 CellBackColor() const { return m_cellBackColor; }
-    void setCellBackColor(quint32 color) { m_cellBackColor = color; }
+    void setColSel(qint32 col)
+    {
+        Flexgd1->setColSel(col);
+        changed(u"ColSel");
+    }
+    /// The back colour of the current cell (with FillStyle 1, assigning colours the whole selection); 0 paints the
+    /// cell in BackColor again.
+    quint32 CellBackColor() const { return Flexgd1->CellBackColor(); }
+    void setCellBackColor(quint32 color)
+    {
+        Flexgd1->setCellBackColor(color);
+        changed(u"CellBackColor");
+    }
     int SelectionMode() const { return Flexgd1->SelectionMode(); }
-    void setSelectionMode(int mode) { Flexgd1->setSelectionMode(mode); }
+    void setSelectionMode(int mode)
+    {
+        Flexgd1->setSelectionMode(mode);
+        changed(u"SelectionMode");
+    }
     bool AllowBigSelection() const { return Flexgd1->AllowBigSelection(); }
-    void setAllowBigSelection(bool allow) { Flexgd1->setAllowBigSelection(allow); }
+    void setAllowBigSelection(bool allow)
+    {
+        Flexgd1->setAllowBigSelection(allow);
+        changed(u"AllowBigSelection");
+    }
     int MergeCells() const { return Flexgd1->MergeCells(); }
-    void setMergeCells(int mode) { Flexgd1->setMergeCells(mode); }
+    void setMergeCells(int mode)
+    {
+        Flexgd1->setMergeCells(mode);
+        changed(u"MergeCells");
+    }
     int FillStyle() const { return Flexgd1->FillStyle(); }
-    void setFillStyle(int style) { Flexgd1->setFillStyle(style); }
-    quint32 BackColorSel() const { return Flexgd1->BackColorSel(); }
-    void setBackColorSel(quint32 color) { Flexgd1->setBackColorSel(color); }
+    void setFillStyle(int style)
+    {
+        Flexgd1->setFillStyle(style);
+        changed(u"FillStyle");
+    }
+    /// Kept and persisted; a value other than 0 also paints the selection, 0 leaves the system's highlight.
+    quint32 BackColorSel() const { return m_backColorSel; }
+    void setBackColorSel(quint32 color);
 
     Q_INVOKABLE QString TextMatrix(qint32 row, qint32 col) const { return Flexgd1->TextMatrix(row, col); }
     /// Stores the text, raises ChangedByProgram, and puts the old text back when the handler cancels.
     Q_INVOKABLE void setTextMatrix(qint32 row, qint32 col, const QString &text);
     Q_INVOKABLE qint32 ColWidth(qint32 col) const { return Flexgd1->ColWidth(col); }
-    Q_INVOKABLE void setColWidth(qint32 col, qint32 twips) { Flexgd1->setColWidth(col, twips); }
+    Q_INVOKABLE void setColWidth(qint32 col, qint32 twips)
+    {
+        Flexgd1->setColWidth(col, twips);
+        changed(u"ColWidth");
+    }
 
     /// Comma-separated editable columns: -1 every column, -2 ends the list, other numbers name a column.
     QString EditCol() const { return m_editColText; }
@@ -158,21 +260,46 @@ public:
     /// Refused (error 387) in design mode and outside 0..Rows-1.
     bool setRow(qint32 row);
     qint32 col() const { return Flexgd1->Col(); }
-    void setCol(qint32 col) { Flexgd1->setCol(col); }
+    void setCol(qint32 col)
+    {
+        Flexgd1->setCol(col);
+        changed(u"Col");
+    }
     qint16 KeepLastRows() const { return m_keepLastRows; }
-    void setKeepLastRows(qint16 rows) { m_keepLastRows = rows; }
-    QString Clip() const { return Flexgd1->Clip(); }
+    void setKeepLastRows(qint16 rows)
+    {
+        m_keepLastRows = rows;
+        changed(u"KeepLastRow");
+    }
+    /// The text last assigned (the grid's selection is written from it).
+    QString Clip() const { return m_clip; }
     bool setClip(const QString &text);
     bool AutoEditNextCell() const { return m_autoEditNextCell; }
-    void setAutoEditNextCell(bool on) { m_autoEditNextCell = on; }
+    void setAutoEditNextCell(bool on)
+    {
+        m_autoEditNextCell = on;
+        changed(u"AutoEditNextCell");
+    }
     bool UpdateNoEnterPress() const { return m_updateNoEnterPress; }
-    void setUpdateNoEnterPress(bool on) { m_updateNoEnterPress = on; }
+    void setUpdateNoEnterPress(bool on)
+    {
+        m_updateNoEnterPress = on;
+        changed(u"UpdateNoEnterPress");
+    }
     bool PopMenu() const { return m_popMenu; }
-    void setPopMenu(bool on) { m_popMenu = on; }
+    void setPopMenu(bool on)
+    {
+        m_popMenu = on;
+        changed(u"PopMenu");
+    }
     QString SetupFile() const { return m_setupFile; }
     bool setSetupFile(const QString &file);
     bool IsDemo() const { return m_isDemo; }
-    void setIsDemo(bool demo) { m_isDemo = demo; }
+    void setIsDemo(bool demo)
+    {
+        m_isDemo = demo;
+        changed(u"IsDemo");
+    }
 
     /// Saves (IsRead false) or restores the column widths under one ini section and key of SetupFile.
     /// Returns false when a stored width is not a number (the widths before it are applied).
@@ -204,6 +331,9 @@ public:
     void InitProperties();
 
 Q_SIGNALS:
+    /// A property was assigned: `name` is its property-bag key without the index digit ("KeepLastRow" for
+    /// KeepLastRows, "Row" and "Col" for the current cell), for a form designer or host that stores the form.
+    void PropertyChanged(const QString &name);
     void ChangedByProgram(qint32 row, qint32 col, const QString &oldText, QString &newText, qint32 &cancel);
     void ChangedByUser(qint32 row, qint32 col, const QString &cellText, QString &editorText, qint32 &cancel);
     void Click();
@@ -218,8 +348,11 @@ Q_SIGNALS:
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
+    void changeEvent(QEvent *event) override;
 
 private:
+    bool editorParked() const;
+    void changed(const char16_t *name) { Q_EMIT PropertyChanged(QString::fromUtf16(name)); }
     void Flexgd1_DblClick();
     void txtEdit_LostFocus();
     void commitEditor();
@@ -241,7 +374,8 @@ private:
     bool m_designMode = false;
     int m_lastError = 0;
     int m_index = 0;
-    quint32 m_cellBackColor = 0;
+    quint32 m_backColorSel = 0;
+    QString m_clip;
 };
 
 #endif

@@ -71,10 +71,12 @@ const std::array<char16_t, 65536> &codeTable()
                 t[u] = rangeLetter(encoder, decoder, c);
             }
         }
-        for (int list = 0; list < 23; ++list) {
-            for (const char16_t *p = SpellData::kExtraLists[list]; *p; ++p) {
-                if (t[*p] == 0) {
-                    t[*p] = kLetters[list];
+        for (const char16_t *const *lists : {SpellData::kExtraLists, SpellData::kFallbackLists}) {
+            for (int list = 0; list < 23; ++list) {
+                for (const char16_t *p = lists[list]; *p; ++p) {
+                    if (t[*p] == 0) {
+                        t[*p] = kLetters[list];
+                    }
                 }
             }
         }
@@ -171,6 +173,17 @@ QString CSpell::py(QStringView text)
 QChar CSpell::codeOf(QChar c)
 {
     return QChar(codeTable()[c.unicode()]);
+}
+
+QString CSpell::ExtraList(QChar letter)
+{
+    const char16_t folded = letter.toLower().unicode();
+    for (int i = 0; i < 23; ++i) {
+        if (kLetters[i] == folded) {
+            return QString::fromUtf16(SpellData::kExtraLists[i]);
+        }
+    }
+    return QString();
 }
 
 QString CSpell::initials(QChar c)

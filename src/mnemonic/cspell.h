@@ -24,6 +24,9 @@ public:
     static QString py(QStringView text);
     /// The code of one UTF-16 unit.
     static QChar codeOf(QChar c);
+    /// The extra-character list of a letter of the table, each character followed by a blank; empty for a letter
+    /// outside the table.
+    static QString ExtraList(QChar letter);
     /// Every initial of a character's readings, in the order of the letter table ("jq" for 亟); empty for a
     /// character without a reading.
     static QString initials(QChar c);
