@@ -118,6 +118,22 @@ private Q_SLOTS:
         QVERIFY(q.next());
         QCOMPARE(q.value(0).toInt(), 0);
     }
+
+    // With NORMAL a power cut could take back a save the user saw succeed: every commit syncs the log.
+    void fileDatabaseSyncsEveryCommit()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("an SQLite setting");
+        }
+        auto db = CConnection::Open(TestDatabase::freshUrl());
+        QVERIFY(db);
+        QSqlQuery journal = db->Select(u"PRAGMA journal_mode"_s);
+        QVERIFY(journal.next());
+        QCOMPARE(journal.value(0).toString(), u"wal"_s);
+        QSqlQuery sync = db->Select(u"PRAGMA synchronous"_s);
+        QVERIFY(sync.next());
+        QCOMPARE(sync.value(0).toInt(), 2); // FULL
+    }
 };
 
 QTEST_GUILESS_MAIN(ConnectionTest)

@@ -197,11 +197,12 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
     try {
         if (where.engine == Engine::SQLite) {
             if (where.databaseName != u":memory:"_s && !where.readOnly) {
-                // WAL lets readers go on while a writer commits; NORMAL sync is durable against a crashed
-                // program, which is what a desktop store needs.
+                // WAL lets readers go on while a writer commits.
                 connection->Select(u"PRAGMA journal_mode=WAL"_s);
             }
-            connection->Execute(u"PRAGMA synchronous=NORMAL"_s);
+            // FULL syncs the log at every commit: a save the user saw succeed survives a power cut, not only a
+            // crashed program.
+            connection->Execute(u"PRAGMA synchronous=FULL"_s);
         } else {
             connection->Execute(u"SET client_min_messages TO WARNING"_s);
         }
