@@ -102,7 +102,7 @@ int cmdInit(Context &c)
         }
         c.out << u"已填入演示数据\n"_s;
     }
-    c.out << u"数据库已就绪: "_s << c.dbUrl << u'\n';
+    c.out << u"数据库已就绪: "_s << DatabaseUrl::masked(c.dbUrl) << u'\n';
     return Ok;
 }
 

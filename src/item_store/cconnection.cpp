@@ -7,6 +7,7 @@
 #include <QDate>
 #include <QDateTime>
 #include <QDir>
+#include <QRegularExpression>
 #include <QSqlDriver>
 #include <QSqlError>
 #include <QUrl>
@@ -91,6 +92,14 @@ constexpr TableDdl kTables[] = {
 };
 
 } // namespace
+
+QString DatabaseUrl::masked(const QString &url)
+{
+    // user:password@ → user:***@; the password may itself hold ':' but not an unescaped '@'.
+    static const QRegularExpression password(u"^([A-Za-z][A-Za-z0-9+.-]*://[^:/@]*):[^@/]*@"_s);
+    QString shown = url;
+    return shown.replace(password, u"\\1:***@"_s);
+}
 
 DatabaseUrl DatabaseUrl::parse(const QString &url)
 {
@@ -189,7 +198,11 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
         }
         if (!db.open()) {
             if (errorMessage) {
-                *errorMessage = u"无法打开数据库 "_s + url + u": "_s + describe(db.lastError());
+                QString reason = describe(db.lastError());
+                if (!where.password.isEmpty()) {
+                    reason.replace(where.password, u"***"_s);
+                }
+                *errorMessage = u"无法打开数据库 "_s + DatabaseUrl::masked(url) + u": "_s + reason;
             }
             return {};
         }

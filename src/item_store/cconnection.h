@@ -34,6 +34,8 @@ struct QUILLON_EXPORT DatabaseUrl
     QString error;
 
     static DatabaseUrl parse(const QString &url);
+    /// The URL as it may be shown: a password replaced by "***".
+    static QString masked(const QString &url);
 };
 
 /**
