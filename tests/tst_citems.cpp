@@ -520,6 +520,25 @@ private Q_SLOTS:
         QCOMPARE(itemRows(), 0);
     }
 
+    // A key counter behind the rows (a restored backup, another program) used to block every new item for good:
+    // each save failed on the duplicate key and the counter's bump rolled back with it.
+    void keyCounterBehindTheRowsIsReseeded()
+    {
+        auto units = load(2);
+        ItemFixtures::insert(*m_db, {1, 2, QString(), u"箱"_s});
+        ItemFixtures::insert(*m_db, {2, 2, QString(), u"瓶"_s});
+        QCOMPARE(Module1::GetNewID(*m_db, u"T_Item"_s, false), 1); // the counter knows nothing of them
+        for (const QString &name : {u"吨"_s, u"袋"_s}) {
+            auto item = std::make_shared<CItem>();
+            item->setF_ItemTypeID(2);
+            item->setF_ItemName(name);
+            QVERIFY2(units->SaveItem(item), qPrintable(m_prompt->lastText()));
+            QVERIFY(item->F_ID() > 2);
+        }
+        QCOMPARE(itemRows(), 4);
+        QCOMPARE(m_prompt->shown().size(), 0);
+    }
+
     void lostConnectionMidSave()
     {
         auto units = load(2);

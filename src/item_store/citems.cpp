@@ -557,6 +557,17 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
             }
             CRecordset rst(*d->connection);
             rst.OpenTable(u"T_Item"_s, u"F_ID"_s, id);
+            if (isNew && !rst.isEOF()) {
+                // The key counter fell behind the rows (another program, a restored backup): set it past the
+                // largest key and draw again, once.
+                Module1::ReseedKeyID(*d->connection, u"T_Item"_s);
+                id = Module1::GetNewID(*d->connection, u"T_Item"_s, true);
+                item->setF_ID(id);
+                rst.OpenTable(u"T_Item"_s, u"F_ID"_s, id);
+                if (!rst.isEOF()) {
+                    throw DbError(u"键值表 T_KeyID 落后于数据,重新校准后仍取不到新的键值"_s);
+                }
+            }
             if (isNew) {
                 rst.AddNew();
             } else if (rst.isEOF()) {
