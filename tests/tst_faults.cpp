@@ -149,6 +149,29 @@ private Q_SLOTS:
         QCOMPARE(row.value(6).toString(), u"0571-88886666"_s);
     }
 
+    // A writer behind another seat's lock waited as long as the lock was held, without a word.
+    void heldLockEndsInAClearRefusal()
+    {
+        const QString url = TestDatabase::freshUrl();
+        auto first = CConnection::Open(url);
+        QVERIFY(first);
+        first->EnsureSchema();
+        auto second = CConnection::Open(url);
+        QVERIFY(second);
+        first->BeginTrans();
+        first->Execute(u"Insert Into T_KeyID (F_TableName, F_MaxID) Values ('T_Item', 1)"_s);
+        QString message;
+        try {
+            second->BeginTrans();
+            second->Execute(u"Insert Into T_KeyID (F_TableName, F_MaxID) Values ('T_Item', 2)"_s);
+            second->CommitTrans();
+        } catch (const DbError &e) {
+            message = e.message();
+        }
+        first->RollbackTrans();
+        QVERIFY2(message.startsWith(u"数据正被其他用户修改,请稍后再试"_s), qPrintable(message));
+    }
+
 private:
     ScriptedPrompt m_prompt;
     CPrompt *m_previous = nullptr;

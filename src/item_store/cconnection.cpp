@@ -21,6 +21,11 @@ QAtomicInt s_connectionCounter;
 
 QString describe(const QSqlError &error)
 {
+    // A lock held by another seat beyond the wait limit: PostgreSQL's lock_not_available, SQLite's busy.
+    const QString code = error.nativeErrorCode();
+    if (code == u"55P03"_s || code == u"5"_s || code == u"517"_s) {
+        return u"数据正被其他用户修改,请稍后再试"_s + u" ("_s + error.databaseText().trimmed() + u")"_s;
+    }
     QString text = error.databaseText().trimmed();
     const QString driver = error.driverText().trimmed();
     if (text.isEmpty()) {
@@ -184,7 +189,8 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
         QSqlDatabase db = QSqlDatabase::addDatabase(driver, name);
         db.setDatabaseName(where.databaseName);
         if (where.engine == Engine::SQLite) {
-            QString options = u"QSQLITE_BUSY_TIMEOUT=30000"_s;
+            // About ten seconds for another seat's write to finish, then a clear refusal instead of a long wait.
+            QString options = u"QSQLITE_BUSY_TIMEOUT=10000"_s;
             if (where.readOnly) {
                 options += u";QSQLITE_OPEN_READONLY"_s;
             }
@@ -194,7 +200,9 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
             db.setPort(where.port);
             db.setUserName(where.user);
             db.setPassword(where.password);
-            db.setConnectOptions(u"connect_timeout=10"_s);
+            // Keepalives find a server that went away while a statement waits for it.
+            db.setConnectOptions(u"connect_timeout=10;keepalives=1;keepalives_idle=30;keepalives_interval=10;"
+                                 "keepalives_count=3"_s);
         }
         if (!db.open()) {
             if (errorMessage) {
@@ -218,6 +226,8 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
             connection->Execute(u"PRAGMA synchronous=FULL"_s);
         } else {
             connection->Execute(u"SET client_min_messages TO WARNING"_s);
+            // A writer behind another seat's lock gives up after about ten seconds with a clear message.
+            connection->Execute(u"SET lock_timeout = '10s'"_s);
         }
     } catch (const DbError &) {
         // A read-only file cannot switch its journal; it still serves reads.
