@@ -6,6 +6,7 @@
 #include <QJsonObject>
 
 #include <QCoreApplication>
+#include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -234,6 +235,26 @@ private Q_SLOTS:
         QCOMPARE(replaced.code, 0);
         QVERIFY(replaced.out.contains(u"T_Item: "_s));
         QCOMPARE(cli({u"--db"_s, to, u"list"_s, u"goods"_s}).out.count(u'\n'), 201);
+    }
+
+    // A mistyped path used to leave an empty database (and its folders) behind a reading command.
+    void readingCommandsDoNotCreateADatabase()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("files of the embedded database");
+        }
+        QTemporaryDir dir;
+        const QString path = dir.filePath(u"typo/shop.db"_s);
+        for (const QStringList &command :
+             {QStringList {u"list"_s, u"unit"_s}, QStringList {u"delete"_s, u"unit"_s, u"1"_s},
+              QStringList {u"newid"_s, u"T_Item"_s}}) {
+            const Result r = cli(QStringList {u"--db"_s, u"sqlite://"_s + path} + command);
+            QCOMPARE(r.code, 1);
+            QVERIFY2(r.err.contains(u"数据库文件不存在"_s), qPrintable(r.err));
+        }
+        QVERIFY(!QFileInfo::exists(dir.filePath(u"typo"_s)));
+        QCOMPARE(cli({u"--db"_s, u"sqlite://"_s + path, u"init"_s}).code, 0);
+        QVERIFY(QFileInfo::exists(path));
     }
 
     void pyCodesArgumentsAndStandardInput()

@@ -64,10 +64,10 @@ int usage(Context &c, const QString &problem)
     return Usage;
 }
 
-std::shared_ptr<CConnection> openDatabase(Context &c)
+std::shared_ptr<CConnection> openDatabase(Context &c, AppDatabase::Missing missing = AppDatabase::Missing::Refuse)
 {
     QString error;
-    auto connection = AppDatabase::open(c.dbUrl, &error);
+    auto connection = AppDatabase::open(c.dbUrl, &error, missing);
     if (!connection) {
         c.err << error << u'\n';
     }
@@ -84,7 +84,7 @@ int cmdInit(Context &c)
             return usage(c, u"无法识别的参数: "_s + arg);
         }
     }
-    auto connection = openDatabase(c);
+    auto connection = openDatabase(c, AppDatabase::Missing::Create);
     if (!connection) {
         return Failed;
     }
@@ -277,7 +277,7 @@ int cmdMigrate(Context &c)
         return usage(c, u"源数据库和目标数据库不能相同"_s);
     }
     QString error;
-    auto from = AppDatabase::open(fromUrl, &error);
+    auto from = AppDatabase::open(fromUrl, &error, AppDatabase::Missing::Refuse);
     if (!from) {
         c.err << error << u'\n';
         return Failed;

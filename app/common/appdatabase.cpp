@@ -18,12 +18,20 @@ QString AppDatabase::defaultUrl()
     return u"sqlite://"_s + base + u"/quillon/quillon.db"_s;
 }
 
-std::shared_ptr<CConnection> AppDatabase::open(const QString &url, QString *error)
+std::shared_ptr<CConnection> AppDatabase::open(const QString &url, QString *error, Missing missing)
 {
     if (url.startsWith(u"sqlite:"_s)) {
         const DatabaseUrl where = DatabaseUrl::parse(url);
         if (where.engine == DatabaseUrl::Engine::SQLite && where.databaseName != u":memory:"_s) {
-            QDir().mkpath(QFileInfo(where.databaseName).absolutePath());
+            if (!QFileInfo::exists(where.databaseName)) {
+                if (missing == Missing::Refuse) {
+                    if (error) {
+                        *error = u"数据库文件不存在: "_s + where.databaseName + u"(新建数据库请用 init)"_s;
+                    }
+                    return {};
+                }
+                QDir().mkpath(QFileInfo(where.databaseName).absolutePath());
+            }
         }
     }
     return CConnection::Open(url, error);
