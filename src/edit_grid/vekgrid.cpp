@@ -4,6 +4,8 @@
 #include "olecolor.h"
 #include "prompt.h"
 
+#include <utility>
+
 #include <QAction>
 #include <QHeaderView>
 #include <QKeyEvent>
@@ -495,6 +497,7 @@ bool VekGrid::eventFilter(QObject *watched, QEvent *event)
         switch (event->type()) {
         case QEvent::MouseButtonPress: {
             auto *e = static_cast<QMouseEvent *>(event);
+            m_releaseEndsDblClick = false;
             position(e, &x, &y);
             Q_EMIT MouseDown(buttonCode(e->button()), shiftCode(e->modifiers()), x, y);
             break;
@@ -509,6 +512,10 @@ bool VekGrid::eventFilter(QObject *watched, QEvent *event)
             auto *e = static_cast<QMouseEvent *>(event);
             position(e, &x, &y);
             Q_EMIT MouseUp(buttonCode(e->button()), shiftCode(e->modifiers()), x, y);
+            // A double click is MouseDown, MouseUp, Click, DblClick, MouseUp: its second release clicks nothing.
+            if (std::exchange(m_releaseEndsDblClick, false)) {
+                break;
+            }
             if (e->button() == Qt::LeftButton) {
                 Q_EMIT Click();
             } else if (e->button() == Qt::RightButton && m_popMenu) {
@@ -518,6 +525,7 @@ bool VekGrid::eventFilter(QObject *watched, QEvent *event)
         }
         case QEvent::MouseButtonDblClick:
             // The grid makes the pressed cell current on the press that precedes this.
+            m_releaseEndsDblClick = true;
             Flexgd1_DblClick();
             return true;
         default:

@@ -369,6 +369,7 @@ private:
     bool m_autoEditNextCell = false;
     bool m_updateNoEnterPress = false;
     bool m_popMenu = false;
+    bool m_releaseEndsDblClick = false; // the next release ends a double click
     bool m_isDemo = false;
     QString m_setupFile = QStringLiteral("VekGrid.ini");
     bool m_designMode = false;
