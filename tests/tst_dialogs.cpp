@@ -112,7 +112,7 @@ private Q_SLOTS:
         QCOMPARE(stored(saved->F_ID(), u"F_Spell"_s), u"TCZ"_s);
         QCOMPARE(stored(saved->F_ID(), u"F_ItemNo"_s), u"G003"_s);
         QCOMPARE(m_bus->mAllGoods()->GetItemByItemNo(u"G003"_s)->mUnitName(), u"瓶"_s);
-        QCOMPARE(dialog->txtPriceSale->text(), u"3.50"_s);
+        QCOMPARE(dialog->txtPriceSale->text(), u"3.5000"_s);
     }
 
     void renamingTakesTheMnemonicCodeOfTheNewName()
@@ -157,7 +157,7 @@ private Q_SLOTS:
         QVERIFY(dialog->LoadGoods(10, m_bus->mAllGoods(), m_bus->mTypes(), m_bus->mUnits(), false));
         dialog->show();
         QVERIFY(QTest::qWaitForWindowExposed(dialog));
-        QCOMPARE(dialog->txtPriceSale->text(), u"2.50"_s);
+        QCOMPARE(dialog->txtPriceSale->text(), u"2.5000"_s);
         dialog->txtPriceSale->setText(u"2.5元"_s);
         QVERIFY(!dialog->cmdOK_Click());
         QVERIFY(m_prompt->lastText().startsWith(u"请输入正确的[单件售价]!"_s));
@@ -186,9 +186,12 @@ private Q_SLOTS:
         dialog->txtOweWarring->setText(u"1,000"_s);
         QVERIFY(!dialog->cmdOK_Click());
         QVERIFY(m_prompt->lastText().startsWith(u"请输入正确的[欠款预警]!"_s));
-        dialog->txtOweWarring->setText(u"1000"_s);
+        // A total is kept with the two decimals it shows.
+        dialog->txtOweWarring->setText(u"1000.125"_s);
         QVERIFY(dialog->cmdOK_Click());
+        QCOMPARE(dialog->txtOweWarring->text(), u"1000.13"_s);
         const CItemPtr saved = dialog->savedClient();
+        QCOMPARE(saved->F_OweWarring(), *Currency::fromString(u"1000.13"));
         QCOMPARE(stored(saved->F_ID(), u"F_ParentID"_s), u"21"_s);
         QCOMPARE(stored(saved->F_ID(), u"F_Tag1"_s), u"30"_s);
         QCOMPARE(m_bus->mClients()->GetItemByID(saved->F_ID())->mTypeName(), u"供应商"_s);
@@ -262,7 +265,7 @@ private Q_SLOTS:
             QCOMPARE(dialog->lvGoods->model()->rowCount(), 1);
             QTest::keyClick(dialog->txtSearch, Qt::Key_Return); // picks 可乐
             QCOMPARE(dialog->txtAmount->text(), u"1"_s);
-            QCOMPARE(dialog->txtPrice->text(), u"2.50"_s);
+            QCOMPARE(dialog->txtPrice->text(), u"2.5000"_s);
             dialog->txtAmount->setText(u"3"_s);
             QTest::keyClick(dialog->txtAmount, Qt::Key_Return);
             QTest::keyClick(dialog->txtPrice, Qt::Key_Return); // adds the line
@@ -291,7 +294,7 @@ private Q_SLOTS:
             QCOMPARE(dialog->lvLines->model()->rowCount(), 2);
             dialog->lvLines->setCurrentIndex(dialog->lvLines->model()->index(0, 0));
             QVERIFY(dialog->changeCurrentLine());
-            QCOMPARE(dialog->txtAmount->text(), u"3.00"_s);
+            QCOMPARE(dialog->txtAmount->text(), u"3"_s);
             dialog->txtAmount->setText(u"5"_s);
             QVERIFY(dialog->cmdAdd_Click());
             dialog->lvLines->setCurrentIndex(dialog->lvLines->model()->index(1, 0));

@@ -54,8 +54,21 @@ void DialogSupport::fillCombo(QComboBox *combo, const std::shared_ptr<CItems> &i
     combo->addItem(QStringLiteral("(无)"), 0);
 }
 
-bool DialogSupport::readAmount(QLineEdit *box, const QString &field, bool mustBeNonZero, bool mustBeFilled,
-                               Currency &out)
+QString DialogSupport::amountText(AmountKind kind, Currency value)
+{
+    switch (kind) {
+    case AmountKind::Price:
+        return ItemTableModel::priceText(value);
+    case AmountKind::Total:
+        return ItemTableModel::totalText(value);
+    case AmountKind::Quantity:
+        break;
+    }
+    return value.toString();
+}
+
+bool DialogSupport::readAmount(QLineEdit *box, const QString &field, AmountKind kind, bool mustBeNonZero,
+                               bool mustBeFilled, Currency &out)
 {
     QString text;
     QVariant value;
@@ -71,8 +84,8 @@ bool DialogSupport::readAmount(QLineEdit *box, const QString &field, bool mustBe
         box->setFocus();
         return false;
     }
-    out = *exact;
-    box->setText(ItemTableModel::amountText(out));
+    out = kind == AmountKind::Total ? ItemTableModel::totalOf(*exact) : *exact;
+    box->setText(amountText(kind, out));
     return true;
 }
 

@@ -151,8 +151,8 @@ bool frmClientEdit::LoadClient(const std::shared_ptr<CItems> &areas, const std::
     txtBankAccount->setText(c.F_BankAccount());
     txtArtificialPerson->setText(c.F_ArtificialPerson());
     txtIRDNumber->setText(c.F_IRDNumber());
-    txtOweWarring->setText(ItemTableModel::amountText(c.F_OweWarring()));
-    txtOweStop->setText(ItemTableModel::amountText(c.F_OweStop()));
+    txtOweWarring->setText(ItemTableModel::totalText(c.F_OweWarring()));
+    txtOweStop->setText(ItemTableModel::totalText(c.F_OweStop()));
     txtRemark->setText(c.F_Remark());
     Module1::SelectAllText(m_isNew ? txtName : txtNo);
     return true;
@@ -187,8 +187,10 @@ bool frmClientEdit::cmdOK_Click()
         return refuse(txtName, u"客户名称["_s + name + u"]已经存在,请换一个名称!"_s);
     }
     Currency warning, stop;
-    if (!DialogSupport::readAmount(txtOweWarring, u"欠款预警"_s, false, false, warning)
-        || !DialogSupport::readAmount(txtOweStop, u"欠款停止"_s, false, false, stop)) {
+    if (!DialogSupport::readAmount(txtOweWarring, u"欠款预警"_s, DialogSupport::AmountKind::Total, false, false,
+                                   warning)
+        || !DialogSupport::readAmount(txtOweStop, u"欠款停止"_s, DialogSupport::AmountKind::Total, false, false,
+                                      stop)) {
         return false;
     }
     CItemPtr client = CItem::create(*m_editing);
