@@ -11,6 +11,7 @@
 #include <QLineEdit>
 
 #include <QKeyEvent>
+#include <QStyle>
 #include <QWidget>
 
 namespace {
@@ -42,6 +43,17 @@ void DialogSupport::enterMovesOn(const QList<QWidget *> &fields)
         // One filter per field, owned by it.
         field->installEventFilter(new EnterFilter(field));
     }
+}
+
+void DialogSupport::fitWidth(QLineEdit *box, const QString &sample)
+{
+    // What a line edit keeps for itself around the text: its frame, its text margins and a fixed inner margin of
+    // two pixels on each side.
+    const QMargins margins = box->textMargins();
+    const int frame = box->hasFrame() ? box->style()->pixelMetric(QStyle::PM_DefaultFrameWidth, nullptr, box) : 0;
+    const int width =
+        box->fontMetrics().horizontalAdvance(sample) + margins.left() + margins.right() + 2 * frame + 2 * 2 + 2;
+    box->setMinimumWidth(qMax(box->minimumWidth(), width));
 }
 
 void DialogSupport::fillCombo(QComboBox *combo, const std::shared_ptr<CItems> &items, qint32 selectedID)

@@ -27,6 +27,9 @@ bool refuse(QLineEdit *box, const QString &message);
 /// Fills a combo box with "(无)" and the items' names (F_ID as data) and selects `selectedID`.
 void fillCombo(QComboBox *combo, const std::shared_ptr<CItems> &items, qint32 selectedID);
 
+/// Makes a text box at least wide enough to show `sample` whole.
+void fitWidth(QLineEdit *box, const QString &sample);
+
 /// What an amount box holds, which sets how many decimals are kept and shown.
 enum class AmountKind {
     Price, ///< four decimals ("35.5680")

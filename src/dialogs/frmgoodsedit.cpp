@@ -67,6 +67,12 @@ frmGoodsEdit::frmGoodsEdit(QWidget *parent)
         amount->setAlignment(Qt::AlignRight);
     }
     txtSpell->setToolTip(u"名称的拼音首字母,输入名称时自动生成,可以修改"_s);
+    // Room for a goods name with its brand and package, a specification, and a price with its four decimals.
+    DialogSupport::fitWidth(txtName, QString(20, QChar(0x56FD)));
+    DialogSupport::fitWidth(txtStandard, QString(20, QChar(0x56FD)));
+    for (QLineEdit *amount : {txtPriceEnterPack, txtPriceEnter, txtPriceSalePack, txtPriceSale}) {
+        DialogSupport::fitWidth(amount, u"-9999999.9999"_s);
+    }
 
     auto *basic = new QGroupBox(u"基本信息"_s, this);
     auto *form = new QFormLayout(basic);
