@@ -576,6 +576,27 @@ private Q_SLOTS:
         QCOMPARE(m_form->Flexgd1->currentIndex().row(), 2);
     }
 
+    void searchByNumberOrNameIgnoresCase()
+    {
+        openForm();
+        m_form->selectKind(4);
+        frmSearch *search = m_form->searchDialog();
+        const CItemPtr third = m_form->itemModel()->itemAt(2);
+        QVERIFY(third);
+        search->txtNo->setText(third->F_ItemNo().toLower());
+        QCOMPARE(search->FindNext(-1), 2);
+        search->txtNo->setText(third->F_ItemNo().toUpper() + u"X"_s);
+        QCOMPARE(search->FindNext(-1), -1);
+        search->txtNo->clear();
+        third->setF_ItemName(u"Ölmühle Tom's Öl"_s);
+        search->txtName->setText(u"öL"_s);
+        QCOMPARE(search->FindNext(-1), 2);
+        search->txtName->setText(u"TOM'S"_s);
+        QCOMPARE(search->FindNext(0), 2);
+        search->txtName->setText(u"toms"_s);
+        QCOMPARE(search->FindNext(-1), -1);
+    }
+
     void enterOnTheFindButtonSearches()
     {
         openForm();
