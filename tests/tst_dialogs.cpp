@@ -306,6 +306,22 @@ private Q_SLOTS:
         QVERIFY(!m_bus->SelectClient());
     }
 
+    void pickerFiltersAndOkHadNoShortcut()
+    {
+        frmSelectClient *clients = m_bus->selectClientDialog();
+        QCOMPARE(clients->cmdOK->text(), u"确定(&O)"_s);
+        QCOMPARE(m_bus->selectItemDialog()->cmdOK->text(), u"确定(&O)"_s);
+        QMap<QString, QWidget *> buddies;
+        for (const QLabel *label : clients->findChildren<QLabel *>()) {
+            if (label->buddy()) {
+                buddies.insert(label->text(), label->buddy());
+            }
+        }
+        QCOMPARE(buddies.value(u"地区(&A):"_s), clients->cboArea);
+        QCOMPARE(buddies.value(u"类别(&T):"_s), clients->cboClientType);
+        QCOMPARE(buddies.value(u"查找(&F):"_s), clients->txtSearch);
+    }
+
     void goodsLinesAreAddedThenChanged()
     {
         CItems lines;
