@@ -20,6 +20,7 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QSqlQuery>
+#include <QStyle>
 #include <QTableView>
 #include <QTest>
 #include <QTimer>
@@ -49,6 +50,16 @@ private:
             QTRY_VERIFY(dialog->isVisible());
             drive();
         });
+    }
+
+    // Whether a text box shows its whole text: the width its text area has (the box less its frame, text margins
+    // and the inner margin of two pixels a side) against the text's width.
+    static bool shownWhole(const QLineEdit *box)
+    {
+        const QMargins margins = box->textMargins();
+        const int frame = box->style()->pixelMetric(QStyle::PM_DefaultFrameWidth, nullptr, box);
+        const int room = box->width() - margins.left() - margins.right() - 2 * frame - 2 * 2;
+        return box->fontMetrics().horizontalAdvance(box->text()) <= room;
     }
 
 private Q_SLOTS:
@@ -112,7 +123,7 @@ private Q_SLOTS:
         QCOMPARE(stored(saved->F_ID(), u"F_Spell"_s), u"TCZ"_s);
         QCOMPARE(stored(saved->F_ID(), u"F_ItemNo"_s), u"G003"_s);
         QCOMPARE(m_bus->mAllGoods()->GetItemByItemNo(u"G003"_s)->mUnitName(), u"瓶"_s);
-        QCOMPARE(dialog->txtPriceSale->text(), u"3.50"_s);
+        QCOMPARE(dialog->txtPriceSale->text(), u"3.5000"_s);
     }
 
     void renamingTakesTheMnemonicCodeOfTheNewName()
@@ -157,7 +168,7 @@ private Q_SLOTS:
         QVERIFY(dialog->LoadGoods(10, m_bus->mAllGoods(), m_bus->mTypes(), m_bus->mUnits(), false));
         dialog->show();
         QVERIFY(QTest::qWaitForWindowExposed(dialog));
-        QCOMPARE(dialog->txtPriceSale->text(), u"2.50"_s);
+        QCOMPARE(dialog->txtPriceSale->text(), u"2.5000"_s);
         dialog->txtPriceSale->setText(u"2.5元"_s);
         QVERIFY(!dialog->cmdOK_Click());
         QVERIFY(m_prompt->lastText().startsWith(u"请输入正确的[单件售价]!"_s));
@@ -186,12 +197,54 @@ private Q_SLOTS:
         dialog->txtOweWarring->setText(u"1,000"_s);
         QVERIFY(!dialog->cmdOK_Click());
         QVERIFY(m_prompt->lastText().startsWith(u"请输入正确的[欠款预警]!"_s));
-        dialog->txtOweWarring->setText(u"1000"_s);
+        // A total is kept with the two decimals it shows.
+        dialog->txtOweWarring->setText(u"1000.125"_s);
         QVERIFY(dialog->cmdOK_Click());
+        QCOMPARE(dialog->txtOweWarring->text(), u"1000.13"_s);
         const CItemPtr saved = dialog->savedClient();
+        QCOMPARE(saved->F_OweWarring(), *Currency::fromString(u"1000.13"));
         QCOMPARE(stored(saved->F_ID(), u"F_ParentID"_s), u"21"_s);
         QCOMPARE(stored(saved->F_ID(), u"F_Tag1"_s), u"30"_s);
         QCOMPARE(m_bus->mClients()->GetItemByID(saved->F_ID())->mTypeName(), u"供应商"_s);
+    }
+
+    void clientFieldsCutOffNameBankAccountAndTaxNumber()
+    {
+        CItemPtr client = m_bus->mClients()->GetItemByID(40);
+        client->setF_ItemName(u"北京市海淀区中关村华联超市连锁经营有限责任公司"_s);
+        client->setF_BankAccount(u"62220219880001234567890"_s);
+        client->setF_IRDNumber(u"91110108MA01ABCDEF"_s);
+        client->setF_Address(u"北京市海淀区中关村大街二十七号华联商厦三层"_s);
+        client->setF_OweWarring(*Currency::fromString(u"12345678.9"));
+        frmClientEdit *dialog = m_bus->clientEditDialog();
+        QVERIFY(dialog->LoadClient(m_bus->mAreas(), m_bus->mClients(), m_bus->mClientTypes(), 0, 40));
+        dialog->show();
+        QVERIFY(QTest::qWaitForWindowExposed(dialog));
+        for (QLineEdit *box : {dialog->txtName, dialog->txtBankAccount, dialog->txtIRDNumber, dialog->txtAddress,
+                               dialog->txtOweWarring}) {
+            QVERIFY2(shownWhole(box), qPrintable(box->objectName()));
+        }
+        // Tab (and Enter) go through the fields in the order they are seen: along a line, then down.
+        QCOMPARE(dialog->txtNo->nextInFocusChain(), dialog->txtSpell);
+        QCOMPARE(dialog->txtSpell->nextInFocusChain(), dialog->txtName);
+        QCOMPARE(dialog->txtBankAccount->nextInFocusChain(), dialog->txtIRDNumber);
+        dialog->hide();
+    }
+
+    void goodsFieldsShowTheirContentWhole()
+    {
+        CItemPtr goods = m_bus->mAllGoods()->GetItemByID(10);
+        goods->setF_ItemName(u"长城干红葡萄酒窖藏五年橡木桶陈酿礼盒装"_s);
+        goods->setF_Standard(u"750ml×6瓶/箱 干型 13%vol"_s);
+        goods->setF_PriceEnterPack(*Currency::fromString(u"1234567.8912"));
+        frmGoodsEdit *dialog = m_bus->goodsEditDialog();
+        QVERIFY(dialog->LoadGoods(10, m_bus->mAllGoods(), m_bus->mTypes(), m_bus->mUnits(), false));
+        dialog->show();
+        QVERIFY(QTest::qWaitForWindowExposed(dialog));
+        for (QLineEdit *box : {dialog->txtName, dialog->txtStandard, dialog->txtPriceEnterPack}) {
+            QVERIFY2(shownWhole(box), qPrintable(box->objectName()));
+        }
+        dialog->hide();
     }
 
     void newClientIsDatedAndEndsTheDialog()
@@ -253,6 +306,22 @@ private Q_SLOTS:
         QVERIFY(!m_bus->SelectClient());
     }
 
+    void pickerFiltersAndOkHadNoShortcut()
+    {
+        frmSelectClient *clients = m_bus->selectClientDialog();
+        QCOMPARE(clients->cmdOK->text(), u"确定(&O)"_s);
+        QCOMPARE(m_bus->selectItemDialog()->cmdOK->text(), u"确定(&O)"_s);
+        QMap<QString, QWidget *> buddies;
+        for (const QLabel *label : clients->findChildren<QLabel *>()) {
+            if (label->buddy()) {
+                buddies.insert(label->text(), label->buddy());
+            }
+        }
+        QCOMPARE(buddies.value(u"地区(&A):"_s), clients->cboArea);
+        QCOMPARE(buddies.value(u"类别(&T):"_s), clients->cboClientType);
+        QCOMPARE(buddies.value(u"查找(&F):"_s), clients->txtSearch);
+    }
+
     void goodsLinesAreAddedThenChanged()
     {
         CItems lines;
@@ -262,7 +331,7 @@ private Q_SLOTS:
             QCOMPARE(dialog->lvGoods->model()->rowCount(), 1);
             QTest::keyClick(dialog->txtSearch, Qt::Key_Return); // picks 可乐
             QCOMPARE(dialog->txtAmount->text(), u"1"_s);
-            QCOMPARE(dialog->txtPrice->text(), u"2.50"_s);
+            QCOMPARE(dialog->txtPrice->text(), u"2.5000"_s);
             dialog->txtAmount->setText(u"3"_s);
             QTest::keyClick(dialog->txtAmount, Qt::Key_Return);
             QTest::keyClick(dialog->txtPrice, Qt::Key_Return); // adds the line
@@ -291,7 +360,7 @@ private Q_SLOTS:
             QCOMPARE(dialog->lvLines->model()->rowCount(), 2);
             dialog->lvLines->setCurrentIndex(dialog->lvLines->model()->index(0, 0));
             QVERIFY(dialog->changeCurrentLine());
-            QCOMPARE(dialog->txtAmount->text(), u"3.00"_s);
+            QCOMPARE(dialog->txtAmount->text(), u"3"_s);
             dialog->txtAmount->setText(u"5"_s);
             QVERIFY(dialog->cmdAdd_Click());
             dialog->lvLines->setCurrentIndex(dialog->lvLines->model()->index(1, 0));

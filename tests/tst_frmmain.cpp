@@ -2,6 +2,7 @@
 #include "cconnection.h"
 #include "citems.h"
 #include "cspell.h"
+#include "excelconnection.h"
 #include "frmclientedit.h"
 #include "frmgoodsedit.h"
 #include "frminputitem.h"
@@ -575,6 +576,27 @@ private Q_SLOTS:
         QCOMPARE(m_form->Flexgd1->currentIndex().row(), 2);
     }
 
+    void searchByNumberOrNameIgnoresCase()
+    {
+        openForm();
+        m_form->selectKind(4);
+        frmSearch *search = m_form->searchDialog();
+        const CItemPtr third = m_form->itemModel()->itemAt(2);
+        QVERIFY(third);
+        search->txtNo->setText(third->F_ItemNo().toLower());
+        QCOMPARE(search->FindNext(-1), 2);
+        search->txtNo->setText(third->F_ItemNo().toUpper() + u"X"_s);
+        QCOMPARE(search->FindNext(-1), -1);
+        search->txtNo->clear();
+        third->setF_ItemName(u"Ölmühle Tom's Öl"_s);
+        search->txtName->setText(u"öL"_s);
+        QCOMPARE(search->FindNext(-1), 2);
+        search->txtName->setText(u"TOM'S"_s);
+        QCOMPARE(search->FindNext(0), 2);
+        search->txtName->setText(u"toms"_s);
+        QCOMPARE(search->FindNext(-1), -1);
+    }
+
     void enterOnTheFindButtonSearches()
     {
         openForm();
@@ -644,6 +666,53 @@ private Q_SLOTS:
                      .match(done.text)
                      .hasMatch(),
                  qPrintable(done.text));
+        form->hide();
+    }
+
+    void exportFileNameGetsTheSelectedFiltersExtension()
+    {
+        const QString xlsx = u"Excel 工作簿 (*.xlsx)"_s;
+        const QString xls = u"Microsoft Excel File(*.xls)"_s;
+        QCOMPARE(frmMain::ExportFileName(u"/tmp/商品"_s, xlsx), u"/tmp/商品.xlsx"_s);
+        QCOMPARE(frmMain::ExportFileName(u"/tmp/商品"_s, xls), u"/tmp/商品.xls"_s);
+        QCOMPARE(frmMain::ExportFileName(u"/tmp/商品"_s, QString()), u"/tmp/商品.xlsx"_s);
+        QCOMPARE(frmMain::ExportFileName(u"/tmp/a.XLSX"_s, xls), u"/tmp/a.XLSX"_s);
+        QCOMPARE(frmMain::ExportFileName(u"/tmp/a.xls"_s, xlsx), u"/tmp/a.xls"_s);
+        QCOMPARE(frmMain::ExportFileName(u"/tmp/v1.2"_s, xlsx), u"/tmp/v1.2.xlsx"_s);
+        QCOMPARE(frmMain::ExportFileName(u"  "_s, xlsx), QString());
+    }
+
+    void exportToXlsNameWroteXlsxContentUnderIt()
+    {
+        m_bus->ShowMain();
+        frmMain *form = m_bus->mainWindow();
+        form->selectKind(2);
+        const QString xls = m_dir.filePath(u"units-old.xls"_s);
+        const QString xlsx = m_dir.filePath(u"units-old.xlsx"_s);
+        m_prompt->queueAnswer(CPrompt::vbNo);
+        QVERIFY(!form->ExportGridTo(xls));
+        QCOMPARE(m_prompt->lastText(),
+                 u"本程序不能写入旧版 Excel 97-2003 格式(.xls)的文件。\r\n要改为导出到 "_s + xlsx + u" 吗?"_s);
+        QVERIFY(!QFile::exists(xls));
+        QVERIFY(!QFile::exists(xlsx));
+
+        m_prompt->queueAnswer(CPrompt::vbYes);
+        m_prompt->queueAnswer(CPrompt::vbYes);
+        QVERIFY(form->ExportGridTo(xls));
+        QVERIFY(!QFile::exists(xls));
+        QVERIFY(ExcelConnection::holdsWorkbook(xlsx));
+        QVERIFY(m_prompt->lastText().startsWith(u"数据已经成功的导出到"_s + xlsx + u"\r\n"_s));
+
+        // A .xls name whose file already holds a workbook of the newer format (an earlier export under that name)
+        // gets the sheet added without the offer.
+        QVERIFY(QFile::copy(xlsx, xls));
+        form->selectKind(6); // another sheet name than the one the copied workbook holds
+        const qsizetype asked = m_prompt->shown().size();
+        m_prompt->queueAnswer(CPrompt::vbYes);
+        QVERIFY(form->ExportGridTo(xls));
+        QCOMPARE(m_prompt->shown().size(), asked + 2);
+        QCOMPARE(m_prompt->shown().at(asked).text, u"你确实要执行数据导出操作吗?"_s);
+        QVERIFY(m_prompt->lastText().startsWith(u"数据已经成功的导出到"_s + xls + u"\r\n"_s));
         form->hide();
     }
 

@@ -79,7 +79,7 @@ private Q_SLOTS:
         QCOMPARE(m_model->headerData(m_model->columnOf(ItemTableModel::PriceSale), Qt::Horizontal).toString(),
                  u"单件售价"_s);
         QCOMPARE(cell(0, ItemTableModel::ItemName), u"可乐"_s);
-        QCOMPARE(cell(0, ItemTableModel::PriceSale), u"2.50"_s);
+        QCOMPARE(cell(0, ItemTableModel::PriceSale), u"2.5000"_s);
         QCOMPARE(cell(0, ItemTableModel::PackageAmount), u"24"_s);
         // The table reads the items themselves: a change made elsewhere shows at once.
         m_goods->Item(2)->setF_ItemName(u"七喜"_s);
@@ -95,7 +95,7 @@ private Q_SLOTS:
         QVERIFY(edit(0, ItemTableModel::ItemName, u"Tom's 可乐"_s));
         QCOMPARE(modified.count(), 1);
         QVERIFY(m_model->isModified());
-        QCOMPARE(cell(0, ItemTableModel::PriceSale), u"3.10"_s);
+        QCOMPARE(cell(0, ItemTableModel::PriceSale), u"3.1000"_s);
         // The collection's item is untouched until saved.
         QCOMPARE(m_goods->Item(1)->F_ItemName(), u"可乐"_s);
 
@@ -202,7 +202,35 @@ private Q_SLOTS:
         QVERIFY(!m_model->isModified());
         // An empty amount is zero.
         QVERIFY(edit(0, ItemTableModel::PriceSale, QString()));
-        QCOMPARE(cell(0, ItemTableModel::PriceSale), u"0.00"_s);
+        QCOMPARE(cell(0, ItemTableModel::PriceSale), u"0.0000"_s);
+    }
+
+    void amountColumnsMixedTwoAndFourDecimals()
+    {
+        // One format per column: prices with the four decimals they are kept with, totals with two.
+        m_goods->Item(1)->setF_PriceEnter(*Currency::fromString(u"35.568"));
+        m_goods->Item(1)->setF_PriceSale(*Currency::fromString(u"44.46"));
+        QCOMPARE(cell(0, ItemTableModel::PriceEnter), u"35.5680"_s);
+        QCOMPARE(cell(0, ItemTableModel::PriceSale), u"44.4600"_s);
+        QVERIFY(edit(0, ItemTableModel::PriceSale, u"1.23456"_s));
+        QCOMPARE(cell(0, ItemTableModel::PriceSale), u"1.2346"_s);
+        QCOMPARE(ItemTableModel::priceText(*Currency::fromString(u"-3")), u"-3.0000"_s);
+        QCOMPARE(ItemTableModel::totalText(*Currency::fromString(u"44.46")), u"44.46"_s);
+        QCOMPARE(ItemTableModel::totalText(Currency()), u"0.00"_s);
+        QCOMPARE(ItemTableModel::totalOf(*Currency::fromString(u"100.125")), *Currency::fromString(u"100.13"));
+        QCOMPARE(ItemTableModel::totalOf(*Currency::fromString(u"-0.005")), *Currency::fromString(u"-0.01"));
+        QVERIFY(ItemTableModel::isPriceField(ItemTableModel::PriceEnterPack));
+        QVERIFY(!ItemTableModel::isPriceField(ItemTableModel::OweStop));
+    }
+
+    void totalTypedWithMoreDecimalsWasKeptUnseen()
+    {
+        ItemFixtures::insert(*m_db, {7, 1, u"K001"_s, u"华联超市"_s});
+        CItems clients;
+        QVERIFY(clients.InitInstance(m_db, 1));
+        ItemTableModel model(&clients, {ItemTableModel::ItemName, ItemTableModel::OweWarring});
+        QVERIFY(model.setData(model.index(0, 1), u"100.125"_s, Qt::EditRole));
+        QCOMPARE(model.data(model.index(0, 1)).toString(), u"100.13"_s);
     }
 
     void newRowGetsItsKeyAndPlaceOnSave()

@@ -119,7 +119,7 @@ private Q_SLOTS:
             QTRY_VERIFY(dialog->isVisible());
             dialog->txtSearch->setText(u"G001"_s);
             QVERIFY(dialog->pickCurrent());
-            QCOMPARE(dialog->txtPrice->text(), u"2.80"_s);
+            QCOMPARE(dialog->txtPrice->text(), u"2.8000"_s);
             QVERIFY(dialog->cmdAdd_Click());
             dialog->cmdOK->click();
         });

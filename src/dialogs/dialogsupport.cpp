@@ -11,6 +11,7 @@
 #include <QLineEdit>
 
 #include <QKeyEvent>
+#include <QStyle>
 #include <QWidget>
 
 namespace {
@@ -44,6 +45,17 @@ void DialogSupport::enterMovesOn(const QList<QWidget *> &fields)
     }
 }
 
+void DialogSupport::fitWidth(QLineEdit *box, const QString &sample)
+{
+    // What a line edit keeps for itself around the text: its frame, its text margins and a fixed inner margin of
+    // two pixels on each side.
+    const QMargins margins = box->textMargins();
+    const int frame = box->hasFrame() ? box->style()->pixelMetric(QStyle::PM_DefaultFrameWidth, nullptr, box) : 0;
+    const int width =
+        box->fontMetrics().horizontalAdvance(sample) + margins.left() + margins.right() + 2 * frame + 2 * 2 + 2;
+    box->setMinimumWidth(qMax(box->minimumWidth(), width));
+}
+
 void DialogSupport::fillCombo(QComboBox *combo, const std::shared_ptr<CItems> &items, qint32 selectedID)
 {
     if (items) {
@@ -54,8 +66,21 @@ void DialogSupport::fillCombo(QComboBox *combo, const std::shared_ptr<CItems> &i
     combo->addItem(QStringLiteral("(无)"), 0);
 }
 
-bool DialogSupport::readAmount(QLineEdit *box, const QString &field, bool mustBeNonZero, bool mustBeFilled,
-                               Currency &out)
+QString DialogSupport::amountText(AmountKind kind, Currency value)
+{
+    switch (kind) {
+    case AmountKind::Price:
+        return ItemTableModel::priceText(value);
+    case AmountKind::Total:
+        return ItemTableModel::totalText(value);
+    case AmountKind::Quantity:
+        break;
+    }
+    return value.toString();
+}
+
+bool DialogSupport::readAmount(QLineEdit *box, const QString &field, AmountKind kind, bool mustBeNonZero,
+                               bool mustBeFilled, Currency &out)
 {
     QString text;
     QVariant value;
@@ -71,8 +96,8 @@ bool DialogSupport::readAmount(QLineEdit *box, const QString &field, bool mustBe
         box->setFocus();
         return false;
     }
-    out = *exact;
-    box->setText(ItemTableModel::amountText(out));
+    out = kind == AmountKind::Total ? ItemTableModel::totalOf(*exact) : *exact;
+    box->setText(amountText(kind, out));
     return true;
 }
 

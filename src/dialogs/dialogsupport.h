@@ -27,9 +27,24 @@ bool refuse(QLineEdit *box, const QString &message);
 /// Fills a combo box with "(无)" and the items' names (F_ID as data) and selects `selectedID`.
 void fillCombo(QComboBox *combo, const std::shared_ptr<CItems> &items, qint32 selectedID);
 
+/// Makes a text box at least wide enough to show `sample` whole.
+void fitWidth(QLineEdit *box, const QString &sample);
+
+/// What an amount box holds, which sets how many decimals are kept and shown.
+enum class AmountKind {
+    Price, ///< four decimals ("35.5680")
+    Total, ///< money: two decimals ("44.46"), a longer input rounded
+    Quantity, ///< up to four decimals, without trailing zeros ("1", "2.5")
+};
+
+/// An amount as a box of that kind shows it.
+QString amountText(AmountKind kind, Currency value);
+
 /// Reads an amount from a text box with the rules of CheckNumberText and an exact decimal parse; a refused text
-/// shows the error box, focuses the box and gives false. An accepted amount is shown back formatted.
-bool readAmount(QLineEdit *box, const QString &field, bool mustBeNonZero, bool mustBeFilled, Currency &out);
+/// shows the error box, focuses the box and gives false. An accepted amount is kept with its kind's decimals and
+/// shown back formatted.
+bool readAmount(QLineEdit *box, const QString &field, AmountKind kind, bool mustBeNonZero, bool mustBeFilled,
+                Currency &out);
 
 /// The end of an edit dialog's save: a new item gets F_ID 0 (a fresh key) and the current date and time, then
 /// `items` saves it. Once saved, `item` becomes the dialog's `saved` and `editing` item and `dialog` is accepted.

@@ -10,10 +10,11 @@
 
 #include <QComboBox>
 #include <QDialogButtonBox>
-#include <QFormLayout>
-#include <QHBoxLayout>
+#include <QGridLayout>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QSet>
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
@@ -51,42 +52,67 @@ frmClientEdit::frmClientEdit(QWidget *parent)
     };
     const Row rows[] = {
         {txtNo, u"txtNo", u"编号(&N):"},
-        {txtName, u"txtName", u"名称(&M):"},
         {txtSpell, u"txtSpell", u"助记符(&Z):"},
+        {txtName, u"txtName", u"名称(&M):"},
         {cboClientType, u"cboClientType", u"类别(&T):"},
         {cboArea, u"cboArea", u"地区(&A):"},
         {txtLinkMen, u"txtLinkMen", u"联系人(&L):"},
+        {txtArtificialPerson, u"txtArtificialPerson", u"法人代表:"},
         {txtTel1, u"txtTel1", u"电话:"},
         {txtTel2, u"txtTel2", u"手机:"},
         {txtTel3, u"txtTel3", u"传真:"},
-        {txtAddress, u"txtAddress", u"地址:"},
         {txtPostCode, u"txtPostCode", u"邮编:"},
+        {txtAddress, u"txtAddress", u"地址:"},
         {txtBank, u"txtBank", u"开户银行:"},
         {txtBankAccount, u"txtBankAccount", u"银行账号:"},
-        {txtArtificialPerson, u"txtArtificialPerson", u"法人代表:"},
         {txtIRDNumber, u"txtIRDNumber", u"税号:"},
         {txtOweWarring, u"txtOweWarring", u"欠款预警:"},
         {txtOweStop, u"txtOweStop", u"欠款停止:"},
         {txtRemark, u"txtRemark", u"备注(&R):"},
     };
-    auto *left = new QFormLayout;
-    auto *right = new QFormLayout;
+    // Names, addresses, banks and remarks take the whole width; the other fields go two to a line.
+    const QSet<QWidget *> wide {txtName, txtAddress, txtBank, txtRemark};
+    auto *fields = new QGridLayout;
+    fields->setColumnStretch(1, 1);
+    fields->setColumnStretch(3, 1);
+    fields->setColumnMinimumWidth(2, 0);
     QList<QWidget *> order;
-    int i = 0;
+    int line = 0;
+    int column = 0;
     for (const Row &row : rows) {
         row.field->setObjectName(QString::fromUtf16(row.name));
-        (i++ < 9 ? left : right)->addRow(QString::fromUtf16(row.label), row.field);
+        auto *label = new QLabel(QString::fromUtf16(row.label), this);
+        label->setBuddy(row.field);
+        if (wide.contains(row.field)) {
+            line += column == 0 ? 0 : 1;
+            fields->addWidget(label, line, 0);
+            fields->addWidget(row.field, line, 1, 1, 3);
+            ++line;
+            column = 0;
+        } else {
+            fields->addWidget(label, line, column * 2);
+            fields->addWidget(row.field, line, column * 2 + 1);
+            line += column;
+            column = 1 - column;
+        }
+        if (!order.isEmpty()) {
+            setTabOrder(order.constLast(), row.field);
+        }
         order.append(row.field);
     }
     cmdOK->setObjectName(u"cmdOK"_s);
     cmdCancel->setObjectName(u"cmdCancel"_s);
     txtOweWarring->setAlignment(Qt::AlignRight);
     txtOweStop->setAlignment(Qt::AlignRight);
+    // Room for what the fields usually hold: a company's full name, a bank account of up to 23 digits, an
+    // 18-character tax number, a credit limit in the millions.
+    DialogSupport::fitWidth(txtName, QString(26, QChar(0x56FD)));
+    DialogSupport::fitWidth(txtAddress, QString(26, QChar(0x56FD)));
+    DialogSupport::fitWidth(txtBankAccount, u"62220219880000000000000"_s);
+    DialogSupport::fitWidth(txtIRDNumber, u"91110108MA01WWWWWW"_s);
+    DialogSupport::fitWidth(txtTel1, u"0000-00000000-0000"_s);
+    DialogSupport::fitWidth(txtOweWarring, u"-99,999,999.99"_s);
 
-    auto *columns = new QHBoxLayout;
-    columns->addLayout(left);
-    columns->addSpacing(12);
-    columns->addLayout(right);
     auto *buttons = new QDialogButtonBox(this);
     buttons->addButton(cmdOK, QDialogButtonBox::AcceptRole);
     buttons->addButton(cmdCancel, QDialogButtonBox::RejectRole);
@@ -95,7 +121,8 @@ frmClientEdit::frmClientEdit(QWidget *parent)
     connect(cmdOK, &QPushButton::clicked, this, &frmClientEdit::cmdOK_Click);
     connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject);
     auto *layout = new QVBoxLayout(this);
-    layout->addLayout(columns);
+    layout->addLayout(fields);
+    layout->addStretch();
     layout->addWidget(buttons);
 
     DialogSupport::enterMovesOn(order);
@@ -151,8 +178,8 @@ bool frmClientEdit::LoadClient(const std::shared_ptr<CItems> &areas, const std::
     txtBankAccount->setText(c.F_BankAccount());
     txtArtificialPerson->setText(c.F_ArtificialPerson());
     txtIRDNumber->setText(c.F_IRDNumber());
-    txtOweWarring->setText(ItemTableModel::amountText(c.F_OweWarring()));
-    txtOweStop->setText(ItemTableModel::amountText(c.F_OweStop()));
+    txtOweWarring->setText(ItemTableModel::totalText(c.F_OweWarring()));
+    txtOweStop->setText(ItemTableModel::totalText(c.F_OweStop()));
     txtRemark->setText(c.F_Remark());
     Module1::SelectAllText(m_isNew ? txtName : txtNo);
     return true;
@@ -187,8 +214,10 @@ bool frmClientEdit::cmdOK_Click()
         return refuse(txtName, u"客户名称["_s + name + u"]已经存在,请换一个名称!"_s);
     }
     Currency warning, stop;
-    if (!DialogSupport::readAmount(txtOweWarring, u"欠款预警"_s, false, false, warning)
-        || !DialogSupport::readAmount(txtOweStop, u"欠款停止"_s, false, false, stop)) {
+    if (!DialogSupport::readAmount(txtOweWarring, u"欠款预警"_s, DialogSupport::AmountKind::Total, false, false,
+                                   warning)
+        || !DialogSupport::readAmount(txtOweStop, u"欠款停止"_s, DialogSupport::AmountKind::Total, false, false,
+                                      stop)) {
         return false;
     }
     CItemPtr client = CItem::create(*m_editing);

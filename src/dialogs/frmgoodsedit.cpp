@@ -67,6 +67,12 @@ frmGoodsEdit::frmGoodsEdit(QWidget *parent)
         amount->setAlignment(Qt::AlignRight);
     }
     txtSpell->setToolTip(u"名称的拼音首字母,输入名称时自动生成,可以修改"_s);
+    // Room for a goods name with its brand and package, a specification, and a price with its four decimals.
+    DialogSupport::fitWidth(txtName, QString(20, QChar(0x56FD)));
+    DialogSupport::fitWidth(txtStandard, QString(20, QChar(0x56FD)));
+    for (QLineEdit *amount : {txtPriceEnterPack, txtPriceEnter, txtPriceSalePack, txtPriceSale}) {
+        DialogSupport::fitWidth(amount, u"-9999999.9999"_s);
+    }
 
     auto *basic = new QGroupBox(u"基本信息"_s, this);
     auto *form = new QFormLayout(basic);
@@ -173,10 +179,10 @@ bool frmGoodsEdit::LoadGoods(const QVariant &value, const std::shared_ptr<CItems
     if (isNew) {
         suggestNumber();
     }
-    txtPriceEnterPack->setText(ItemTableModel::amountText(g.F_PriceEnterPack()));
-    txtPriceEnter->setText(ItemTableModel::amountText(g.F_PriceEnter()));
-    txtPriceSalePack->setText(ItemTableModel::amountText(g.F_PriceSalePack()));
-    txtPriceSale->setText(ItemTableModel::amountText(g.F_PriceSale()));
+    txtPriceEnterPack->setText(ItemTableModel::priceText(g.F_PriceEnterPack()));
+    txtPriceEnter->setText(ItemTableModel::priceText(g.F_PriceEnter()));
+    txtPriceSalePack->setText(ItemTableModel::priceText(g.F_PriceSalePack()));
+    txtPriceSale->setText(ItemTableModel::priceText(g.F_PriceSale()));
     txtPackageAmount->setText(QString::number(double(g.F_PackageAmount()), 'g', 7));
     txtLimitUp->setText(QString::number(double(g.F_LimitUp()), 'g', 7));
     txtLimitDown->setText(QString::number(double(g.F_LimitDown()), 'g', 7));
@@ -239,7 +245,7 @@ bool frmGoodsEdit::cmdOK_Click()
     Currency enterPack, enter, salePack, sale;
     float package = 1, up = 0, down = 0;
     auto readAmount = [](QLineEdit *box, const QString &field, Currency &out) {
-        return DialogSupport::readAmount(box, field, false, false, out);
+        return DialogSupport::readAmount(box, field, DialogSupport::AmountKind::Price, false, false, out);
     };
     if (!readAmount(txtPriceEnterPack, u"整件进价"_s, enterPack) || !readAmount(txtPriceEnter, u"单件进价"_s, enter)
         || !readAmount(txtPriceSalePack, u"整件售价"_s, salePack) || !readAmount(txtPriceSale, u"单件售价"_s, sale)

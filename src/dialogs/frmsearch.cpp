@@ -16,7 +16,57 @@
 #include <QStringMatcher>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
+
+namespace {
+
+// A text looked for regardless of case. Numbers, codes and most names are plain ASCII, where folding is one
+// comparison; a general case-insensitive matcher folds every character of every row through the Unicode tables,
+// which is what made a search over a million goods slow.
+class CaseFreeNeedle
+{
+public:
+    explicit CaseFreeNeedle(const QString &text)
+        : m_folded(text.toCaseFolded())
+        , m_matcher(text, Qt::CaseInsensitive)
+    {
+        m_ascii = std::all_of(m_folded.cbegin(), m_folded.cend(), [](QChar c) { return c.unicode() < 0x80; });
+    }
+
+    bool isIn(const QString &haystack) const
+    {
+        if (!m_ascii) {
+            return m_matcher.indexIn(haystack) >= 0;
+        }
+        const qsizetype n = m_folded.size();
+        const qsizetype last = haystack.size() - n;
+        const QChar *in = haystack.constData();
+        const QChar *want = m_folded.constData();
+        for (qsizetype start = 0; start <= last; ++start) {
+            qsizetype k = 0;
+            // Only an ASCII character can fold to an ASCII one (the Kelvin sign and the long s aside, which a
+            // clerk does not type into a number or a code).
+            while (k < n && fold(in[start + k].unicode()) == want[k].unicode()) {
+                ++k;
+            }
+            if (k == n) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    static char16_t fold(char16_t c) { return (c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c; }
+
+    QString m_folded;
+    QStringMatcher m_matcher;
+    bool m_ascii = true;
+};
+
+} // namespace
 
 frmSearch::frmSearch(QWidget *parent)
     : QDialog(parent)
@@ -100,17 +150,17 @@ int frmSearch::FindNext(int fromRow) const
         return -1;
     }
     // The needles are prepared once; the rows are then read straight from the list.
-    const QStringMatcher noMatcher(no, Qt::CaseInsensitive);
-    const QStringMatcher nameMatcher(name, Qt::CaseInsensitive);
-    const QStringMatcher codeMatcher(code, Qt::CaseInsensitive);
+    const CaseFreeNeedle noNeedle(no);
+    const CaseFreeNeedle nameNeedle(name);
+    const CaseFreeNeedle codeNeedle(code);
     const auto matches = [&](const CItem &item) {
-        if (!no.isEmpty() && noMatcher.indexIn(item.F_ItemNo()) < 0) {
+        if (!no.isEmpty() && !noNeedle.isIn(item.F_ItemNo())) {
             return false;
         }
-        if (!name.isEmpty() && nameMatcher.indexIn(item.F_ItemName()) < 0) {
+        if (!name.isEmpty() && !nameNeedle.isIn(item.F_ItemName())) {
             return false;
         }
-        return code.isEmpty() || codeMatcher.indexIn(item.F_Spell()) >= 0 || CSpell::MatchCode(item.F_ItemName(), code);
+        return code.isEmpty() || codeNeedle.isIn(item.F_Spell()) || CSpell::MatchCode(item.F_ItemName(), code);
     };
     const int rows = model->rowCount();
     const CItems *items = model->items();

@@ -38,7 +38,7 @@ frmSelectClient::frmSelectClient(QWidget *parent)
     , txtSearch(new QLineEdit(this))
     , lvClients(new QTableView(this))
     , lblCount(new QLabel(this))
-    , cmdOK(new QPushButton(u"确定"_s, this))
+    , cmdOK(new QPushButton(u"确定(&O)"_s, this))
     , cmdCancel(new QPushButton(u"取消"_s, this))
     , m_model(new ItemListModel({ItemTableModel::ItemNo, ItemTableModel::ItemName, ItemTableModel::TypeName,
                                  ItemTableModel::LinkMen, ItemTableModel::Tel1, ItemTableModel::Address},
@@ -62,20 +62,18 @@ frmSelectClient::frmSelectClient(QWidget *parent)
     lvClients->verticalHeader()->hide();
     lvClients->verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 8);
     lvClients->horizontalHeader()->setStretchLastSection(true);
-    lvClients->setColumnWidth(1, 200);
+    lvClients->setColumnWidth(1, 280); // room for a company's full name
 
     auto *filters = new QHBoxLayout;
-    filters->addWidget(new QLabel(u"地区:"_s, this));
-    filters->addWidget(cboArea);
-    filters->addWidget(new QLabel(u"类别:"_s, this));
-    filters->addWidget(cboClientType);
-    {
-        // The buddy turns the & into the field's keyboard shortcut.
-        auto *label = new QLabel(u"查找(&F):"_s, this);
-        label->setBuddy(txtSearch);
+    // The buddies turn the & into the field's keyboard shortcut.
+    const std::pair<const char16_t *, QWidget *> fields[] = {
+        {u"地区(&A):", cboArea}, {u"类别(&T):", cboClientType}, {u"查找(&F):", txtSearch}};
+    for (const auto &[text, field] : fields) {
+        auto *label = new QLabel(QString::fromUtf16(text), this);
+        label->setBuddy(field);
         filters->addWidget(label);
+        filters->addWidget(field, field == txtSearch ? 1 : 0);
     }
-    filters->addWidget(txtSearch, 1);
     auto *buttons = new QHBoxLayout;
     buttons->addWidget(lblCount, 1);
     buttons->addWidget(cmdOK);

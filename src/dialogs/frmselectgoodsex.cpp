@@ -68,10 +68,9 @@ frmSelectGoodsEx::frmSelectGoodsEx(QWidget *parent)
     for (const auto &[widget, name] : names) {
         widget->setObjectName(QString::fromUtf16(name));
     }
-    m_linesModel->setExtraColumn(u"数量"_s,
-                                 [](const CItem &line) { return ItemTableModel::amountText(line.Amount()); });
-    m_linesModel->setExtraColumn(u"单价"_s, [](const CItem &line) { return ItemTableModel::amountText(line.Price()); });
-    m_linesModel->setExtraColumn(u"金额"_s, [](const CItem &line) { return ItemTableModel::amountText(line.Money()); });
+    m_linesModel->setExtraColumn(u"数量"_s, [](const CItem &line) { return line.Amount().toString(); });
+    m_linesModel->setExtraColumn(u"单价"_s, [](const CItem &line) { return ItemTableModel::priceText(line.Price()); });
+    m_linesModel->setExtraColumn(u"金额"_s, [](const CItem &line) { return ItemTableModel::totalText(line.Money()); });
     lvGoods->setModel(m_goodsModel);
     lvLines->setModel(m_linesModel);
     setUpTable(lvGoods);
@@ -284,8 +283,8 @@ bool frmSelectGoodsEx::pick(const CItemPtr &goods, const CItemPtr &line)
     lblGoods->setText((line ? u"修改: "_s : QString()) + goods->F_ItemName()
                       + (goods->F_Standard().isEmpty() ? QString() : u" "_s + goods->F_Standard())
                       + (goods->mUnitName().isEmpty() ? QString() : u" ("_s + goods->mUnitName() + u")"_s));
-    txtAmount->setText(line ? ItemTableModel::amountText(line->Amount()) : u"1"_s);
-    txtPrice->setText(ItemTableModel::amountText(line ? line->Price() : m_proposed));
+    txtAmount->setText(line ? line->Amount().toString() : u"1"_s);
+    txtPrice->setText(ItemTableModel::priceText(line ? line->Price() : m_proposed));
     Module1::SelectAllText(txtAmount);
     return true;
 }
@@ -299,8 +298,8 @@ bool frmSelectGoodsEx::cmdAdd_Click()
     }
     Currency amount;
     Currency price;
-    if (!DialogSupport::readAmount(txtAmount, u"数量"_s, true, true, amount)
-        || !DialogSupport::readAmount(txtPrice, u"单价"_s, false, true, price)) {
+    if (!DialogSupport::readAmount(txtAmount, u"数量"_s, DialogSupport::AmountKind::Quantity, true, true, amount)
+        || !DialogSupport::readAmount(txtPrice, u"单价"_s, DialogSupport::AmountKind::Price, false, true, price)) {
         return false;
     }
     CItemPtr line = m_changingLine;
@@ -311,7 +310,8 @@ bool frmSelectGoodsEx::cmdAdd_Click()
     m_linesChanged = true;
     line->setAmount(amount);
     line->setPrice(price);
-    line->setMoney(amount * price);
+    // Money is a total: kept with the two decimals it shows, so the lines add up to the sum shown.
+    line->setMoney(ItemTableModel::totalOf(amount * price));
     if (!m_changingLine) {
         line->setPriceChangeFlag(price != m_proposed);
     } else if (price != m_proposed) {
@@ -337,7 +337,7 @@ void frmSelectGoodsEx::showLines()
         total += line->Money();
     }
     lblTotal->setText(u"共 "_s + QString::number(m_lines.size()) + u" 行,合计金额 "_s
-                      + ItemTableModel::amountText(total));
+                      + ItemTableModel::totalText(total));
 }
 
 void frmSelectGoodsEx::cmdOK_Click()

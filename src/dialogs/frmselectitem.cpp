@@ -51,7 +51,7 @@ frmSelectItem::frmSelectItem(QWidget *parent)
     , txtSearch(new QLineEdit(this))
     , lstItems(new QTableView(this))
     , cmdSelectAll(new QPushButton(u"全选(&A)"_s, this))
-    , cmdOK(new QPushButton(u"确定"_s, this))
+    , cmdOK(new QPushButton(u"确定(&O)"_s, this))
     , cmdCancel(new QPushButton(u"取消"_s, this))
     , m_model(new ItemListModel({ItemTableModel::ItemName, ItemTableModel::ItemNo, ItemTableModel::Remark}, this))
 {

@@ -2,6 +2,7 @@
 
 #include "citems.h"
 #include "itemtype.h"
+#include "module1core.h"
 #include "prompt.h"
 
 #include <QHash>
@@ -87,11 +88,32 @@ QList<ItemTableModel::Field> ItemTableModel::fieldsForType(int itemTypeID)
     }
 }
 
-QString ItemTableModel::amountText(Currency value)
+bool ItemTableModel::isPriceField(Field field)
 {
-    const QString two = value.toFixed(2);
-    // Two decimals unless that would hide a digit of the stored amount.
-    return Currency::fromString(two) == value ? two : value.toFixed(4);
+    switch (field) {
+    case PriceEnterPack:
+    case PriceEnter:
+    case PriceSalePack:
+    case PriceSale:
+        return true;
+    default:
+        return false;
+    }
+}
+
+QString ItemTableModel::priceText(Currency value)
+{
+    return Module1::FormatAmount(QVariant::fromValue(value), false, true);
+}
+
+QString ItemTableModel::totalText(Currency value)
+{
+    return Module1::FormatAmount(QVariant::fromValue(value), false, false);
+}
+
+Currency ItemTableModel::totalOf(Currency value)
+{
+    return Currency::fromString(value.toFixed(2)).value_or(value);
 }
 
 QString ItemTableModel::fieldTitle(Field field)
@@ -172,13 +194,13 @@ QString ItemTableModel::fieldText(const CItem &item, Field field)
     case TypeName:
         return item.mTypeName();
     case PriceEnterPack:
-        return amountText(item.F_PriceEnterPack());
+        return priceText(item.F_PriceEnterPack());
     case PriceEnter:
-        return amountText(item.F_PriceEnter());
+        return priceText(item.F_PriceEnter());
     case PriceSalePack:
-        return amountText(item.F_PriceSalePack());
+        return priceText(item.F_PriceSalePack());
     case PriceSale:
-        return amountText(item.F_PriceSale());
+        return priceText(item.F_PriceSale());
     case PackageAmount:
         return singleText(item.F_PackageAmount());
     case LimitUp:
@@ -210,9 +232,9 @@ QString ItemTableModel::fieldText(const CItem &item, Field field)
     case IRDNumber:
         return item.F_IRDNumber();
     case OweWarring:
-        return amountText(item.F_OweWarring());
+        return totalText(item.F_OweWarring());
     case OweStop:
-        return amountText(item.F_OweStop());
+        return totalText(item.F_OweStop());
     }
     return QString();
 }
@@ -412,10 +434,14 @@ bool ItemTableModel::applyText(CItem &item, Field field, const QString &text)
 {
     const QString trimmed = text.trimmed();
     if (isAmount(field)) {
-        const std::optional<Currency> value = trimmed.isEmpty() ? Currency() : Currency::fromString(trimmed);
+        std::optional<Currency> value = trimmed.isEmpty() ? Currency() : Currency::fromString(trimmed);
         if (!value) {
             Q_EMIT editRejected(u"请输入正确的["_s + fieldTitle(field) + u"]!"_s);
             return false;
+        }
+        // A total shows two decimals, so it keeps two: a third typed digit would otherwise be stored unseen.
+        if (!isPriceField(field)) {
+            value = totalOf(*value);
         }
         switch (field) {
         case PriceEnterPack:

@@ -74,8 +74,15 @@ public:
     static QString exportSheetName(int itemTypeID, const QDateTime &when);
     static QString fieldTitle(Field field);
     static bool isFieldEditable(Field field);
-    /// An amount as the tables and dialogs show it: two decimals, or four where two would hide a digit.
-    static QString amountText(Currency value);
+    /// Whether a field is a unit price (four decimals are kept and shown); the other amounts are totals, kept and
+    /// shown with two.
+    static bool isPriceField(Field field);
+    /// A unit price as the tables and dialogs show it: four decimals ("35.5680", "44.4600").
+    static QString priceText(Currency value);
+    /// A total (money, credit limits) as the tables and dialogs show it: two decimals ("44.46").
+    static QString totalText(Currency value);
+    /// A total rounded to the two decimals it is kept with (half away from zero).
+    static Currency totalOf(Currency value);
     /// The text a field of an item shows.
     static QString fieldText(const CItem &item, Field field);
 

@@ -1,6 +1,7 @@
 #include "frmmain.h"
 
 #include "citems.h"
+#include "excelconnection.h"
 #include "frmclientedit.h"
 #include "frmgoodsedit.h"
 #include "frmsearch.h"
@@ -39,6 +40,9 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+
+const QString kExportFilterXlsx = u"Excel 工作簿 (*.xlsx)"_s;
+const QString kExportFilterXls = u"Microsoft Excel File(*.xls)"_s;
 
 struct NavEntry
 {
@@ -961,15 +965,46 @@ void frmMain::mnuExportToExcel_Click()
     if (!itemModel()) {
         return;
     }
-    const QString file = QFileDialog::getSaveFileName(this, u"导出到Excel"_s, QString(),
-                                                      u"Excel 工作簿(*.xlsx);;Microsoft Excel File(*.xls)"_s);
-    ExportGridTo(file);
+    QString filter = kExportFilterXlsx;
+    // The export adds a sheet to a workbook that exists rather than replacing it, so the dialog's "replace?" would
+    // ask the wrong question; the export asks its own.
+    const QString file =
+        QFileDialog::getSaveFileName(this, u"导出到Excel"_s, QString(), kExportFilterXlsx + u";;"_s + kExportFilterXls,
+                                     &filter, QFileDialog::DontConfirmOverwrite);
+    ExportGridTo(ExportFileName(file, filter));
 }
 
-bool frmMain::ExportGridTo(const QString &file)
+QString frmMain::ExportFileName(const QString &chosen, const QString &selectedFilter)
 {
-    if (file.trimmed().isEmpty()) {
+    const QString file = chosen.trimmed();
+    if (file.isEmpty()) {
+        return QString();
+    }
+    const QString suffix = QFileInfo(file).suffix();
+    if (suffix.compare(u"xlsx"_s, Qt::CaseInsensitive) == 0 || suffix.compare(u"xls"_s, Qt::CaseInsensitive) == 0) {
+        return file;
+    }
+    return file + (selectedFilter == kExportFilterXls ? u".xls"_s : u".xlsx"_s);
+}
+
+bool frmMain::ExportGridTo(const QString &chosen)
+{
+    if (chosen.trimmed().isEmpty()) {
         return false;
+    }
+    QString file = chosen;
+    // Only workbooks of the newer format can be written: a .xls name is taken when the file already holds such a
+    // workbook (an earlier export under that name); otherwise the clerk is offered the .xlsx name instead of
+    // getting a file whose name promises a format it does not have.
+    if (QFileInfo(file).suffix().compare(u"xls"_s, Qt::CaseInsensitive) == 0 && !ExcelConnection::holdsWorkbook(file)) {
+        const QString xlsx = file.left(file.size() - 3) + u"xlsx"_s;
+        if (CPrompt::current().MsgBox(u"本程序不能写入旧版 Excel 97-2003 格式(.xls)的文件。\r\n要改为导出到 "_s + xlsx
+                                          + u" 吗?"_s,
+                                      CPrompt::vbYesNo | CPrompt::vbQuestion, CPrompt::messageTitle())
+            != CPrompt::vbYes) {
+            return false;
+        }
+        file = xlsx;
     }
     const QString sheet = ExportSheetName(m_kind, QDateTime::currentDateTime());
     if (CPrompt::current().MsgBox(u"你确实要执行数据导出操作吗?"_s, CPrompt::vbYesNo | CPrompt::vbQuestion,

@@ -136,8 +136,13 @@ public:
     void mnuViewRefresh_Click();
     void mnuFilePrint_Click();
     void mnuExportToExcel_Click();
+    /// The file the export writes for a name chosen in the save dialog: a name without .xlsx or .xls gets the
+    /// extension of the dialog's selected filter ("Excel 工作簿 (*.xlsx)", the default, or
+    /// "Microsoft Excel File(*.xls)").
+    static QString ExportFileName(const QString &chosen, const QString &selectedFilter);
     /// The export command after the file dialog: the question, the export, the success message. An empty name
-    /// does nothing.
+    /// does nothing. A .xls name that does not hold a workbook of the newer format is offered as .xlsx (the
+    /// writer writes that format only) and nothing is written when the clerk declines.
     bool ExportGridTo(const QString &file);
     void mnuHelpAbout_Click();
     void mnuItemMan_Click();

@@ -515,6 +515,12 @@ bool ExcelConnection::isOpen() const
     return d->open;
 }
 
+bool ExcelConnection::holdsWorkbook(const QString &file)
+{
+    QFile probe(file);
+    return probe.open(QIODevice::ReadOnly) && probe.read(4) == QByteArrayLiteral("PK\x03\x04");
+}
+
 QString ExcelConnection::fileName() const
 {
     return d->file;

@@ -51,6 +51,9 @@ public:
     bool Close();
     bool isOpen() const;
 
+    /// Whether a file exists and holds an Office Open XML package (whatever its name ends in).
+    static bool holdsWorkbook(const QString &file);
+
     QString fileName() const;
     /// The sheets of the workbook, the ones added by this connection included.
     QStringList sheetNames() const;
