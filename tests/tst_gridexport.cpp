@@ -181,6 +181,21 @@ private Q_SLOTS:
         QCOMPARE(fileBytes(path(u"twice.xlsx"_s)), before);
     }
 
+    // A workbook the user may not write was replaced all the same (the folder allowed the rename).
+    void readOnlyWorkbookIsRefusedAndKept()
+    {
+        fill(u"编号|名称"_s, {u"1\t可乐"_s});
+        const QString file = path(u"readonly.xlsx"_s);
+        QVERIFY(m_bus->CopyGridToExcel(m_grid.get(), file, u"商品"_s));
+        QVERIFY(QFile::setPermissions(file, QFileDevice::ReadOwner | QFileDevice::ReadGroup | QFileDevice::ReadOther));
+        const QByteArray before = fileBytes(file);
+        m_prompt->queueAnswer(CPrompt::vbCancel);
+        QVERIFY(!m_bus->CopyGridToExcel(m_grid.get(), file, u"客户"_s));
+        QVERIFY2(m_prompt->lastText().contains(u"是只读的"_s), qPrintable(m_prompt->lastText()));
+        QCOMPARE(fileBytes(file), before);
+        QFile::setPermissions(file, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    }
+
     void secondSheetKeepsTheFirstSheetsBytes()
     {
         fill(u"编号|名称"_s, {u"1\t可乐"_s, u"2\t雪碧"_s});

@@ -496,6 +496,15 @@ bool ExcelConnection::Open(const QString &connectionString)
     }
     d->file = QFileInfo(file).absoluteFilePath();
     d->exists = QFileInfo::exists(d->file);
+    if (d->exists) {
+        // The new workbook replaces the file by renaming, which the folder allows even where the file itself is
+        // read-only: refuse as writing the file would be refused (also for the superuser, who may write anything).
+        const QFileInfo info(d->file);
+        const auto writeBits = QFileDevice::WriteOwner | QFileDevice::WriteGroup | QFileDevice::WriteOther;
+        if (!info.isWritable() || !(info.permissions() & writeBits)) {
+            return d->fail(ErrOpenFailed, u"文件 "_s + d->file + u" 是只读的,不能写入"_s);
+        }
+    }
     if (d->exists && !d->readExisting()) {
         return false;
     }
