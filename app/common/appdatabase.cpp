@@ -40,5 +40,5 @@ std::shared_ptr<CConnection> AppDatabase::open(const QString &url, QString *erro
 bool AppDatabase::isEmpty(CConnection &connection)
 {
     QSqlQuery query = connection.Select(u"Select Count(*) From T_Item"_s);
-    return query.next() && query.value(0).toLongLong() == 0;
+    return CConnection::next(query) && query.value(0).toLongLong() == 0;
 }

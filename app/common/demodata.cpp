@@ -115,7 +115,7 @@ const Client kSuppliers[] = {
 qint32 countRows(CConnection &db)
 {
     QSqlQuery q = db.Select(u"Select Count(*) From T_Item"_s);
-    return q.next() ? q.value(0).toInt() : 0;
+    return CConnection::next(q) ? q.value(0).toInt() : 0;
 }
 
 } // namespace

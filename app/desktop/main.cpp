@@ -51,7 +51,7 @@ int main(int argc, char *argv[])
     QString error;
     std::shared_ptr<CConnection> connection = AppDatabase::open(url, &error);
     if (!connection) {
-        fail(u"无法打开数据库:\n"_s + url + u"\n\n"_s + error);
+        fail(u"无法打开数据库:\n"_s + DatabaseUrl::masked(url) + u"\n\n"_s + error);
         return 1;
     }
     try {
@@ -63,7 +63,7 @@ int main(int argc, char *argv[])
             }
         }
     } catch (const DbError &e) {
-        fail(u"无法准备数据库:\n"_s + url + u"\n\n"_s + e.message());
+        fail(u"无法准备数据库:\n"_s + DatabaseUrl::masked(url) + u"\n\n"_s + e.message());
         return 1;
     }
 

@@ -957,7 +957,7 @@ bool CItems::HasTheItemNoEx(const QString &itemNo, qint32 exceptID) const
     QSqlQuery q =
         d->connection->Select(u"Select Count(*) From T_Item Where F_ItemTypeID=? And F_ItemNo=? And F_ID<>?"_s,
                               {d->itemType, itemNo, exceptID});
-    return q.next() && q.value(0).toLongLong() > 0;
+    return CConnection::next(q) && q.value(0).toLongLong() > 0;
 }
 
 void CItems::JoinGoodsNames(const CItems &goods, CItems &units, CItems &types)
