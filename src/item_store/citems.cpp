@@ -226,10 +226,7 @@ public:
         PartialReads partial;
         while (!rst.isEOF()) {
             auto item = CItem::create();
-            QString error;
-            if (!item->UpdateDataFromRst(rst, true, &error)) {
-                partial.note(*item, error);
-            }
+            partial.read(rst, *item);
             loaded.push_back(std::move(item));
             rst.MoveNext();
         }
@@ -250,9 +247,11 @@ public:
     {
         int count = 0;
         QString first;
-        void note(const CItem &item, const QString &error)
+        // Reads the cursor's row into the item, noting a column that could not be read.
+        void read(CRecordset &rst, CItem &item)
         {
-            if (count++ == 0) {
+            QString error;
+            if (!item.UpdateDataFromRst(rst, true, &error) && count++ == 0) {
                 first = u"F_ID="_s + QString::number(item.F_ID()) + u": "_s + error;
             }
         }
@@ -276,10 +275,7 @@ public:
             return false;
         }
         PartialReads partial;
-        QString error;
-        if (!item.UpdateDataFromRst(rst, true, &error)) {
-            partial.note(item, error);
-        }
+        partial.read(rst, item);
         rst.Close();
         partial.report(typeName);
         return true;
@@ -302,10 +298,7 @@ public:
             insertAt(orderedPosition(*item), item);
         }
         PartialReads partial;
-        QString error;
-        if (!item->UpdateDataFromRst(rst, true, &error)) {
-            partial.note(*item, error);
-        }
+        partial.read(rst, *item);
         rst.Close();
         partial.report(typeName);
         Q_EMIT q->SomeOneChanged(item);
