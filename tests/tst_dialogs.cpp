@@ -11,6 +11,7 @@
 #include "itemfixtures.h"
 #include "itemgrid.h"
 #include "keyid.h"
+#include "modaltest.h"
 #include "prompt.h"
 #include "testdatabase.h"
 
@@ -42,11 +43,11 @@ private:
         QSqlQuery q = m_db->Select(u"Select "_s + column + u" From T_Item Where F_ID=?"_s, {id});
         return q.next() ? q.value(0).toString() : u"<none>"_s;
     }
-    // Runs `drive` on the dialog once it is showing modally.
+    // Runs `drive` on the dialog once it is showing modally; a failed check closes it.
     template<typename Dialog, typename Drive>
     void whenShown(Dialog *dialog, Drive drive)
     {
-        QTimer::singleShot(0, dialog, [dialog, drive]() {
+        ModalTest::later(dialog, [dialog, drive]() {
             QTRY_VERIFY(dialog->isVisible());
             drive();
         });
@@ -143,22 +144,50 @@ private Q_SLOTS:
         QCOMPARE(client->txtSpell->text(), CSpell::py(u"华润万家"));
     }
 
-    void duplicateNumberOrNameIsRefused()
+    void refusalNamesTheProblemAndFocusesItsBox_data()
     {
-        frmGoodsEdit *dialog = m_bus->goodsEditDialog();
-        QVERIFY(dialog->LoadGoods(0, m_bus->mAllGoods(), m_bus->mTypes(), m_bus->mUnits(), true));
+        QTest::addColumn<bool>("goods");
+        QTest::addColumn<QString>("no");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<bool>("onNumber");
+        QTest::newRow("goods without number") << true << u" "_s << u"新商品"_s << u"请输入商品编号!"_s << true;
+        QTest::newRow("goods without name") << true << u"G009"_s << QString() << u"请输入商品名称!"_s << false;
+        QTest::newRow("goods number taken")
+            << true << u"G001"_s << u"新商品"_s << u"商品编号[G001]已经存在,请换一个编号!"_s << true;
+        QTest::newRow("goods name taken")
+            << true << u"G009"_s << u"雪碧"_s << u"商品名称[雪碧]已经存在,请换一个名称!"_s << false;
+        QTest::newRow("client without name") << false << u"KH0009"_s << u" "_s << u"请输入客户名称!"_s << false;
+        QTest::newRow("client number taken")
+            << false << u"KH0002"_s << u"新客户"_s << u"客户编号[KH0002]已经存在,请换一个编号!"_s << true;
+        QTest::newRow("client name taken")
+            << false << u"KH0009"_s << u"长城酒业"_s << u"客户名称[长城酒业]已经存在,请换一个名称!"_s << false;
+    }
+    void refusalNamesTheProblemAndFocusesItsBox()
+    {
+        QFETCH(bool, goods);
+        QFETCH(QString, no);
+        QFETCH(QString, name);
+        QFETCH(QString, message);
+        QFETCH(bool, onNumber);
+        frmGoodsEdit *goodsDialog = m_bus->goodsEditDialog();
+        frmClientEdit *clientDialog = m_bus->clientEditDialog();
+        QDialog *dialog = goods ? static_cast<QDialog *>(goodsDialog) : clientDialog;
+        QLineEdit *txtNo = goods ? goodsDialog->txtNo : clientDialog->txtNo;
+        QLineEdit *txtName = goods ? goodsDialog->txtName : clientDialog->txtName;
+        QVERIFY(goods ? goodsDialog->LoadGoods(0, m_bus->mAllGoods(), m_bus->mTypes(), m_bus->mUnits(), true)
+                      : clientDialog->LoadClient(m_bus->mAreas(), m_bus->mClients(), m_bus->mClientTypes(), 0));
         dialog->show();
         QVERIFY(QTest::qWaitForWindowExposed(dialog));
-        dialog->txtNo->setText(u"G001"_s);
-        dialog->txtName->setText(u"新商品"_s);
-        QVERIFY(!dialog->cmdOK_Click());
-        QCOMPARE(m_prompt->lastText(), u"商品编号[G001]已经存在,请换一个编号!"_s);
-        QTRY_COMPARE(QApplication::focusWidget(), dialog->txtNo);
-        dialog->txtNo->setText(u"G009"_s);
-        dialog->txtName->setText(u"雪碧"_s);
-        QVERIFY(!dialog->cmdOK_Click());
-        QCOMPARE(m_prompt->lastText(), u"商品名称[雪碧]已经存在,请换一个名称!"_s);
-        QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_Item Where F_ItemTypeID=4"_s), 3);
+        txtNo->setText(no);
+        txtName->setText(name);
+        const int rows = ItemFixtures::count(*m_db, u"Select Count(*) From T_Item"_s);
+        QVERIFY(!(goods ? goodsDialog->cmdOK_Click() : clientDialog->cmdOK_Click()));
+        QCOMPARE(m_prompt->lastText(), message);
+        QCOMPARE(m_prompt->shown().constLast().style, int(CPrompt::vbExclamation));
+        QCOMPARE(m_prompt->shown().constLast().title, u"Quillon软件提示您"_s);
+        QTRY_COMPARE(QApplication::focusWidget(), onNumber ? txtNo : txtName);
+        QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_Item"_s), rows);
         dialog->hide();
     }
 

@@ -12,6 +12,7 @@
 #include "itemgrid.h"
 #include "itemtablemodel.h"
 #include "keyid.h"
+#include "modaltest.h"
 #include "module1.h"
 #include "prompt.h"
 #include "testdatabase.h"
@@ -66,15 +67,11 @@ private:
         QSqlQuery q = m_db->Select(u"Select F_ItemName From T_Item Where F_ID=?"_s, {id});
         return q.next() ? q.value(0).toString() : u"<none>"_s;
     }
-    // Runs `drive` on the modal dialog of that class once it shows; fails when none shows.
+    // Runs `drive` on the modal dialog of that class once it shows; fails when none shows, closes it on a failure.
     template<typename Dialog, typename Drive>
-    static void whenModal(Drive drive)
+    void whenModal(Drive drive)
     {
-        QTimer::singleShot(0, [drive]() {
-            Dialog *dialog = nullptr;
-            QTRY_VERIFY_WITH_TIMEOUT((dialog = qobject_cast<Dialog *>(QApplication::activeModalWidget())), 3000);
-            drive(dialog);
-        });
+        ModalTest::whenModal<Dialog>(this, drive);
     }
     void editCell(int row, ItemTableModel::Field field, const QString &text)
     {
@@ -221,10 +218,13 @@ private Q_SLOTS:
         QCOMPARE(Module1::GetIniString(u"Setup Program"_s, u"MainFormSpliterX"_s, iniFile(), QString()), u"3600"_s);
         QSettings settings(QSettings::NativeFormat, QSettings::UserScope, CPrompt::applicationTitle());
         settings.beginGroup(u"Settings"_s);
+        QCOMPARE(settings.value(u"MainLeft"_s).toString(), QString::number(40 * tx()));
+        QCOMPARE(settings.value(u"MainTop"_s).toString(), QString::number(30 * m_form->twipsPerPixelY()));
         QCOMPARE(settings.value(u"MainWidth"_s).toString(), QString::number(700 * tx()));
         QCOMPARE(settings.value(u"MainHeight"_s).toString(), QString::number(450 * m_form->twipsPerPixelY()));
 
         openForm();
+        QCOMPARE(m_form->pos(), QPoint(40, 30));
         QCOMPARE(m_form->size(), QSize(700, 450));
         QCOMPARE(m_form->splitterX(), 3600.0f);
     }
@@ -629,7 +629,7 @@ private Q_SLOTS:
     void inputBoxReturnsTextOrEmpty()
     {
         frmInputItem dialog;
-        QTimer::singleShot(0, &dialog, [&dialog]() {
+        ModalTest::later(&dialog, [&dialog]() {
             QCOMPARE(dialog.txtInput->selectedText(), u"旧名"_s);
             dialog.txtInput->insert(u"新名"_s);
             QTest::keyClick(dialog.txtInput, Qt::Key_Return);
@@ -637,7 +637,7 @@ private Q_SLOTS:
         QCOMPARE(dialog.InputMsg(u"请输入新的单位名称:"_s, QString(), u"旧名"_s), u"新名"_s);
         QCOMPARE(dialog.lblPrompt->text(), u"请输入新的单位名称:"_s);
         QCOMPARE(dialog.windowTitle(), CPrompt::applicationTitle());
-        QTimer::singleShot(0, &dialog, [&dialog]() {
+        ModalTest::later(&dialog, [&dialog]() {
             dialog.txtInput->insert(u"不要"_s);
             QTest::keyClick(dialog.txtInput, Qt::Key_Escape);
         });

@@ -4,6 +4,7 @@
 #include "frmselectgoodsex.h"
 #include "itemfixtures.h"
 #include "keyid.h"
+#include "modaltest.h"
 #include "prompt.h"
 #include "testdatabase.h"
 
@@ -115,7 +116,7 @@ private Q_SLOTS:
         QVERIFY(m_bus->SaveGoodsPriceByClientType(1, 10, money(u"2.8")));
         CItems lines;
         frmSelectGoodsEx *dialog = m_bus->selectGoodsDialog();
-        QTimer::singleShot(0, dialog, [dialog]() {
+        ModalTest::later(dialog, [dialog]() {
             QTRY_VERIFY(dialog->isVisible());
             dialog->txtSearch->setText(u"G001"_s);
             QVERIFY(dialog->pickCurrent());

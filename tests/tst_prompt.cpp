@@ -1,4 +1,5 @@
 #include "frminputitem.h"
+#include "modaltest.h"
 #include "module1.h"
 #include "qtprompt.h"
 
@@ -6,6 +7,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QProcess>
 #include <QPushButton>
 #include <QTest>
 #include <QTimer>
@@ -20,7 +22,7 @@ private:
     // Clicks the button labelled `label` of the box that opens next, and records its title and text.
     void answerNextBox(const QString &label)
     {
-        QTimer::singleShot(0, this, [this, label] {
+        ModalTest::later(this, [this, label] {
             auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
             QVERIFY(box);
             m_title = box->windowTitle();
@@ -100,7 +102,7 @@ private Q_SLOTS:
 
     void inputBoxReturnsTheTextOrNothing()
     {
-        QTimer::singleShot(0, this, [] {
+        ModalTest::later(this, [] {
             auto *dialog = qobject_cast<frmInputItem *>(QApplication::activeModalWidget());
             QVERIFY(dialog);
             QCOMPARE(dialog->lblPrompt->text(), u"请输入新的单位名称:"_s);
@@ -109,8 +111,30 @@ private Q_SLOTS:
         });
         QCOMPARE(CPrompt::current().InputBox(u"请输入新的单位名称:"_s, QString(), QString()),
                  std::optional<QString>(u"千克"_s));
-        QTimer::singleShot(0, this, [] { QApplication::activeModalWidget()->close(); });
+        ModalTest::later(this, [] { QApplication::activeModalWidget()->close(); });
         QCOMPARE(CPrompt::current().InputBox(u"?"_s, QString(), u"x"_s), std::nullopt);
+    }
+
+    // A check that fails while a modal box waits for an answer closes the box: the run ends with the failure
+    // instead of waiting for a click that never comes. Run in a child process, where the failure is wanted.
+    void failedCheckInsideAModalBoxEndsTheTest()
+    {
+        if (qEnvironmentVariableIsSet("QUILLON_FAIL_INSIDE_MODAL")) {
+            ModalTest::later(this, [] { QCOMPARE(u"shown"_s, u"expected"_s); });
+            CPrompt::current().MsgBox(u"您确实要删除该记录吗?"_s, CPrompt::vbYesNo | CPrompt::vbQuestion, QString());
+            ModalTest::later(this, [] { QFAIL("inside the input box"); });
+            CPrompt::current().InputBox(u"请输入新的单位名称:"_s, QString(), QString());
+            return;
+        }
+        QProcess child;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"QUILLON_FAIL_INSIDE_MODAL"_s, u"1"_s);
+        environment.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+        child.setProcessEnvironment(environment);
+        child.start(QCoreApplication::applicationFilePath(), {u"failedCheckInsideAModalBoxEndsTheTest"_s});
+        QVERIFY(child.waitForFinished(20000));
+        const QString output = QString::fromUtf8(child.readAllStandardOutput());
+        QVERIFY2(child.exitCode() != 0 && output.contains(u"Compared values are not the same"_s), qPrintable(output));
     }
 };
 
