@@ -324,6 +324,27 @@ private Q_SLOTS:
         QCOMPARE(changed.count(), 1);
     }
 
+    // A row changed in the database reaches the listed item through Refresh(id): the look-ups answer by the new
+    // number and name and no longer by the old ones.
+    void singleRefreshOfARowChangedElsewhereMovesTheLookUps()
+    {
+        ItemFixtures::insert(*m_db, {1, 9, u"01"_s, u"东区"_s});
+        ItemFixtures::insert(*m_db, {2, 9, u"02"_s, u"西区"_s});
+        auto areas = load(9);
+        const CItemPtr held = areas->GetItemByItemNo(u"01"_s);
+        m_db->Execute(u"Update T_Item Set F_ItemNo='05', F_ItemName='南区', F_OrderByID=7 Where F_ID=1"_s);
+        QSignalSpy changed(areas.get(), &CItems::SomeOneChanged);
+        QCOMPARE(areas->Refresh(1), held);
+        QCOMPARE(changed.count(), 1);
+        QCOMPARE(areas->Count(), 2);
+        QCOMPARE(areas->GetItemByItemNo(u"05"_s), held);
+        QCOMPARE(areas->GetItemByItemName(u"南区"_s), held);
+        QCOMPARE(areas->GetItemByOrderID(7), held);
+        QVERIFY(!areas->GetItemByItemNo(u"01"_s));
+        QVERIFY(!areas->GetItemByItemName(u"东区"_s));
+        QCOMPARE(areas->GetItemByItemName(u"西区"_s)->F_ID(), 2);
+    }
+
     void savingANewItemTakesAKeyAndKeepsGoodsOrder()
     {
         auto goods = load(4);
@@ -552,12 +573,22 @@ private Q_SLOTS:
         QCOMPARE(item->F_ID(), 0);
     }
 
+    void removeRefusesUnitsInUse_data()
+    {
+        // Goods name a unit in any of four columns; a unit named in any of them stays.
+        QTest::addColumn<QList<int>>("tags");
+        QTest::newRow("F_Tag1") << QList<int> {2, 0, 0, 0};
+        QTest::newRow("F_Tag2") << QList<int> {0, 2, 0, 0};
+        QTest::newRow("F_Tag3") << QList<int> {0, 0, 2, 0};
+        QTest::newRow("F_Tag4") << QList<int> {0, 0, 0, 2};
+    }
     void removeRefusesUnitsInUse()
     {
+        QFETCH(QList<int>, tags);
         ItemFixtures::insert(*m_db, {1, 2, u""_s, u"个"_s});
         ItemFixtures::insert(*m_db, {2, 2, u""_s, u"箱"_s});
         ItemFixtures::insert(*m_db, {3, 2, u""_s, u"斤"_s});
-        ItemFixtures::insert(*m_db, {10, 4, u"G1"_s, u"可乐"_s, 0, 0, 0, 0, 2});
+        ItemFixtures::insert(*m_db, {10, 4, u"G1"_s, u"可乐"_s, 0, tags[0], tags[1], tags[2], tags[3]});
         ItemFixtures::insert(*m_db, {11, 1, u"K1"_s, u"客户"_s, 0, 3});
         auto units = load(2);
         QSignalSpy removed(units.get(), &CItems::SomeOneRemoved);

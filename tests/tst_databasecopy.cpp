@@ -133,6 +133,38 @@ private Q_SLOTS:
         QCOMPARE(goods.Item(1)->F_ItemName(), u"Tom's \"可乐\"\t制表\n换行\\反斜杠"_s);
     }
 
+    // A shop's goods list is longer than the pieces a copy reads at a time; every row arrives, in both directions.
+    void manyThousandRowsArriveComplete()
+    {
+        auto source = TestDatabase::createSqlite();
+        auto middle = TestDatabase::create();
+        auto back = TestDatabase::createSqlite();
+        const int rows = 25'001;
+        source->Execute(
+            u"WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < "_s + QString::number(rows)
+            + u") Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName, F_ParentID, F_Tag1, F_Tag2,"
+              " F_Tag3, F_Tag4, F_OrderByID) Select i * 2, 4, printf('G%06d', i), '商品' || i, 0, 0, 0, 0, 0,"
+              " 0 From n"_s);
+        DatabaseCopy::Result there = CBus::CopyTableDataBetweenDB(*source, *middle, CBus::MasterTables());
+        QVERIFY2(there.ok, qPrintable(there.error));
+        QCOMPARE(there.rows.value(0).second, rows);
+        DatabaseCopy::Result home = CBus::CopyTableDataBetweenDB(*middle, *back, CBus::MasterTables());
+        QVERIFY2(home.ok, qPrintable(home.error));
+        QCOMPARE(home.rows.value(0).second, rows);
+        const QString summary = u"Select Count(*), Count(Distinct F_ID), Min(F_ID), Max(F_ID) From T_Item"_s;
+        for (const auto &db : {middle, back}) {
+            QSqlQuery q = db->Select(summary);
+            QVERIFY(q.next());
+            QCOMPARE(QList<int>({q.value(0).toInt(), q.value(1).toInt(), q.value(2).toInt(), q.value(3).toInt()}),
+                     QList<int>({rows, rows, 2, rows * 2}));
+            QCOMPARE(Module1::GetNewID(*db, u"T_Item"_s, false), rows * 2 + 1);
+        }
+        CItems goods;
+        QVERIFY(goods.InitInstance(back, 4));
+        QCOMPARE(goods.Count(), rows);
+        QCOMPARE(goods.GetItemByID(rows * 2)->F_ItemName(), u"商品"_s + QString::number(rows));
+    }
+
     void failedCopyLeavesTheTargetAsItWas()
     {
         auto source = TestDatabase::createSqlite();

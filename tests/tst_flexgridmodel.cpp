@@ -134,8 +134,11 @@ private Q_SLOTS:
     {
         m_grid->setCols(3);
         m_grid->setRows(4);
+        m_grid->setTextMatrix(3, 0, u"留"_s);
+        // A spreadsheet copies its block with a line break after the last row, which is no row of its own.
         m_grid->setClip(1, 0, u"a\tb\tc\r\nd\te\tf\r\n"_s);
         QCOMPARE(m_grid->clip(1, 0, 2, 2), u"a\tb\tc\rd\te\tf"_s);
+        QCOMPARE(m_grid->TextMatrix(3, 0), u"留"_s);
         QCOMPARE(m_grid->clip(2, 2, 1, 1), u"b\tc\re\tf"_s);
         // What falls outside the grid is dropped.
         m_grid->setClip(3, 2, u"x\ty\rz"_s);

@@ -139,8 +139,8 @@ private Q_SLOTS:
     {
         // (Control characters and literal _xHHHH_ texts are written in the workbook format's _xHHHH_ escapes,
         // which Excel decodes and openpyxl leaves as they are, so they are not compared here.)
-        const QStringList texts {u"a<b & c>d"_s,      u"引号\"和'单引号"_s, u"两行\n文字"_s,
-                                 u"长城干红葡萄酒"_s, u"Tom's 可乐"_s,      u"  前后空格  "_s};
+        const QStringList texts {u"a<b & c>d"_s,       u"引号\"和'单引号"_s, u"两行\n文字"_s, u"回车\r分行"_s,
+                                 u"Windows\r\n换行"_s, u"长城干红葡萄酒"_s,  u"Tom's 可乐"_s, u"  前后空格  "_s};
         m_grid->setFormatString(u"文字"_s);
         m_grid->setFixedCols(0);
         m_grid->setRows(1 + int(texts.size()));

@@ -80,6 +80,17 @@ private Q_SLOTS:
         QCOMPARE(read(file), gbk.encode(u"; 设置\n[窗口]\nLeft=10\nTop=20\n\n[表格]\n列宽=5\n"_s));
     }
 
+    void keyTwiceInASectionReadsAndWritesTheFirst()
+    {
+        // Hand-edited files end up with a key twice; the profile functions only ever see the first line.
+        const QString file = path(u"twice.ini"_s);
+        write(file, "[Setup Program]\r\nMainFormSpliterX=2000\r\nmainformspliterx=4000\r\n[Other]\r\nA=1\r\n");
+        QCOMPARE(Module1::GetIniString(u"Setup Program"_s, u"MainFormSpliterX"_s, file, QString()), u"2000"_s);
+        QVERIFY(Module1::SetIniString(u"Setup Program"_s, u"MainFormSpliterX"_s, file, u"2500"_s) != 0);
+        QCOMPARE(read(file),
+                 QByteArray("[Setup Program]\r\nMainFormSpliterX=2500\r\nmainformspliterx=4000\r\n[Other]\r\nA=1\r\n"));
+    }
+
     void writeToMissingFolderFails()
     {
         QCOMPARE(Module1::SetIniString(u"S"_s, u"K"_s, path(u"no/such/dir.ini"_s), u"v"_s), 0);

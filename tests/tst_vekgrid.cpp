@@ -91,34 +91,43 @@ private Q_SLOTS:
         QTest::addColumn<int>("key");
         QTest::addColumn<int>("modifiers");
         QTest::addColumn<int>("code");
-        QTest::newRow("F2") << int(Qt::Key_F2) << 0 << 113;
-        QTest::newRow("F12") << int(Qt::Key_F12) << 0 << 123;
-        QTest::newRow("Home") << int(Qt::Key_Home) << 0 << 36;
-        QTest::newRow("End") << int(Qt::Key_End) << 0 << 35;
-        QTest::newRow("PgUp") << int(Qt::Key_PageUp) << 0 << 33;
-        QTest::newRow("PgDn") << int(Qt::Key_PageDown) << 0 << 34;
-        QTest::newRow("Insert") << int(Qt::Key_Insert) << 0 << 45;
-        QTest::newRow("Shift") << int(Qt::Key_Shift) << 0 << 16;
-        QTest::newRow("Ctrl") << int(Qt::Key_Control) << 0 << 17;
-        QTest::newRow("Alt") << int(Qt::Key_Alt) << 0 << 18;
-        QTest::newRow("letter") << int(Qt::Key_A) << 0 << 65;
-        QTest::newRow("comma") << int(Qt::Key_Comma) << 0 << 188;
-        QTest::newRow("period") << int(Qt::Key_Period) << 0 << 190;
-        QTest::newRow("keypad 5") << int(Qt::Key_5) << int(Qt::KeypadModifier) << 101;
+        QTest::addColumn<int>("shift");
+        QTest::newRow("F2") << int(Qt::Key_F2) << 0 << 113 << 0;
+        QTest::newRow("F12") << int(Qt::Key_F12) << 0 << 123 << 0;
+        QTest::newRow("Home") << int(Qt::Key_Home) << 0 << 36 << 0;
+        QTest::newRow("End") << int(Qt::Key_End) << 0 << 35 << 0;
+        QTest::newRow("PgUp") << int(Qt::Key_PageUp) << 0 << 33 << 0;
+        QTest::newRow("PgDn") << int(Qt::Key_PageDown) << 0 << 34 << 0;
+        QTest::newRow("Insert") << int(Qt::Key_Insert) << 0 << 45 << 0;
+        QTest::newRow("Shift") << int(Qt::Key_Shift) << 0 << 16 << 1;
+        QTest::newRow("Ctrl") << int(Qt::Key_Control) << 0 << 17 << 2;
+        QTest::newRow("Alt") << int(Qt::Key_Alt) << 0 << 18 << 4;
+        QTest::newRow("letter") << int(Qt::Key_A) << 0 << 65 << 0;
+        QTest::newRow("comma") << int(Qt::Key_Comma) << 0 << 188 << 0;
+        QTest::newRow("period") << int(Qt::Key_Period) << 0 << 190 << 0;
+        QTest::newRow("keypad 5") << int(Qt::Key_5) << int(Qt::KeypadModifier) << 101 << 0;
+        QTest::newRow("Shift+F2") << int(Qt::Key_F2) << int(Qt::ShiftModifier) << 113 << 1;
+        QTest::newRow("Ctrl+A") << int(Qt::Key_A) << int(Qt::ControlModifier) << 65 << 2;
+        QTest::newRow("Alt+Home") << int(Qt::Key_Home) << int(Qt::AltModifier) << 36 << 4;
+        QTest::newRow("Ctrl+Shift+End") << int(Qt::Key_End) << int(Qt::ControlModifier | Qt::ShiftModifier) << 35 << 3;
     }
     void keyCodesAreVirtualKeys()
     {
         QFETCH(int, key);
         QFETCH(int, modifiers);
         QFETCH(int, code);
+        QFETCH(int, shift);
         QSignalSpy down(m_grid.get(), &VekGrid::KeyDown);
         QSignalSpy up(m_grid.get(), &VekGrid::KeyUp);
         m_grid->Flexgd1->setFocus();
         QTest::keyPress(m_grid->Flexgd1, Qt::Key(key), Qt::KeyboardModifiers(modifiers));
         QTest::keyRelease(m_grid->Flexgd1, Qt::Key(key), Qt::KeyboardModifiers(modifiers));
-        QCOMPARE(down.count(), 1);
-        QCOMPARE(down.at(0).at(0).value<qint16>(), qint16(code));
+        // Modifier keys go down before the key and come up after it; a modifier key itself holds its own state.
+        QCOMPARE(down.count(), 1 + qPopulationCount(uint(modifiers & ~Qt::KeypadModifier)));
+        QCOMPARE(down.constLast().at(0).value<qint16>(), qint16(code));
+        QCOMPARE(down.constLast().at(1).value<qint16>(), qint16(shift));
         QCOMPARE(up.at(0).at(0).value<qint16>(), qint16(code));
+        QCOMPARE(up.at(0).at(1).value<qint16>(), qint16(shift));
     }
 
     void editorSurvivesAnotherWindowAndPopups_data()
@@ -276,6 +285,43 @@ private Q_SLOTS:
         QTest::mouseClick(left, Qt::RightButton, {}, QPoint(3, 3));
         QTRY_VERIFY(m_grid->mnuPop->isVisible());
         m_grid->mnuPop->hide();
+    }
+
+    void mouseEventsCarryButtonShiftAndPlace_data()
+    {
+        QTest::addColumn<int>("button");
+        QTest::addColumn<int>("modifiers");
+        QTest::addColumn<int>("buttonCode");
+        QTest::addColumn<int>("shift");
+        QTest::newRow("left") << int(Qt::LeftButton) << 0 << 1 << 0;
+        QTest::newRow("right with Shift") << int(Qt::RightButton) << int(Qt::ShiftModifier) << 2 << 1;
+        QTest::newRow("middle with Ctrl") << int(Qt::MiddleButton) << int(Qt::ControlModifier) << 4 << 2;
+        QTest::newRow("left with Alt") << int(Qt::LeftButton) << int(Qt::AltModifier) << 1 << 4;
+    }
+    void mouseEventsCarryButtonShiftAndPlace()
+    {
+        QFETCH(int, button);
+        QFETCH(int, modifiers);
+        QFETCH(int, buttonCode);
+        QFETCH(int, shift);
+        m_grid->setRows(5);
+        QSignalSpy click(m_grid.get(), &VekGrid::Click);
+        QSignalSpy down(m_grid.get(), &VekGrid::MouseDown);
+        QSignalSpy up(m_grid.get(), &VekGrid::MouseUp);
+        auto *cells = static_cast<QWidget *>(m_grid->Flexgd1->cellAreas().constLast());
+        const QPoint at(7, 5);
+        QTest::mouseClick(cells, Qt::MouseButton(button), Qt::KeyboardModifiers(modifiers), at);
+        QCOMPARE(down.count(), 1);
+        QCOMPARE(up.count(), 1);
+        // Places are in twips from the grid's top left corner.
+        const QPoint inGrid = cells->mapTo(m_grid->Flexgd1, at);
+        for (const QList<QVariant> &args : {down.at(0), up.at(0)}) {
+            QCOMPARE(args.at(0).value<qint16>(), qint16(buttonCode));
+            QCOMPARE(args.at(1).value<qint16>(), qint16(shift));
+            QCOMPARE(args.at(2).value<float>(), float(m_grid->Flexgd1->pixelsToTwipsX(inGrid.x())));
+            QCOMPARE(args.at(3).value<float>(), float(m_grid->Flexgd1->pixelsToTwipsY(inGrid.y())));
+        }
+        QCOMPARE(click.count(), button == Qt::LeftButton ? 1 : 0);
     }
 
     void fixedRowsAndColumnsHaveTheirOwnSizes()
