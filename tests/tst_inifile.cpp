@@ -34,8 +34,10 @@ private Q_SLOTS:
     void missingFileOrKeyGivesDefault()
     {
         QCOMPARE(Module1::GetIniString(u"Settings"_s, u"Split"_s, path(u"none.ini"_s), u"1200"_s), u"1200"_s);
-        write(path(u"a.ini"_s), "[Settings]\r\nOther=1\r\n");
+        write(path(u"a.ini"_s), "[Settings]\r\nOther=1\r\nEmpty=\r\n");
         QCOMPARE(Module1::GetIniString(u"Settings"_s, u"Split"_s, path(u"a.ini"_s), u" 7 "_s), u"7"_s);
+        // A key that is there with no value reads as empty, not as the default.
+        QCOMPARE(Module1::GetIniString(u"Settings"_s, u"Empty"_s, path(u"a.ini"_s), u"7"_s), QString());
     }
 
     void namesAreCaseInsensitiveAndValuesTrimmed()

@@ -32,6 +32,7 @@ private Q_SLOTS:
         QTest::newRow("trailing blanks") << u"abc  "_s << u"abc"_s;
         QTest::newRow("blanks before NUL") << u" abc \0 "_s << u"abc"_s;
         QTest::newRow("empty") << QString() << QString();
+        QTest::newRow("empty buffer") << u"\0\0\0"_s << QString();
     }
     void trimNullString()
     {

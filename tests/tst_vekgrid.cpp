@@ -530,10 +530,14 @@ private Q_SLOTS:
         QVERIFY(!m_grid->setSetupFile(u"a.ini"_s));
         QCOMPARE(m_grid->SetupFile(), u"VekGrid.ini"_s);
         m_grid->setDesignMode(false);
-        QVERIFY(!m_grid->setRow(99));
-        QCOMPARE(m_grid->lastError(), 387);
-        QVERIFY(m_grid->setRow(2));
+        // At run time a row must be one of the grid's rows: 0 to Rows - 1.
+        for (const qint32 row : {-1, m_grid->Rows(), 99}) {
+            QVERIFY(!m_grid->setRow(row));
+            QCOMPARE(m_grid->lastError(), 387);
+        }
+        QVERIFY(m_grid->setRow(m_grid->Rows() - 1));
         QCOMPARE(m_grid->lastError(), 0);
+        QCOMPARE(m_grid->Row(), m_grid->Rows() - 1);
     }
 
     void fillByRecordSet()
