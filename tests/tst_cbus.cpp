@@ -1,6 +1,8 @@
 #include "cbus.h"
 #include "cconnection.h"
+#include "frmmain.h"
 #include "itemfixtures.h"
+#include "itemtablemodel.h"
 #include "keyid.h"
 #include "prompt.h"
 #include "testdatabase.h"
@@ -48,6 +50,38 @@ private Q_SLOTS:
         CPrompt::setCurrent(m_prompt.get());
     }
     void cleanup() { CPrompt::setCurrent(nullptr); }
+
+    // The management window lists, under each kind of its tree, that kind's items.
+    void mainWindowShowsEachKindsOwnItems()
+    {
+        seed();
+        CBus bus;
+        bus.InitAllData(m_db);
+        bus.ShowMain();
+        frmMain *form = bus.mainWindow();
+        QVERIFY(form);
+        const std::pair<int, QStringList> kinds[] = {
+            {6, {u"销售部"_s}},
+            {5, {u"总仓"_s}},
+            {8, {u"批发"_s}},
+            {9, {u"华东"_s}},
+            {1, {u"上海百货"_s, u"无类别客户"_s}},
+            {3, {u"饮料"_s}},
+            {2, {u"瓶"_s}},
+            {4, {u"可乐"_s, u"无单位"_s}},
+            {11, {u"张三"_s}},
+        };
+        for (const auto &[type, names] : kinds) {
+            form->selectKind(type);
+            const ItemTableModel *model = form->itemModel();
+            QStringList shown;
+            for (int row = 0; row < model->rowCount(); ++row) {
+                shown.append(model->index(row, model->columnOf(ItemTableModel::ItemName)).data().toString());
+            }
+            QCOMPARE(shown, names);
+        }
+        form->hide();
+    }
 
     void initAllDataLoadsInOrderAndJoins()
     {

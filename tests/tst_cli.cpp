@@ -146,12 +146,24 @@ private Q_SLOTS:
         QVERIFY(!clientsFirst.value(u"mTypeName"_s).toString().isEmpty());
 
         const Result added = cli({u"--db"_s, url, u"add"_s, u"unit"_s, u"--name"_s, u"O'Brien 桶"_s, u"--set"_s,
-                                  u"F_Remark=a';--"_s, u"--no"_s, u"U9"_s});
+                                  u"F_Remark=a';--\"引号\"\\"_s, u"--no"_s, u"U9"_s});
         QCOMPARE(added.code, 0);
         const QString id = added.out.trimmed();
         const Result units = cli({u"--db"_s, url, u"list"_s, u"unit"_s});
         QVERIFY2(units.out.contains(id + u"\tU9\tO'Brien 桶\t2\t"_s), qPrintable(units.out));
-        QVERIFY(units.out.contains(u"\ta';--\t"_s));
+        QVERIFY(units.out.contains(u"\ta';--\"引号\"\\\t"_s));
+        const QJsonArray unitsJson =
+            QJsonDocument::fromJson(cli({u"--db"_s, url, u"list"_s, u"unit"_s, u"--format=json"_s}).out.toUtf8(),
+                                    &parseError)
+                .array();
+        QCOMPARE(parseError.error, QJsonParseError::NoError);
+        QString remark;
+        for (const QJsonValue &unit : unitsJson) {
+            if (unit.toObject().value(u"F_ID"_s).toInt() == id.toInt()) {
+                remark = unit.toObject().value(u"F_Remark"_s).toString();
+            }
+        }
+        QCOMPARE(remark, u"a';--\"引号\"\\"_s);
 
         QCOMPARE(cli({u"--db"_s, url, u"rename"_s, u"unit"_s, id, u"大桶"_s}).code, 0);
         QVERIFY(cli({u"--db"_s, url, u"list"_s, u"2"_s}).out.contains(u"\tU9\t大桶\t"_s));
