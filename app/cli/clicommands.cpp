@@ -70,6 +70,8 @@ std::shared_ptr<CConnection> openDatabase(Context &c, AppDatabase::Missing missi
     auto connection = AppDatabase::open(c.dbUrl, &error, missing);
     if (!connection) {
         c.err << error << u'\n';
+    } else if (!connection->notice().isEmpty()) {
+        c.err << connection->notice() << u'\n';
     }
     return connection;
 }

@@ -7,11 +7,16 @@
 #include <QDate>
 #include <QDateTime>
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QSqlDriver>
 #include <QSqlError>
 #include <QUrl>
 #include <QUrlQuery>
+
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -161,6 +166,27 @@ DatabaseUrl DatabaseUrl::parse(const QString &url)
     return result;
 }
 
+namespace {
+
+// An SQLite file this process cannot change: the file itself, or the folder where its journal would go, refuses
+// writing (a CD, a read-only mount, another user's files).
+bool sqliteFileIsWritable(const QString &path)
+{
+    const QByteArray file = QFile::encodeName(path);
+    const QByteArray folder = QFile::encodeName(QFileInfo(path).absolutePath());
+    return ::access(file.constData(), W_OK) == 0 && ::access(folder.constData(), W_OK) == 0;
+}
+
+bool onReadOnlyFileSystem(const QString &path)
+{
+    struct statvfs info
+    {
+    };
+    return ::statvfs(QFile::encodeName(path).constData(), &info) == 0 && (info.f_flag & ST_RDONLY) != 0;
+}
+
+} // namespace
+
 CConnection::CConnection(const QString &connectionName, const QString &url, Engine engine)
     : m_connectionName(connectionName)
     , m_url(url)
@@ -185,14 +211,28 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
         return {};
     }
     std::shared_ptr<CConnection> connection(new CConnection(name, url, where.engine));
+    connection->m_readOnly = where.readOnly;
+    const bool sqliteFile =
+        where.engine == Engine::SQLite && where.databaseName != u":memory:"_s && QFileInfo::exists(where.databaseName);
+    if (sqliteFile && !where.readOnly && !sqliteFileIsWritable(where.databaseName)) {
+        connection->m_readOnly = true;
+        connection->m_notice = u"数据库文件所在位置不可写,已以只读方式打开,不能保存修改: "_s + where.databaseName;
+    }
     {
         QSqlDatabase db = QSqlDatabase::addDatabase(driver, name);
         db.setDatabaseName(where.databaseName);
         if (where.engine == Engine::SQLite) {
             // About ten seconds for another seat's write to finish, then a clear refusal instead of a long wait.
             QString options = u"QSQLITE_BUSY_TIMEOUT=10000"_s;
-            if (where.readOnly) {
+            if (connection->m_readOnly) {
                 options += u";QSQLITE_OPEN_READONLY"_s;
+            }
+            if (connection->m_readOnly && sqliteFile && onReadOnlyFileSystem(where.databaseName)) {
+                // Nothing can change a file on read-only media, and a WAL database could not be read there at all
+                // (its shared-memory file cannot be created): tell SQLite so.
+                options += u";QSQLITE_OPEN_URI"_s;
+                db.setDatabaseName(QUrl::fromLocalFile(where.databaseName).toString(QUrl::FullyEncoded)
+                                   + u"?immutable=1"_s);
             }
             db.setConnectOptions(options);
         } else {
@@ -217,7 +257,7 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
     }
     try {
         if (where.engine == Engine::SQLite) {
-            if (where.databaseName != u":memory:"_s && !where.readOnly) {
+            if (where.databaseName != u":memory:"_s && !connection->m_readOnly) {
                 // WAL lets readers go on while a writer commits.
                 connection->Select(u"PRAGMA journal_mode=WAL"_s);
             }
@@ -462,6 +502,17 @@ void CConnection::EnsureSchema()
     m_layouts.clear();
     m_statements.clear();
     CTransaction transaction(*this);
+    // Several programs may create a new database at once: look again once this one holds the write lock (SQLite's
+    // BEGIN IMMEDIATE) or the schema lock (PostgreSQL's advisory lock), so only the first creates the tables.
+    if (m_engine == Engine::PostgreSQL) {
+        Select(u"SELECT pg_advisory_xact_lock(7114301)"_s);
+    }
+    missing.clear();
+    for (const TableDdl &table : kTables) {
+        if (!hasTable(QString::fromLatin1(table.name))) {
+            missing.append(&table);
+        }
+    }
     for (const TableDdl *t : std::as_const(missing)) {
         const TableDdl &table = *t;
         Execute(QString::fromLatin1(m_engine == Engine::SQLite ? table.sqlite : table.postgresql));

@@ -59,6 +59,10 @@ public:
     QString url() const { return m_url; }
     QSqlDatabase database() const;
     bool isOpen() const;
+    /// Whether the database was opened read-only ("?mode=ro", or an SQLite file the user may not write).
+    bool isReadOnly() const { return m_readOnly; }
+    /// What the user should know about how the database was opened (e.g. read-only media), or empty.
+    QString notice() const { return m_notice; }
 
     /// Runs a statement that returns no rows and gives the affected-row count. Throws DbError.
     int Execute(const QString &sql, const QVariantList &params = {});
@@ -96,6 +100,8 @@ private:
     QString m_connectionName;
     QString m_url;
     Engine m_engine;
+    bool m_readOnly = false;
+    QString m_notice;
     int m_depth = 0;
     bool m_rollbackOnly = false;
     // Columns per table (lower-case name); asked once, since every save opens its table.
