@@ -44,7 +44,7 @@ const char16_t kUsage[] =
     u"  export KIND FILE [--sheet NAME]   把一类资料(与主窗口的表格同样的列)导出为 Excel 工作簿的新表格\n"
     u"KIND: 1-12 或 client unit goods-type goods stock department option client-type area user-right\n"
     u"      receiver company\n"
-    u"URL: sqlite:///绝对路径.db | sqlite:相对路径.db | postgresql://用户[:密码]@主机[:端口]/库名\n";
+    u"URL: sqlite:///绝对路径.db[?mode=ro] | sqlite:相对路径.db | postgresql://用户[:密码]@主机[:端口]/库名[?sslmode=require&...]\n";
 
 struct Context
 {

@@ -10,6 +10,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QSet>
 #include <QSqlDriver>
 #include <QSqlError>
 #include <QUrl>
@@ -103,12 +104,56 @@ constexpr TableDdl kTables[] = {
 
 } // namespace
 
+namespace {
+
+// libpq's connection keywords that a URL may add after "?" (host, port, database, user and password come from the
+// URL itself; replication connections are not for this program).
+const QSet<QString> &postgresOptions()
+{
+    static const QSet<QString> names {
+        u"application_name"_s,
+        u"channel_binding"_s,
+        u"client_encoding"_s,
+        u"connect_timeout"_s,
+        u"fallback_application_name"_s,
+        u"gssencmode"_s,
+        u"gsslib"_s,
+        u"hostaddr"_s,
+        u"keepalives"_s,
+        u"keepalives_count"_s,
+        u"keepalives_idle"_s,
+        u"keepalives_interval"_s,
+        u"krbsrvname"_s,
+        u"options"_s,
+        u"passfile"_s,
+        u"requirepeer"_s,
+        u"service"_s,
+        u"ssl_max_protocol_version"_s,
+        u"ssl_min_protocol_version"_s,
+        u"sslcert"_s,
+        u"sslcompression"_s,
+        u"sslcrl"_s,
+        u"sslcrldir"_s,
+        u"sslkey"_s,
+        u"sslmode"_s,
+        u"sslpassword"_s,
+        u"sslrootcert"_s,
+        u"sslsni"_s,
+        u"target_session_attrs"_s,
+        u"tcp_user_timeout"_s,
+    };
+    return names;
+}
+
+} // namespace
+
 QString DatabaseUrl::masked(const QString &url)
 {
     // user:password@ → user:***@; the password may itself hold ':' but not an unescaped '@'.
     static const QRegularExpression password(u"^([A-Za-z][A-Za-z0-9+.-]*://[^:/@]*):[^@/]*@"_s);
+    static const QRegularExpression option(u"([?&]sslpassword=)[^&]*"_s);
     QString shown = url;
-    return shown.replace(password, u"\\1:***@"_s);
+    return shown.replace(password, u"\\1:***@"_s).replace(option, u"\\1***"_s);
 }
 
 DatabaseUrl DatabaseUrl::parse(const QString &url)
@@ -121,7 +166,15 @@ DatabaseUrl DatabaseUrl::parse(const QString &url)
         const qsizetype q = rest.indexOf(u'?');
         if (q >= 0) {
             const QUrlQuery query(rest.mid(q + 1));
-            result.readOnly = query.queryItemValue(u"mode"_s) == u"ro"_s;
+            const auto items = query.queryItems(QUrl::FullyDecoded);
+            for (const auto &[key, value] : items) {
+                if (key != u"mode"_s || (value != u"ro"_s && value != u"rw"_s)) {
+                    result.error = u"SQLite 地址只认识 ?mode=ro 或 ?mode=rw,不认识: "_s + key + u'=' + value;
+                    result.engine = Engine::Invalid;
+                    return result;
+                }
+                result.readOnly = value == u"ro"_s;
+            }
             rest.truncate(q);
         }
         if (rest == u":memory:"_s) {
@@ -160,6 +213,25 @@ DatabaseUrl DatabaseUrl::parse(const QString &url)
         if (result.databaseName.isEmpty()) {
             result.databaseName = result.user.isEmpty() ? u"postgres"_s : result.user;
         }
+        const auto items = QUrlQuery(parsed).queryItems(QUrl::FullyDecoded);
+        QStringList options;
+        for (const auto &[key, value] : items) {
+            if (!postgresOptions().contains(key)) {
+                result.error = u"不认识的 PostgreSQL 连接选项: "_s + key;
+                result.engine = Engine::Invalid;
+                return result;
+            }
+            if (value.contains(u';')) {
+                // The driver separates options by ';', so it cannot pass one on.
+                result.error = u"PostgreSQL 连接选项的值不能含有分号: "_s + key;
+                result.engine = Engine::Invalid;
+                return result;
+            }
+            QString quoted = value;
+            quoted.replace(u"\\"_s, u"\\\\"_s).replace(u"'"_s, u"\\'"_s);
+            options.append(key + u"='"_s + quoted + u'\'');
+        }
+        result.options = options.join(u';');
         return result;
     }
     result.error = u"不支持的数据库地址(应为 sqlite: 或 postgresql://): "_s + url;
@@ -241,8 +313,13 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
             db.setUserName(where.user);
             db.setPassword(where.password);
             // Keepalives find a server that went away while a statement waits for it.
-            db.setConnectOptions(u"connect_timeout=10;keepalives=1;keepalives_idle=30;keepalives_interval=10;"
-                                 "keepalives_count=3"_s);
+            // The URL's own options come last so that they win over these defaults.
+            QString options = u"connect_timeout=10;keepalives=1;keepalives_idle=30;keepalives_interval=10;"
+                              "keepalives_count=3"_s;
+            if (!where.options.isEmpty()) {
+                options += u';' + where.options;
+            }
+            db.setConnectOptions(options);
         }
         if (!db.open()) {
             if (errorMessage) {
