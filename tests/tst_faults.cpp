@@ -118,6 +118,7 @@ private Q_SLOTS:
     {
         auto db = TestDatabase::create();
         QVERIFY(db);
+        TestDatabase::allowNullsAsOlderPrograms(*db);
         db->Execute(u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName, F_Bank, F_BankAccount, "
                     "F_IRDNumber, F_Price1, F_Tag4) Values (7, 1, 'KH0001', '老客户', '工商银行', "
                     "'6222020200112233445', '91330100MA2ABCDE1X', 5.5, 9)"_s);
