@@ -16,6 +16,7 @@
 #include <QUrl>
 #include <QUrlQuery>
 
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -352,6 +353,51 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
         // A read-only file cannot switch its journal; it still serves reads.
     }
     return connection;
+}
+
+bool CConnection::sameDatabaseAs(CConnection &other)
+{
+    if (this == &other) {
+        return true;
+    }
+    if (m_engine != other.m_engine || !isOpen() || !other.isOpen()) {
+        return false;
+    }
+    if (m_engine == Engine::SQLite) {
+        const QString mine = database().databaseName();
+        const QString theirs = other.database().databaseName();
+        if (mine == u":memory:"_s || theirs == u":memory:"_s) {
+            return false;
+        }
+        struct stat a
+        {
+        };
+        struct stat b
+        {
+        };
+        auto fileOf = [](const QString &name) {
+            // A read-only open on read-only media names the file as a file: URI.
+            return name.startsWith(u"file:"_s) ? QUrl(name).toLocalFile() : name;
+        };
+        return ::stat(QFile::encodeName(fileOf(mine)).constData(), &a) == 0
+            && ::stat(QFile::encodeName(fileOf(theirs)).constData(), &b) == 0 && a.st_dev == b.st_dev
+            && a.st_ino == b.st_ino;
+    }
+    // A server lists the sessions of its databases: if the other connection sees this one's session (the same
+    // process started at the same moment) in its own database, both reach the same database. Needs no rights.
+    try {
+        QSqlQuery me = Select(u"SELECT pg_backend_pid(), CAST(backend_start AS TEXT) FROM pg_stat_activity "
+                              "WHERE pid = pg_backend_pid()"_s);
+        if (!next(me)) {
+            return false;
+        }
+        QSqlQuery seen = other.Select(u"SELECT COUNT(*) FROM pg_stat_activity WHERE pid = ? AND "
+                                      "CAST(backend_start AS TEXT) = ? AND datname = current_database()"_s,
+                                      {me.value(0), me.value(1)});
+        return next(seen) && seen.value(0).toInt() > 0;
+    } catch (const DbError &) {
+        return false;
+    }
 }
 
 bool CConnection::next(QSqlQuery &query)

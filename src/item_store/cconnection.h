@@ -65,6 +65,9 @@ public:
     bool isOpen() const;
     /// Whether the database was opened read-only ("?mode=ro", or an SQLite file the user may not write).
     bool isReadOnly() const { return m_readOnly; }
+    /// Whether `other` reaches the same database, whatever the URLs say (127.0.0.1 and localhost, two spellings of
+    /// one path): the same SQLite file, or the same database of the same PostgreSQL server.
+    bool sameDatabaseAs(CConnection &other);
     /// What the user should know about how the database was opened (e.g. read-only media), or empty.
     QString notice() const { return m_notice; }
 
