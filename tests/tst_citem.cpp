@@ -207,6 +207,7 @@ private Q_SLOTS:
     {
         auto db = TestDatabase::create();
         QVERIFY(db);
+        TestDatabase::allowNullsAsOlderPrograms(*db);
         CItem stored = fullItem(u"存"_s);
         write(*db, stored, true);
         db->Execute(u"Update T_Item Set F_ParentID = NULL Where F_ID = 7"_s);

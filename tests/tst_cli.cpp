@@ -6,11 +6,16 @@
 #include <QJsonObject>
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <memory>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
@@ -52,6 +57,27 @@ private Q_SLOTS:
         QCOMPARE(cli({u"--db"_s, url, u"newid"_s, u"T_Item"_s}).out, u"1\n"_s);
         QCOMPARE(cli({u"--db"_s, url, u"newid"_s, u"T_Item"_s}).out, u"2\n"_s);
         QCOMPARE(cli({u"--db="_s + url, u"newid"_s, u"T_Item"_s, u"--peek"_s}).out, u"3\n"_s);
+    }
+
+    // Four seats started on a new database at once: each one creates what is missing, none fails on a table
+    // another one created a moment earlier.
+    void simultaneousInitsOnANewDatabaseAllSucceed()
+    {
+        for (int round = 0; round < 3; ++round) {
+            const QString url = TestDatabase::freshUrl();
+            std::vector<std::unique_ptr<QProcess>> seats;
+            for (int i = 0; i < 4; ++i) {
+                seats.push_back(std::make_unique<QProcess>());
+                seats.back()->start(QCoreApplication::applicationDirPath() + u"/quillon-cli"_s,
+                                    {u"--db"_s, url, u"init"_s});
+            }
+            for (const auto &seat : seats) {
+                QVERIFY(seat->waitForFinished(60000));
+                QCOMPARE(QString::fromUtf8(seat->readAllStandardError()), QString());
+                QCOMPARE(seat->exitCode(), 0);
+            }
+            QCOMPARE(cli({u"--db"_s, url, u"newid"_s, u"T_Item"_s, u"--peek"_s}).out, u"1\n"_s);
+        }
     }
 
     void usageErrorsExitWithTwo_data()
@@ -225,6 +251,52 @@ private Q_SLOTS:
         const Result r = cli(QStringList {u"--db"_s, url} + args);
         QCOMPARE(r.code, code);
         QVERIFY(!r.err.isEmpty());
+    }
+
+    // A shop's database copied to read-only media (a disc, a read-only share) could not be read at all: every
+    // open switched it to WAL, and a WAL file needs a writable folder for its shared-memory file.
+    void databaseOnReadOnlyMediaOpensReadOnlyWithANotice()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("read-only media is about SQLite files");
+        }
+        QTemporaryDir dir;
+        const QString file = dir.filePath(u"media/shop.db"_s);
+        QVERIFY(QDir().mkpath(dir.filePath(u"media"_s)));
+        const QString url = u"sqlite://"_s + file;
+        QCOMPARE(cli({u"--db"_s, url, u"init"_s, u"--demo"_s}).code, 0);
+        QFile::remove(file + u"-wal"_s);
+        QFile::remove(file + u"-shm"_s);
+        const QString media = QFileInfo(file).absolutePath();
+        // A private mount namespace makes the folder read-only for this one command and leaves nothing behind.
+        auto onReadOnlyMedia = [&](const QStringList &args) {
+            QProcess p;
+            QString command = u"mount --bind \"$0\" \"$0\" && mount -o remount,bind,ro \"$0\" && exec \"$@\""_s;
+            QStringList all {u"-m"_s, u"sh"_s, u"-c"_s,
+                             command, media,   QCoreApplication::applicationDirPath() + u"/quillon-cli"_s};
+            all += args;
+            p.start(u"unshare"_s, all);
+            Result r;
+            if (p.waitForFinished(60000)) {
+                r.code = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+                r.out = QString::fromUtf8(p.readAllStandardOutput());
+                r.err = QString::fromUtf8(p.readAllStandardError());
+            }
+            return r;
+        };
+        if (onReadOnlyMedia({u"--version"_s}).code != 0) {
+            QSKIP("needs a private mount namespace (root and unshare)");
+        }
+        const Result listed = onReadOnlyMedia({u"--db"_s, url, u"list"_s, u"goods"_s});
+        QCOMPARE(listed.code, 0);
+        QCOMPARE(listed.out.count(u'\n'), 201);
+        QVERIFY2(listed.err.contains(u"只读方式打开"_s), qPrintable(listed.err));
+        QCOMPARE(onReadOnlyMedia({u"--db"_s, url + u"?mode=ro"_s, u"list"_s, u"unit"_s}).code, 0);
+
+        const Result added = onReadOnlyMedia({u"--db"_s, url, u"add"_s, u"unit"_s, u"--name"_s, u"托"_s});
+        QCOMPARE(added.code, 1);
+        QVERIFY2(added.err.contains(u"readonly"_s), qPrintable(added.err));
+        QCOMPARE(cli({u"--db"_s, url, u"list"_s, u"goods"_s}).out.count(u'\n'), 201);
     }
 
     // migrate once replaced a shop's master data without asking.

@@ -119,6 +119,23 @@ private Q_SLOTS:
         QCOMPARE(q.value(0).toInt(), 0);
     }
 
+    void urlOptionsReachTheServer()
+    {
+        if (!TestDatabase::isPostgreSQL()) {
+            QSKIP("libpq connection options");
+        }
+        const QString url = TestDatabase::freshUrl();
+        auto db = CConnection::Open(url + u"?application_name=till%201's&connect_timeout=5"_s);
+        QVERIFY(db);
+        QSqlQuery q = db->Select(u"SELECT current_setting('application_name')"_s);
+        QVERIFY(q.next());
+        QCOMPARE(q.value(0).toString(), u"till 1's"_s); // the server keeps ASCII only
+        // The test server speaks no TLS: a seat that demands it must be refused, not quietly connected in clear.
+        QString error;
+        QVERIFY(!CConnection::Open(url + u"?sslmode=require"_s, &error));
+        QVERIFY2(error.contains(u"SSL"_s, Qt::CaseInsensitive), qPrintable(error));
+    }
+
     // With NORMAL a power cut could take back a save the user saw succeed: every commit syncs the log.
     void fileDatabaseSyncsEveryCommit()
     {

@@ -6,8 +6,13 @@
 #include "prompt.h"
 #include "testdatabase.h"
 
+#include <QElapsedTimer>
+#include <QFile>
 #include <QSqlQuery>
 #include <QTest>
+
+#include <csignal>
+#include <sys/types.h>
 
 using namespace Qt::StringLiterals;
 
@@ -186,6 +191,59 @@ private Q_SLOTS:
         CItems departments;
         QVERIFY(departments.InitInstance(target, 6));
         QCOMPARE(departments.Count(), 1);
+    }
+
+    // migrate from a database to itself under another name (localhost for 127.0.0.1, a link to the file) deleted
+    // what it was about to read, or on a server waited for its own lock for ever.
+    void sameDatabaseUnderAnotherNameIsRefused()
+    {
+        auto db = TestDatabase::create();
+        fill(db);
+        const QStringList before = items(db);
+        QString otherName = db->url();
+        if (TestDatabase::isPostgreSQL()) {
+            QVERIFY(otherName.contains(u"127.0.0.1"_s));
+            otherName.replace(u"127.0.0.1"_s, u"localhost"_s);
+        } else {
+            const QString file = DatabaseUrl::parse(otherName).databaseName;
+            const QString link = file + u".link.db"_s;
+            QVERIFY(QFile::link(file, link));
+            otherName = u"sqlite://"_s + link;
+        }
+        auto again = CConnection::Open(otherName);
+        QVERIFY(again);
+        QVERIFY(db->sameDatabaseAs(*again));
+        QVERIFY(!db->sameDatabaseAs(*TestDatabase::create()));
+        const DatabaseCopy::Result result = DatabaseCopy::copyTables(*db, *again, DatabaseCopy::MasterTables());
+        QVERIFY(!result.ok);
+        QCOMPARE(result.error, u"源数据库和目标数据库是同一个数据库"_s);
+        QCOMPARE(items(again), before);
+    }
+
+    // A frozen server process (stopped, its host still answering TCP) hung the copy for ever.
+    void serverThatStopsAnsweringEndsTheCopy()
+    {
+        if (!TestDatabase::isPostgreSQL()) {
+            QSKIP("a PostgreSQL backend");
+        }
+        auto source = TestDatabase::create();
+        fill(source);
+        auto target = TestDatabase::createSqlite();
+        QSqlQuery pid = source->Select(u"SELECT pg_backend_pid()"_s);
+        QVERIFY(pid.next());
+        const pid_t backend = pid_t(pid.value(0).toInt());
+        if (::kill(backend, SIGSTOP) != 0) {
+            QSKIP("may not stop the server's processes");
+        }
+        QElapsedTimer clock;
+        clock.start();
+        const DatabaseCopy::Result result =
+            DatabaseCopy::copy(*source, *target, {{u"T_Item"_s, QString(), {}}}, {}, std::chrono::seconds(2));
+        ::kill(backend, SIGCONT);
+        QVERIFY(!result.ok);
+        QVERIFY2(result.error.contains(u"没有应答"_s), qPrintable(result.error));
+        QVERIFY2(clock.elapsed() < 30000, qPrintable(QString::number(clock.elapsed())));
+        QCOMPARE(items(target), QStringList());
     }
 
     // A copy once replaced a shop's master data without a word (269 rows became 1).

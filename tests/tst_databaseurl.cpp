@@ -87,6 +87,41 @@ private Q_SLOTS:
         QVERIFY2(error.contains(u"shop:***@"_s), qPrintable(error));
     }
 
+    // "?sslmode=require" was dropped without a word, so a clerk who asked for an encrypted link got a plain one.
+    void urlOptions_data()
+    {
+        QTest::addColumn<QString>("url");
+        QTest::addColumn<QString>("options");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("sslmode") << u"postgresql://shop@db.local/quillon?sslmode=require"_s << u"sslmode='require'"_s
+                                 << QString();
+        QTest::newRow("two options, quoting")
+            << u"postgresql://shop@db.local/quillon?application_name=%E6%94%B6%E9%93%B6%201&options=-c%20x%3D'y'"_s
+            << u"application_name='收银 1';options='-c x=\\'y\\''"_s << QString();
+        QTest::newRow("unknown option") << u"postgresql://shop@db.local/quillon?sslmod=require"_s << QString()
+                                        << u"不认识的 PostgreSQL 连接选项: sslmod"_s;
+        QTest::newRow("semicolon in a value")
+            << u"postgresql://shop@db.local/quillon?options=a%3Bb"_s << QString() << u"不能含有分号"_s;
+        QTest::newRow("sqlite read-write") << u"sqlite:///tmp/x.db?mode=rw"_s << QString() << QString();
+        QTest::newRow("sqlite unknown option")
+            << u"sqlite:///tmp/x.db?cache=shared"_s << QString() << u"不认识: cache=shared"_s;
+    }
+    void urlOptions()
+    {
+        QFETCH(QString, url);
+        QFETCH(QString, error);
+        const DatabaseUrl parsed = DatabaseUrl::parse(url);
+        QVERIFY2(parsed.error.contains(error), qPrintable(parsed.error));
+        QCOMPARE(parsed.engine == DatabaseUrl::Engine::Invalid, !error.isEmpty());
+        QTEST(parsed.options, "options");
+    }
+
+    void maskedHidesAnSslKeyPassword()
+    {
+        QCOMPARE(DatabaseUrl::masked(u"postgresql://shop@db/q?sslmode=verify-full&sslpassword=k3y&sslsni=1"_s),
+                 u"postgresql://shop@db/q?sslmode=verify-full&sslpassword=***&sslsni=1"_s);
+    }
+
     void readOnlyMode()
     {
         const DatabaseUrl parsed = DatabaseUrl::parse(u"sqlite:///tmp/x.db?mode=ro"_s);

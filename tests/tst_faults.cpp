@@ -8,10 +8,16 @@
 #include "prompt.h"
 #include "testdatabase.h"
 
+#include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
 #include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <csignal>
+#include <sys/types.h>
 
 using namespace Qt::StringLiterals;
 
@@ -118,6 +124,7 @@ private Q_SLOTS:
     {
         auto db = TestDatabase::create();
         QVERIFY(db);
+        TestDatabase::allowNullsAsOlderPrograms(*db);
         db->Execute(u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName, F_Bank, F_BankAccount, "
                     "F_IRDNumber, F_Price1, F_Tag4) Values (7, 1, 'KH0001', '老客户', '工商银行', "
                     "'6222020200112233445', '91330100MA2ABCDE1X', 5.5, 9)"_s);
@@ -170,6 +177,90 @@ private Q_SLOTS:
         }
         first->RollbackTrans();
         QVERIFY2(message.startsWith(u"数据正被其他用户修改,请稍后再试"_s), qPrintable(message));
+    }
+
+    // Writers killed at random moments of their saves: every save they reported done is in the database, whole,
+    // and the database is healthy enough for the next save.
+    void killedWriterLosesNoAcknowledgedSave()
+    {
+        auto db = TestDatabase::create();
+        QVERIFY(db);
+        QList<QPair<int, QString>> acknowledged;
+        for (int round = 1; round <= 4; ++round) {
+            QProcess writer;
+            writer.start(QCoreApplication::applicationDirPath() + u"/save_worker"_s, {db->url()});
+            QVERIFY(writer.waitForStarted());
+            QByteArray out;
+            // Kill after a different number of saves each round, so the kill lands in different steps.
+            while (out.count('\n') < 15 * round + round * round && writer.state() == QProcess::Running) {
+                writer.waitForReadyRead(10000);
+                out += writer.readAllStandardOutput();
+            }
+            QVERIFY2(writer.state() == QProcess::Running, writer.readAllStandardError().constData());
+            ::kill(pid_t(writer.processId()), SIGKILL);
+            QVERIFY(writer.waitForFinished(10000));
+            out += writer.readAllStandardOutput();
+            const QList<QByteArray> lines = out.split('\n');
+            for (qsizetype i = 0; i + 1 < lines.size(); ++i) { // the last piece has no line end: not reported
+                const QList<QByteArray> fields = lines[i].split('\t');
+                QCOMPARE(fields.size(), 2);
+                acknowledged.append({fields[0].toInt(), QString::fromUtf8(fields[1])});
+            }
+        }
+        QVERIFY(acknowledged.size() >= 60);
+        for (const auto &[id, name] : std::as_const(acknowledged)) {
+            QSqlQuery row = db->Select(u"Select F_ItemName From T_Item Where F_ID = ?"_s, {id});
+            QVERIFY2(row.next(), qPrintable(u"lost: "_s + name));
+            QCOMPARE(row.value(0).toString(), name);
+        }
+        if (!TestDatabase::isPostgreSQL()) {
+            QSqlQuery check = db->Select(u"PRAGMA integrity_check"_s);
+            QVERIFY(check.next());
+            QCOMPARE(check.value(0).toString(), u"ok"_s);
+        }
+        CItems goods;
+        QVERIFY(goods.InitInstance(db, itemTypeNumber(ItemType::Goods)));
+        QVERIFY(goods.Count() >= acknowledged.size());
+        auto item = CItem::create();
+        item->setF_ItemTypeID(itemTypeNumber(ItemType::Goods));
+        item->setF_ItemName(u"事后的商品"_s);
+        QVERIFY(goods.SaveItem(item));
+    }
+
+    // The server ends this seat's session (a restart, an administrator): the next save is a clear error, the
+    // list keeps its items, and nothing waits.
+    void serverEndingTheSessionIsAClearError()
+    {
+        if (!TestDatabase::isPostgreSQL()) {
+            QSKIP("a server session");
+        }
+        auto db = TestDatabase::create();
+        QVERIFY(db);
+        CItems units;
+        QVERIFY(units.InitInstance(db, itemTypeNumber(ItemType::Unit)));
+        auto first = CItem::create();
+        first->setF_ItemTypeID(itemTypeNumber(ItemType::Unit));
+        first->setF_ItemName(u"箱"_s);
+        QVERIFY(units.SaveItem(first));
+        QSqlQuery pid = db->Select(u"Select pg_backend_pid()"_s);
+        QVERIFY(pid.next());
+        auto administrator = CConnection::Open(db->url());
+        QVERIFY(administrator);
+        administrator->Select(u"Select pg_terminate_backend(?)"_s, {pid.value(0)});
+        pid = QSqlQuery();
+
+        auto second = CItem::create();
+        second->setF_ItemTypeID(itemTypeNumber(ItemType::Unit));
+        second->setF_ItemName(u"瓶"_s);
+        m_prompt.clear();
+        QElapsedTimer clock;
+        clock.start();
+        QVERIFY(!units.SaveItem(second));
+        QVERIFY(clock.elapsed() < 15000);
+        QCOMPARE(m_prompt.shown().size(), 1);
+        QVERIFY2(m_prompt.lastText().startsWith(u"保存元素失败"_s), qPrintable(m_prompt.lastText()));
+        QCOMPARE(units.Count(), 1);
+        QCOMPARE(units.Item(1)->F_ItemName(), u"箱"_s);
     }
 
 private:

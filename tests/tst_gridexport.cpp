@@ -13,6 +13,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -194,6 +198,39 @@ private Q_SLOTS:
         QVERIFY2(m_prompt->lastText().contains(u"是只读的"_s), qPrintable(m_prompt->lastText()));
         QCOMPARE(fileBytes(file), before);
         QFile::setPermissions(file, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    }
+
+    // An export killed half-way left "商品.xlsx.a1B2c3" beside the workbook for good. The next export clears such
+    // leftovers, but never the copy of an export that is still writing in that folder.
+    void leftoverCopiesOfAKilledExportAreRemoved()
+    {
+        fill(u"编号|名称"_s, {u"1\t可乐"_s});
+        const QString file = path(u"商品.xlsx"_s);
+        QVERIFY(m_bus->CopyGridToExcel(m_grid.get(), file, u"供应商"_s));
+        const QString usersCopy = file + u".backup"_s; // a whole workbook: the user's, never a leftover
+        QVERIFY(QFile::copy(file, usersCopy));
+        const QByteArray usersBytes = fileBytes(usersCopy);
+        const QStringList leftovers {file + u".a1B2c3"_s, file + u".ZZZZZZ"_s};
+        for (const QString &name : leftovers) {
+            QFile f(name);
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(fileBytes(file).left(200));
+        }
+        {
+            // Another export in progress holds the folder.
+            const int folder = ::open(QFile::encodeName(m_dir.path()).constData(), O_RDONLY | O_DIRECTORY);
+            QVERIFY(folder >= 0);
+            QCOMPARE(::flock(folder, LOCK_SH), 0);
+            QVERIFY(m_bus->CopyGridToExcel(m_grid.get(), file, u"商品"_s));
+            ::close(folder);
+            QVERIFY(QFile::exists(leftovers[0]));
+        }
+        QVERIFY(m_bus->CopyGridToExcel(m_grid.get(), file, u"客户"_s));
+        for (const QString &name : leftovers) {
+            QVERIFY2(!QFile::exists(name), qPrintable(name));
+        }
+        QCOMPARE(fileBytes(usersCopy), usersBytes);
+        QCOMPARE(readBack(file).sheets.size(), 3);
     }
 
     void secondSheetKeepsTheFirstSheetsBytes()

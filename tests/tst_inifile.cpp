@@ -93,6 +93,35 @@ private Q_SLOTS:
                  QByteArray("[Setup Program]\r\nMainFormSpliterX=2500\r\nmainformspliterx=4000\r\n[Other]\r\nA=1\r\n"));
     }
 
+    // Saving a key rewrote files the older programs read: a GBK file with one undecodable byte came back as UTF-8,
+    // and a file whose last line ended in a bare CR (no line end) had its LF endings turned into CRLF.
+    void oddFilesKeepTheirEncodingAndLineEnds_data()
+    {
+        QStringEncoder gbk("GBK");
+        QTest::addColumn<QByteArray>("original");
+        QTest::addColumn<QByteArray>("expected");
+        QTest::newRow("GBK with a broken byte")
+            << (QByteArray(gbk.encode(u"[窗口]\n名称=商品\n"_s)) + QByteArray("\x81\n"))
+            << (QByteArray(gbk.encode(u"[窗口]\n名称=商品\n"_s)) + QByteArray("?\nTop=20\n"));
+        QTest::newRow("a CRLF line among LF lines")
+            << QByteArray("[a]\nk=1\r\n[窗口]\nLeft=1\n") << QByteArray("[a]\nk=1\r\n[窗口]\nLeft=1\nTop=20\n");
+        QTest::newRow("last line ends in a bare CR")
+            << QByteArray("[a]\nk=1\n[窗口]\nLeft=1\r") << QByteArray("[a]\nk=1\n[窗口]\nLeft=1\r\nTop=20");
+        QTest::newRow("mostly CRLF") << QByteArray("[窗口]\r\nLeft=1\r\nx=2\n")
+                                     << QByteArray("[窗口]\r\nLeft=1\r\nx=2\r\nTop=20\r\n");
+    }
+    void oddFilesKeepTheirEncodingAndLineEnds()
+    {
+        QFETCH(QByteArray, original);
+        const QString file = path(u"odd.ini"_s);
+        write(file, original);
+        QVERIFY(Module1::SetIniString(u"窗口"_s, u"Top"_s, file, u"20"_s) != 0);
+        QTEST(read(file), "expected");
+        const QByteArray once = read(file);
+        QVERIFY(Module1::SetIniString(u"窗口"_s, u"Top"_s, file, u"20"_s) != 0);
+        QCOMPARE(read(file), once);
+    }
+
     void writeToMissingFolderFails()
     {
         QCOMPARE(Module1::SetIniString(u"S"_s, u"K"_s, path(u"no/such/dir.ini"_s), u"v"_s), 0);

@@ -44,7 +44,8 @@ const char16_t kUsage[] =
     u"  export KIND FILE [--sheet NAME]   把一类资料(与主窗口的表格同样的列)导出为 Excel 工作簿的新表格\n"
     u"KIND: 1-12 或 client unit goods-type goods stock department option client-type area user-right\n"
     u"      receiver company\n"
-    u"URL: sqlite:///绝对路径.db | sqlite:相对路径.db | postgresql://用户[:密码]@主机[:端口]/库名\n";
+    u"URL: sqlite:///绝对路径.db[?mode=ro] | sqlite:相对路径.db | "
+    u"postgresql://用户[:密码]@主机[:端口]/库名[?sslmode=require&...]\n";
 
 struct Context
 {
@@ -70,6 +71,8 @@ std::shared_ptr<CConnection> openDatabase(Context &c, AppDatabase::Missing missi
     auto connection = AppDatabase::open(c.dbUrl, &error, missing);
     if (!connection) {
         c.err << error << u'\n';
+    } else if (!connection->notice().isEmpty()) {
+        c.err << connection->notice() << u'\n';
     }
     return connection;
 }
@@ -285,6 +288,10 @@ int cmdMigrate(Context &c)
     auto to = AppDatabase::open(toUrl, &error);
     if (!to) {
         c.err << error << u'\n';
+        return Failed;
+    }
+    if (from->sameDatabaseAs(*to)) {
+        c.err << u"源数据库和目标数据库是同一个数据库\n"_s;
         return Failed;
     }
     try {

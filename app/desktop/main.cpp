@@ -54,6 +54,9 @@ int main(int argc, char *argv[])
         fail(u"无法打开数据库:\n"_s + DatabaseUrl::masked(url) + u"\n\n"_s + error);
         return 1;
     }
+    if (!connection->notice().isEmpty()) {
+        CPrompt::current().MsgBox(connection->notice(), CPrompt::vbInformation, CPrompt::messageTitle());
+    }
     try {
         connection->EnsureSchema();
         if (parser.isSet(demoOption) && AppDatabase::isEmpty(*connection)) {

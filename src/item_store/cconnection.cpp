@@ -7,11 +7,18 @@
 #include <QDate>
 #include <QDateTime>
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
+#include <QSet>
 #include <QSqlDriver>
 #include <QSqlError>
 #include <QUrl>
 #include <QUrlQuery>
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -52,26 +59,28 @@ struct TableDdl
 // Column order of T_Item is the order in which an item is read and written.
 constexpr TableDdl kTables[] = {
     {"T_Item",
-     "CREATE TABLE T_Item (F_ID INTEGER NOT NULL PRIMARY KEY, F_ItemNo TEXT, F_ItemName TEXT, "
-     "F_ItemTypeID SMALLINT NOT NULL DEFAULT 0, F_Standard TEXT, F_Spell TEXT, F_ParentID INTEGER DEFAULT 0, "
-     "F_Remark TEXT, F_LimitUp REAL DEFAULT 0, F_LimitDown REAL DEFAULT 0, F_Address TEXT, F_Tel1 TEXT, "
-     "F_Tel2 TEXT, F_Tel3 TEXT, F_LinkMen TEXT, F_PostCode TEXT, F_Tag1 INTEGER DEFAULT 0, "
-     "F_Tag2 INTEGER DEFAULT 0, F_Tag3 INTEGER DEFAULT 0, F_OweWarring " SQLITE_AMOUNT " DEFAULT 0, "
-     "F_OweStop " SQLITE_AMOUNT " DEFAULT 0, F_Bank TEXT, F_BankAccount TEXT, F_OrderByID INTEGER DEFAULT 0, "
-     "F_Date DATE, F_IsSpecial BOOLEAN DEFAULT 0, F_ArtificialPerson TEXT, F_IRDNumber TEXT, "
-     "F_Price1 " SQLITE_AMOUNT ", F_Price2 " SQLITE_AMOUNT ", F_Price3 " SQLITE_AMOUNT ", F_Price4 " SQLITE_AMOUNT ", "
-     "F_PackageAmount REAL DEFAULT 1, F_Time1 DATETIME, F_Time2 DATETIME, F_Tag4 INTEGER DEFAULT 0, "
-     "F_Tag5 INTEGER DEFAULT 0, F_Tag6 INTEGER DEFAULT 0)",
-     "CREATE TABLE T_Item (F_ID INTEGER NOT NULL PRIMARY KEY, F_ItemNo TEXT, F_ItemName TEXT, "
-     "F_ItemTypeID SMALLINT NOT NULL DEFAULT 0, F_Standard TEXT, F_Spell TEXT, F_ParentID INTEGER DEFAULT 0, "
-     "F_Remark TEXT, F_LimitUp REAL DEFAULT 0, F_LimitDown REAL DEFAULT 0, F_Address TEXT, F_Tel1 TEXT, "
-     "F_Tel2 TEXT, F_Tel3 TEXT, F_LinkMen TEXT, F_PostCode TEXT, F_Tag1 INTEGER DEFAULT 0, "
-     "F_Tag2 INTEGER DEFAULT 0, F_Tag3 INTEGER DEFAULT 0, F_OweWarring NUMERIC(19,4) DEFAULT 0, "
-     "F_OweStop NUMERIC(19,4) DEFAULT 0, F_Bank TEXT, F_BankAccount TEXT, F_OrderByID INTEGER DEFAULT 0, "
-     "F_Date DATE, F_IsSpecial BOOLEAN DEFAULT FALSE, F_ArtificialPerson TEXT, F_IRDNumber TEXT, "
-     "F_Price1 NUMERIC(19,4), F_Price2 NUMERIC(19,4), F_Price3 NUMERIC(19,4), F_Price4 NUMERIC(19,4), "
-     "F_PackageAmount REAL DEFAULT 1, F_Time1 TIMESTAMP(0), F_Time2 TIMESTAMP(0), F_Tag4 INTEGER DEFAULT 0, "
-     "F_Tag5 INTEGER DEFAULT 0, F_Tag6 INTEGER DEFAULT 0)",
+     "CREATE TABLE T_Item (F_ID INTEGER NOT NULL PRIMARY KEY, F_ItemNo TEXT, F_ItemName TEXT, F_ItemTypeID "
+     "SMALLINT NOT NULL DEFAULT 0, F_Standard TEXT, F_Spell TEXT, F_ParentID INTEGER NOT NULL DEFAULT 0, "
+     "F_Remark TEXT, F_LimitUp REAL NOT NULL DEFAULT 0, F_LimitDown REAL NOT NULL DEFAULT 0, F_Address "
+     "TEXT, F_Tel1 TEXT, F_Tel2 TEXT, F_Tel3 TEXT, F_LinkMen TEXT, F_PostCode TEXT, F_Tag1 INTEGER NOT "
+     "NULL DEFAULT 0, F_Tag2 INTEGER NOT NULL DEFAULT 0, F_Tag3 INTEGER NOT NULL DEFAULT 0, F_OweWarring " SQLITE_AMOUNT
+     " NOT NULL DEFAULT 0, F_OweStop " SQLITE_AMOUNT " NOT NULL DEFAULT 0, F_Bank TEXT, F_BankAccount TEXT, "
+     "F_OrderByID INTEGER NOT NULL DEFAULT 0, F_Date DATE, F_IsSpecial BOOLEAN NOT NULL DEFAULT 0, "
+     "F_ArtificialPerson TEXT, F_IRDNumber TEXT, F_Price1 " SQLITE_AMOUNT ", F_Price2 " SQLITE_AMOUNT
+     ", F_Price3 " SQLITE_AMOUNT ", "
+     "F_Price4 " SQLITE_AMOUNT ", F_PackageAmount REAL DEFAULT 1, F_Time1 DATETIME, F_Time2 DATETIME, F_Tag4 INTEGER "
+     "NOT NULL DEFAULT 0, F_Tag5 INTEGER NOT NULL DEFAULT 0, F_Tag6 INTEGER NOT NULL DEFAULT 0)",
+     "CREATE TABLE T_Item (F_ID INTEGER NOT NULL PRIMARY KEY, F_ItemNo TEXT, F_ItemName TEXT, F_ItemTypeID "
+     "SMALLINT NOT NULL DEFAULT 0, F_Standard TEXT, F_Spell TEXT, F_ParentID INTEGER NOT NULL DEFAULT 0, "
+     "F_Remark TEXT, F_LimitUp REAL NOT NULL DEFAULT 0, F_LimitDown REAL NOT NULL DEFAULT 0, F_Address "
+     "TEXT, F_Tel1 TEXT, F_Tel2 TEXT, F_Tel3 TEXT, F_LinkMen TEXT, F_PostCode TEXT, F_Tag1 INTEGER NOT "
+     "NULL DEFAULT 0, F_Tag2 INTEGER NOT NULL DEFAULT 0, F_Tag3 INTEGER NOT NULL DEFAULT 0, F_OweWarring "
+     "NUMERIC(19,4) NOT NULL DEFAULT 0, F_OweStop NUMERIC(19,4) NOT NULL DEFAULT 0, F_Bank TEXT, "
+     "F_BankAccount TEXT, F_OrderByID INTEGER NOT NULL DEFAULT 0, F_Date DATE, F_IsSpecial BOOLEAN NOT "
+     "NULL DEFAULT FALSE, F_ArtificialPerson TEXT, F_IRDNumber TEXT, F_Price1 NUMERIC(19,4), F_Price2 "
+     "NUMERIC(19,4), F_Price3 NUMERIC(19,4), F_Price4 NUMERIC(19,4), F_PackageAmount REAL DEFAULT 1, "
+     "F_Time1 TIMESTAMP(0), F_Time2 TIMESTAMP(0), F_Tag4 INTEGER NOT NULL DEFAULT 0, F_Tag5 INTEGER NOT "
+     "NULL DEFAULT 0, F_Tag6 INTEGER NOT NULL DEFAULT 0)",
      "CREATE INDEX IX_Item_Type_No ON T_Item (F_ItemTypeID, F_ItemNo, F_ItemName);"
      "CREATE INDEX IX_Item_Parent ON T_Item (F_ParentID);"
      "CREATE INDEX IX_Item_Tag1 ON T_Item (F_Tag1);"
@@ -98,12 +107,56 @@ constexpr TableDdl kTables[] = {
 
 } // namespace
 
+namespace {
+
+// libpq's connection keywords that a URL may add after "?" (host, port, database, user and password come from the
+// URL itself; replication connections are not for this program).
+const QSet<QString> &postgresOptions()
+{
+    static const QSet<QString> names {
+        u"application_name"_s,
+        u"channel_binding"_s,
+        u"client_encoding"_s,
+        u"connect_timeout"_s,
+        u"fallback_application_name"_s,
+        u"gssencmode"_s,
+        u"gsslib"_s,
+        u"hostaddr"_s,
+        u"keepalives"_s,
+        u"keepalives_count"_s,
+        u"keepalives_idle"_s,
+        u"keepalives_interval"_s,
+        u"krbsrvname"_s,
+        u"options"_s,
+        u"passfile"_s,
+        u"requirepeer"_s,
+        u"service"_s,
+        u"ssl_max_protocol_version"_s,
+        u"ssl_min_protocol_version"_s,
+        u"sslcert"_s,
+        u"sslcompression"_s,
+        u"sslcrl"_s,
+        u"sslcrldir"_s,
+        u"sslkey"_s,
+        u"sslmode"_s,
+        u"sslpassword"_s,
+        u"sslrootcert"_s,
+        u"sslsni"_s,
+        u"target_session_attrs"_s,
+        u"tcp_user_timeout"_s,
+    };
+    return names;
+}
+
+} // namespace
+
 QString DatabaseUrl::masked(const QString &url)
 {
     // user:password@ → user:***@; the password may itself hold ':' but not an unescaped '@'.
     static const QRegularExpression password(u"^([A-Za-z][A-Za-z0-9+.-]*://[^:/@]*):[^@/]*@"_s);
+    static const QRegularExpression option(u"([?&]sslpassword=)[^&]*"_s);
     QString shown = url;
-    return shown.replace(password, u"\\1:***@"_s);
+    return shown.replace(password, u"\\1:***@"_s).replace(option, u"\\1***"_s);
 }
 
 DatabaseUrl DatabaseUrl::parse(const QString &url)
@@ -116,7 +169,15 @@ DatabaseUrl DatabaseUrl::parse(const QString &url)
         const qsizetype q = rest.indexOf(u'?');
         if (q >= 0) {
             const QUrlQuery query(rest.mid(q + 1));
-            result.readOnly = query.queryItemValue(u"mode"_s) == u"ro"_s;
+            const auto items = query.queryItems(QUrl::FullyDecoded);
+            for (const auto &[key, value] : items) {
+                if (key != u"mode"_s || (value != u"ro"_s && value != u"rw"_s)) {
+                    result.error = u"SQLite 地址只认识 ?mode=ro 或 ?mode=rw,不认识: "_s + key + u'=' + value;
+                    result.engine = Engine::Invalid;
+                    return result;
+                }
+                result.readOnly = value == u"ro"_s;
+            }
             rest.truncate(q);
         }
         if (rest == u":memory:"_s) {
@@ -155,11 +216,51 @@ DatabaseUrl DatabaseUrl::parse(const QString &url)
         if (result.databaseName.isEmpty()) {
             result.databaseName = result.user.isEmpty() ? u"postgres"_s : result.user;
         }
+        const auto items = QUrlQuery(parsed).queryItems(QUrl::FullyDecoded);
+        QStringList options;
+        for (const auto &[key, value] : items) {
+            if (!postgresOptions().contains(key)) {
+                result.error = u"不认识的 PostgreSQL 连接选项: "_s + key;
+                result.engine = Engine::Invalid;
+                return result;
+            }
+            if (value.contains(u';')) {
+                // The driver separates options by ';', so it cannot pass one on.
+                result.error = u"PostgreSQL 连接选项的值不能含有分号: "_s + key;
+                result.engine = Engine::Invalid;
+                return result;
+            }
+            QString quoted = value;
+            quoted.replace(u"\\"_s, u"\\\\"_s).replace(u"'"_s, u"\\'"_s);
+            options.append(key + u"='"_s + quoted + u'\'');
+        }
+        result.options = options.join(u';');
         return result;
     }
     result.error = u"不支持的数据库地址(应为 sqlite: 或 postgresql://): "_s + url;
     return result;
 }
+
+namespace {
+
+// An SQLite file this process cannot change: the file itself, or the folder where its journal would go, refuses
+// writing (a CD, a read-only mount, another user's files).
+bool sqliteFileIsWritable(const QString &path)
+{
+    const QByteArray file = QFile::encodeName(path);
+    const QByteArray folder = QFile::encodeName(QFileInfo(path).absolutePath());
+    return ::access(file.constData(), W_OK) == 0 && ::access(folder.constData(), W_OK) == 0;
+}
+
+bool onReadOnlyFileSystem(const QString &path)
+{
+    struct statvfs info
+    {
+    };
+    return ::statvfs(QFile::encodeName(path).constData(), &info) == 0 && (info.f_flag & ST_RDONLY) != 0;
+}
+
+} // namespace
 
 CConnection::CConnection(const QString &connectionName, const QString &url, Engine engine)
     : m_connectionName(connectionName)
@@ -185,14 +286,28 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
         return {};
     }
     std::shared_ptr<CConnection> connection(new CConnection(name, url, where.engine));
+    connection->m_readOnly = where.readOnly;
+    const bool sqliteFile =
+        where.engine == Engine::SQLite && where.databaseName != u":memory:"_s && QFileInfo::exists(where.databaseName);
+    if (sqliteFile && !where.readOnly && !sqliteFileIsWritable(where.databaseName)) {
+        connection->m_readOnly = true;
+        connection->m_notice = u"数据库文件所在位置不可写,已以只读方式打开,不能保存修改: "_s + where.databaseName;
+    }
     {
         QSqlDatabase db = QSqlDatabase::addDatabase(driver, name);
         db.setDatabaseName(where.databaseName);
         if (where.engine == Engine::SQLite) {
             // About ten seconds for another seat's write to finish, then a clear refusal instead of a long wait.
             QString options = u"QSQLITE_BUSY_TIMEOUT=10000"_s;
-            if (where.readOnly) {
+            if (connection->m_readOnly) {
                 options += u";QSQLITE_OPEN_READONLY"_s;
+            }
+            if (connection->m_readOnly && sqliteFile && onReadOnlyFileSystem(where.databaseName)) {
+                // Nothing can change a file on read-only media, and a WAL database could not be read there at all
+                // (its shared-memory file cannot be created): tell SQLite so.
+                options += u";QSQLITE_OPEN_URI"_s;
+                db.setDatabaseName(QUrl::fromLocalFile(where.databaseName).toString(QUrl::FullyEncoded)
+                                   + u"?immutable=1"_s);
             }
             db.setConnectOptions(options);
         } else {
@@ -201,8 +316,13 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
             db.setUserName(where.user);
             db.setPassword(where.password);
             // Keepalives find a server that went away while a statement waits for it.
-            db.setConnectOptions(u"connect_timeout=10;keepalives=1;keepalives_idle=30;keepalives_interval=10;"
-                                 "keepalives_count=3"_s);
+            // The URL's own options come last so that they win over these defaults.
+            QString options = u"connect_timeout=10;keepalives=1;keepalives_idle=30;keepalives_interval=10;"
+                              "keepalives_count=3"_s;
+            if (!where.options.isEmpty()) {
+                options += u';' + where.options;
+            }
+            db.setConnectOptions(options);
         }
         if (!db.open()) {
             if (errorMessage) {
@@ -217,7 +337,7 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
     }
     try {
         if (where.engine == Engine::SQLite) {
-            if (where.databaseName != u":memory:"_s && !where.readOnly) {
+            if (where.databaseName != u":memory:"_s && !connection->m_readOnly) {
                 // WAL lets readers go on while a writer commits.
                 connection->Select(u"PRAGMA journal_mode=WAL"_s);
             }
@@ -233,6 +353,51 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
         // A read-only file cannot switch its journal; it still serves reads.
     }
     return connection;
+}
+
+bool CConnection::sameDatabaseAs(CConnection &other)
+{
+    if (this == &other) {
+        return true;
+    }
+    if (m_engine != other.m_engine || !isOpen() || !other.isOpen()) {
+        return false;
+    }
+    if (m_engine == Engine::SQLite) {
+        const QString mine = database().databaseName();
+        const QString theirs = other.database().databaseName();
+        if (mine == u":memory:"_s || theirs == u":memory:"_s) {
+            return false;
+        }
+        struct stat a
+        {
+        };
+        struct stat b
+        {
+        };
+        auto fileOf = [](const QString &name) {
+            // A read-only open on read-only media names the file as a file: URI.
+            return name.startsWith(u"file:"_s) ? QUrl(name).toLocalFile() : name;
+        };
+        return ::stat(QFile::encodeName(fileOf(mine)).constData(), &a) == 0
+            && ::stat(QFile::encodeName(fileOf(theirs)).constData(), &b) == 0 && a.st_dev == b.st_dev
+            && a.st_ino == b.st_ino;
+    }
+    // A server lists the sessions of its databases: if the other connection sees this one's session (the same
+    // process started at the same moment) in its own database, both reach the same database. Needs no rights.
+    try {
+        QSqlQuery me = Select(u"SELECT pg_backend_pid(), CAST(backend_start AS TEXT) FROM pg_stat_activity "
+                              "WHERE pid = pg_backend_pid()"_s);
+        if (!next(me)) {
+            return false;
+        }
+        QSqlQuery seen = other.Select(u"SELECT COUNT(*) FROM pg_stat_activity WHERE pid = ? AND "
+                                      "CAST(backend_start AS TEXT) = ? AND datname = current_database()"_s,
+                                      {me.value(0), me.value(1)});
+        return next(seen) && seen.value(0).toInt() > 0;
+    } catch (const DbError &) {
+        return false;
+    }
 }
 
 bool CConnection::next(QSqlQuery &query)
@@ -462,6 +627,17 @@ void CConnection::EnsureSchema()
     m_layouts.clear();
     m_statements.clear();
     CTransaction transaction(*this);
+    // Several programs may create a new database at once: look again once this one holds the write lock (SQLite's
+    // BEGIN IMMEDIATE) or the schema lock (PostgreSQL's advisory lock), so only the first creates the tables.
+    if (m_engine == Engine::PostgreSQL) {
+        Select(u"SELECT pg_advisory_xact_lock(7114301)"_s);
+    }
+    missing.clear();
+    for (const TableDdl &table : kTables) {
+        if (!hasTable(QString::fromLatin1(table.name))) {
+            missing.append(&table);
+        }
+    }
     for (const TableDdl *t : std::as_const(missing)) {
         const TableDdl &table = *t;
         Execute(QString::fromLatin1(m_engine == Engine::SQLite ? table.sqlite : table.postgresql));

@@ -15,8 +15,15 @@
 #include <limits>
 #include <memory>
 
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <libpq-fe.h>
+#include <mutex>
 #include <sqlite3.h>
+#include <sys/socket.h>
+#include <thread>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
@@ -175,11 +182,77 @@ void appendCopyText(QByteArray &out, const QVariant &value)
 }
 
 // Streams rows into a table with COPY ... FROM STDIN, the fastest way into PostgreSQL.
+// A server that stops answering (a frozen backend, a host that vanished behind a live TCP peer) would leave a
+// copy waiting for ever: libpq has no time limit of its own. Every step of the copy re-arms this watchdog; when a
+// step takes longer than its limit, the sockets are shut down, so the waiting call returns with an error.
+class StallWatchdog
+{
+public:
+    StallWatchdog(std::vector<PGconn *> connections, std::chrono::milliseconds limit)
+        : m_connections(std::move(connections))
+        , m_limit(limit)
+    {
+        if (m_connections.empty() || m_limit.count() <= 0) {
+            return;
+        }
+        m_deadline = Clock::now() + m_limit;
+        m_thread = std::thread([this] { watch(); });
+    }
+    ~StallWatchdog()
+    {
+        if (m_thread.joinable()) {
+            {
+                const std::lock_guard lock(m_mutex);
+                m_stop = true;
+            }
+            m_wake.notify_all();
+            m_thread.join();
+        }
+    }
+    Q_DISABLE_COPY_MOVE(StallWatchdog)
+
+    /// Starts a new step, which may take the limit plus `extra` (for steps that grow with the data).
+    void step(std::chrono::milliseconds extra = std::chrono::milliseconds(0))
+    {
+        const std::lock_guard lock(m_mutex);
+        m_deadline = Clock::now() + m_limit + extra;
+    }
+    bool expired() const { return m_expired.load(); }
+    std::chrono::milliseconds limit() const { return m_limit; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    void watch()
+    {
+        std::unique_lock lock(m_mutex);
+        while (!m_stop) {
+            if (Clock::now() >= m_deadline) {
+                m_expired = true;
+                for (PGconn *pg : m_connections) {
+                    ::shutdown(PQsocket(pg), SHUT_RDWR);
+                }
+                return;
+            }
+            m_wake.wait_until(lock, m_deadline);
+        }
+    }
+
+    std::vector<PGconn *> m_connections;
+    std::chrono::milliseconds m_limit;
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    Clock::time_point m_deadline;
+    bool m_stop = false;
+    std::atomic<bool> m_expired {false};
+    std::thread m_thread;
+};
+
 class CopyIn
 {
 public:
-    CopyIn(PGconn *pg, const QString &table, const QStringList &columns)
+    CopyIn(PGconn *pg, const QString &table, const QStringList &columns, StallWatchdog &watchdog)
         : m_pg(pg)
+        , m_watchdog(watchdog)
     {
         const QByteArray sql = (u"COPY "_s + table + u" ("_s + columns.join(u',') + u") FROM STDIN"_s).toUtf8();
         PGresult *result = PQexec(pg, sql.constData());
@@ -247,6 +320,7 @@ public:
 private:
     void send()
     {
+        m_watchdog.step();
         if (!m_buffer.isEmpty() && PQputCopyData(m_pg, m_buffer.constData(), int(m_buffer.size())) != 1) {
             throw DbError(u"COPY 失败: "_s + QString::fromUtf8(PQerrorMessage(m_pg)));
         }
@@ -254,6 +328,7 @@ private:
     }
 
     PGconn *m_pg;
+    StallWatchdog &m_watchdog;
     QByteArray m_buffer;
     bool m_finished = false;
 };
@@ -353,7 +428,7 @@ qint64 streamSqliteToCopy(sqlite3 *db, const QString &select, const QVariantList
 }
 
 qint64 copyTable(CConnection &from, CConnection &to, const DatabaseCopy::Table &table,
-                 const DatabaseCopy::Progress &progress)
+                 const DatabaseCopy::Progress &progress, StallWatchdog &watchdog)
 {
     const QSqlRecord source = from.tableRecord(table.name);
     const QSqlRecord target = to.tableRecord(table.name);
@@ -402,10 +477,12 @@ qint64 copyTable(CConnection &from, CConnection &to, const DatabaseCopy::Table &
     // PostgreSQL takes the rows through COPY; other engines through multi-row INSERT statements.
     std::unique_ptr<CopyIn> copyIn;
     if (PGconn *pg = postgresHandle(to)) {
-        copyIn = std::make_unique<CopyIn>(pg, table.name, columns);
+        copyIn = std::make_unique<CopyIn>(pg, table.name, columns, watchdog);
     }
     // The end of either path: rows flushed, indexes back, keys reseeded.
     auto finish = [&](qint64 rows) {
+        // Building the indexes again takes time in proportion to the rows.
+        watchdog.step(std::chrono::milliseconds(rows / 10));
         if (copyIn) {
             copyIn->finish();
         }
@@ -460,6 +537,7 @@ qint64 copyTable(CConnection &from, CConnection &to, const DatabaseCopy::Table &
     // Keys are 32-bit: the bound must fit the column's type on PostgreSQL.
     qint64 nextKey = std::numeric_limits<qint32>::min();
     for (;;) {
+        watchdog.step();
         QSqlQuery page(from.database());
         page.setForwardOnly(true);
         if (from.engine() == CConnection::Engine::PostgreSQL) {
@@ -506,19 +584,39 @@ qint64 copyTable(CConnection &from, CConnection &to, const DatabaseCopy::Table &
 } // namespace
 
 DatabaseCopy::Result DatabaseCopy::copy(CConnection &from, CConnection &to, const QList<Table> &tables,
-                                        const Progress &progress)
+                                        const Progress &progress, std::chrono::milliseconds stallLimit)
 {
     Result result;
+    if (from.sameDatabaseAs(to)) {
+        // Copying a database onto itself would delete what it is about to read (and on a server waits for its
+        // own lock for ever).
+        result.error = u"源数据库和目标数据库是同一个数据库"_s;
+        return result;
+    }
+    std::vector<PGconn *> servers;
+    for (CConnection *connection : {&from, &to}) {
+        if (PGconn *pg = postgresHandle(*connection)) {
+            servers.push_back(pg);
+        }
+    }
+    StallWatchdog watchdog(servers, stallLimit);
     try {
         CTransaction transaction(to);
         for (const Table &table : tables) {
-            result.rows.append({table.name, copyTable(from, to, table, progress)});
+            result.rows.append({table.name, copyTable(from, to, table, progress, watchdog)});
         }
+        watchdog.step();
         transaction.Commit();
         result.ok = true;
     } catch (const DbError &e) {
         result.error = e.message();
         result.rows.clear();
+    }
+    if (watchdog.expired()) {
+        result.ok = false;
+        result.rows.clear();
+        result.error = u"数据库服务器 "_s + QString::number(watchdog.limit().count() / 1000.0)
+            + u" 秒没有应答,复制已中止,目标数据库保持原样"_s;
     }
     return result;
 }

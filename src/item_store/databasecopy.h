@@ -8,6 +8,7 @@
 #include <QStringList>
 #include <QVariantList>
 
+#include <chrono>
 #include <functional>
 
 class CConnection;
@@ -38,8 +39,12 @@ public:
     };
     using Progress = std::function<void(const QString &table, qint64 rows)>;
 
+    /// A step (a page of rows, an index) on which a PostgreSQL server gives no answer for `stallLimit` (plus time
+    /// for the rows when indexes are rebuilt) ends the copy with an error. A copy of a database onto itself is
+    /// refused.
     static Result copy(CConnection &from, CConnection &to, const QList<Table> &tables,
-                       const Progress &progress = Progress());
+                       const Progress &progress = Progress(),
+                       std::chrono::milliseconds stallLimit = std::chrono::seconds(120));
     /// Copies whole tables.
     static Result copyTables(CConnection &from, CConnection &to, const QStringList &tables);
     /// The tables that hold the master data: T_Item, T_GoodsPrice, T_GoodsInOutList.

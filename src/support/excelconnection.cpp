@@ -11,6 +11,10 @@
 
 #include <zip.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <vector>
 
@@ -302,6 +306,74 @@ bool ExcelConnectionPrivate::appendRow(NewSheet &sheet, const QStringList &cells
     return true;
 }
 
+namespace {
+
+// libzip writes a workbook as "<file>.XXXXXX" beside it and renames that over the file at the end; a writer that
+// was killed leaves the half-written copy behind. Writers hold a shared lock on the folder while they write, so a
+// copy found while no one holds it is a leftover.
+class FolderWriteLock
+{
+public:
+    explicit FolderWriteLock(const QString &folder)
+        : m_fd(::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+    { }
+    ~FolderWriteLock()
+    {
+        if (m_fd >= 0) {
+            ::close(m_fd);
+        }
+    }
+    Q_DISABLE_COPY_MOVE(FolderWriteLock)
+
+    bool lockExclusiveNow() { return m_fd >= 0 && ::flock(m_fd, LOCK_EX | LOCK_NB) == 0; }
+    void lockShared()
+    {
+        if (m_fd >= 0) {
+            ::flock(m_fd, LOCK_SH);
+        }
+    }
+
+private:
+    int m_fd;
+};
+
+void removeLeftoverCopies(const QString &file)
+{
+    const QFileInfo info(file);
+    FolderWriteLock folder(info.absolutePath());
+    if (!folder.lockExclusiveNow()) {
+        return; // someone is writing in this folder now
+    }
+    const QRegularExpression leftover(u"^"_s + QRegularExpression::escape(info.fileName()) + u"\\.[A-Za-z0-9]{6}$"_s);
+    const QStringList names =
+        info.absoluteDir().entryList({info.fileName() + u".??????"_s}, QDir::Files | QDir::Hidden);
+    for (const QString &name : names) {
+        if (!leftover.match(name).hasMatch()) {
+            continue;
+        }
+        // A copy that is a whole workbook may be the user's own ("商品.xlsx.backup"): only a half-written one, which
+        // lacks the zip directory written last, is a leftover.
+        const QString path = info.absoluteDir().filePath(name);
+        QFile candidate(path);
+        if (!candidate.open(QIODevice::ReadOnly)) {
+            continue;
+        }
+        const QByteArray head = candidate.read(2);
+        candidate.close();
+        if (!head.isEmpty() && head != "PK") {
+            continue;
+        }
+        int error = 0;
+        if (zip_t *whole = zip_open(QFile::encodeName(path).constData(), ZIP_RDONLY | ZIP_CHECKCONS, &error)) {
+            zip_discard(whole);
+            continue;
+        }
+        QFile::remove(path);
+    }
+}
+
+} // namespace
+
 bool ExcelConnectionPrivate::writeWorkbook()
 {
     std::vector<QByteArray> keep; // buffers handed to libzip must live until zip_close
@@ -339,6 +411,9 @@ bool ExcelConnectionPrivate::writeWorkbook()
             + kWorksheetContent + "\"/>";
     }
 
+    removeLeftoverCopies(file);
+    FolderWriteLock writing(QFileInfo(file).absolutePath());
+    writing.lockShared();
     int zipError = 0;
     const QByteArray path = QFile::encodeName(file);
     zip_t *zip = zip_open(path.constData(), exists ? 0 : (ZIP_CREATE | ZIP_EXCL), &zipError);

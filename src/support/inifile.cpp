@@ -24,11 +24,18 @@ IniFile::IniFile(const QByteArray &content)
     if (text.startsWith(QChar(0xFEFF))) {
         text.remove(0, 1);
     }
-    m_crlf = text.contains(u"\r\n"_s) || !text.contains(u'\n');
-    const bool finalNewline = text.endsWith(u'\n');
-    text.replace(u"\r\n"_s, u"\n"_s);
+    // The ending most lines have: one odd line (a last line ending in a bare CR) must not turn the file's endings
+    // over on the next save.
+    const qsizetype crlf = text.count(u"\r\n"_s);
+    const qsizetype lf = text.count(u'\n');
+    m_crlf = lf == 0 || crlf > lf - crlf;
+    // A last line without a line end stays so: adding one would make a bare CR there a line end on the next read.
+    m_finalNewline = text.endsWith(u'\n');
+    if (m_crlf) {
+        text.replace(u"\r\n"_s, u"\n"_s);
+    } // else the few CRLF lines keep their CR as part of the line (read as a blank), and are written back as they were
     m_lines = text.split(u'\n');
-    if (finalNewline) {
+    if (m_finalNewline) {
         m_lines.removeLast();
     }
 }
@@ -157,14 +164,15 @@ QByteArray IniFile::content() const
 {
     const QString eol = m_crlf ? u"\r\n"_s : u"\n"_s;
     QString text = m_lines.join(eol);
-    if (!m_lines.isEmpty()) {
+    if (!m_lines.isEmpty() && m_finalNewline) {
         text += eol;
     }
     if (m_gbk) {
+        // A GBK file stays GBK for the older programs that read it; bytes that did not decode (shown as U+FFFD)
+        // cannot be written back and become '?', where writing UTF-8 would garble every other line for them.
         QStringEncoder gbk("GBK");
-        const QByteArray bytes = gbk.encode(text);
-        if (!gbk.hasError()) {
-            return bytes;
+        if (gbk.isValid()) {
+            return gbk.encode(text);
         }
     }
     return text.toUtf8();

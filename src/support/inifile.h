@@ -40,6 +40,7 @@ private:
     QList<QString> m_lines;
     bool m_gbk = false;
     bool m_crlf = true;
+    bool m_finalNewline = true;
 };
 
 #endif

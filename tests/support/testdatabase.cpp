@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -73,6 +74,30 @@ std::shared_ptr<CConnection> create()
     }
     connection->EnsureSchema();
     return connection;
+}
+
+void allowNullsAsOlderPrograms(CConnection &connection)
+{
+    if (connection.engine() == CConnection::Engine::PostgreSQL) {
+        QSqlQuery columns =
+            connection.Select(u"SELECT column_name FROM information_schema.columns WHERE "
+                              "table_name = 't_item' AND is_nullable = 'NO' AND column_name <> 'f_id'"_s);
+        QStringList names;
+        while (columns.next()) {
+            names.append(columns.value(0).toString());
+        }
+        for (const QString &name : std::as_const(names)) {
+            connection.Execute(u"ALTER TABLE T_Item ALTER COLUMN "_s + name + u" DROP NOT NULL"_s);
+        }
+        return;
+    }
+    QSqlQuery table = connection.Select(u"SELECT sql FROM sqlite_master WHERE name = 'T_Item'"_s);
+    QVERIFY(table.next());
+    QString ddl = table.value(0).toString();
+    table.finish();
+    ddl.replace(u" NOT NULL DEFAULT"_s, u" DEFAULT"_s);
+    connection.Execute(u"DROP TABLE T_Item"_s);
+    connection.Execute(ddl);
 }
 
 std::shared_ptr<CConnection> createSqlite()

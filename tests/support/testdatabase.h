@@ -18,6 +18,9 @@ bool isPostgreSQL();
 QString freshUrl();
 /// A connection to a new database with the schema created. Fails the test (returns null) when that fails.
 std::shared_ptr<CConnection> create();
+/// Lets T_Item hold NULL in every column, as tables made by older programs do (the tables this library creates
+/// refuse NULL where reading has no rule for it). Call before anything else uses the connection.
+void allowNullsAsOlderPrograms(CConnection &connection);
 /// The same on SQLite whatever the engine under test (for copies between the engines).
 std::shared_ptr<CConnection> createSqlite();
 
