@@ -734,7 +734,7 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
     QStringConverter::Encoding encoding = QStringConverter::Utf8;
     bool gbk = false;
     {
-        QStringDecoder test(QStringConverter::Utf8, QStringDecoder::Flag::Stateless);
+        QStringDecoder test(QStringConverter::Utf8);
         QByteArray head = probe;
         // Back off a UTF-8 sequence that the probe cut.
         for (int k = 0; k < 3 && !head.isEmpty() && (uchar(head.back()) & 0x80); ++k) {
@@ -744,8 +744,8 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
             }
             head.chop(1);
         }
-        (void)test.decode(head);
-        gbk = test.hasError();
+        const QString decoded = test.decode(head);
+        gbk = test.hasError() || (decoded.contains(QChar::ReplacementCharacter) && !head.contains("\xEF\xBF\xBD"));
     }
     QStringDecoder decoder = gbk ? QStringDecoder("GBK") : QStringDecoder(encoding);
     if (!decoder.isValid()) {
