@@ -14,8 +14,11 @@
 #include <QHash>
 #include <QRegularExpression>
 #include <QSet>
+#include <QSqlDriver>
 #include <QSqlError>
 #include <QSqlQuery>
+
+#include <sqlite3.h>
 
 #include <cmath>
 #include <limits>
@@ -291,6 +294,95 @@ struct Rejected
     QStringList cells;
     QString reason;
 };
+
+// Rows into T_Item through SQLite's own statement interface, inside the connection's open transaction: binding
+// values through the driver costs more than the insert itself.
+class SqliteItemInsert
+{
+public:
+    SqliteItemInsert(sqlite3 *db, const QStringList &columns)
+        : m_db(db)
+    {
+        const QByteArray sql = (u"INSERT INTO T_Item ("_s + columns.join(u',') + u") VALUES ("_s
+                                + QString(u",?"_s).repeated(int(columns.size())).mid(1) + u")"_s)
+                                   .toUtf8();
+        if (sqlite3_prepare_v2(db, sql.constData(), int(sql.size()), &m_statement, nullptr) != SQLITE_OK) {
+            throw DbError(u"写入 T_Item 失败: "_s + QString::fromUtf8(sqlite3_errmsg(db)));
+        }
+    }
+    ~SqliteItemInsert() { sqlite3_finalize(m_statement); }
+    Q_DISABLE_COPY_MOVE(SqliteItemInsert)
+
+    void add(const CItem &item)
+    {
+        const auto columns = CItem::columns();
+        for (int c = 0; c < int(columns.size()); ++c) {
+            const int index = c + 1;
+            const QVariant value = item.value(c);
+            switch (columns[c].type) {
+            case CItem::ColumnType::Int32:
+            case CItem::ColumnType::Int16:
+                sqlite3_bind_int64(m_statement, index, value.toLongLong());
+                break;
+            case CItem::ColumnType::Boolean:
+                sqlite3_bind_int(m_statement, index, value.toBool() ? 1 : 0);
+                break;
+            case CItem::ColumnType::Single:
+                sqlite3_bind_double(m_statement, index, double(value.toFloat()));
+                break;
+            case CItem::ColumnType::Text: {
+                const QByteArray text = value.toString().toUtf8();
+                sqlite3_bind_text(m_statement, index, text.constData(), int(text.size()), SQLITE_TRANSIENT);
+                break;
+            }
+            case CItem::ColumnType::Currency: {
+                // As the connection binds amounts: a number up to fifteen digits, exact text beyond.
+                const Currency amount = value.value<Currency>();
+                constexpr qint64 fifteenDigits = Q_INT64_C(999999999999999);
+                if (amount.scaled() <= fifteenDigits && amount.scaled() >= -fifteenDigits) {
+                    sqlite3_bind_double(m_statement, index, amount.toDouble());
+                } else {
+                    const QByteArray text = amount.toFixed(4).toLatin1();
+                    sqlite3_bind_text(m_statement, index, text.constData(), int(text.size()), SQLITE_TRANSIENT);
+                }
+                break;
+            }
+            case CItem::ColumnType::Date:
+            case CItem::ColumnType::DateTime: {
+                const QDateTime when = value.toDateTime();
+                if (!when.isValid()) {
+                    sqlite3_bind_null(m_statement, index);
+                } else {
+                    const QByteArray text = when.toString(u"yyyy-MM-dd HH:mm:ss"_s).toLatin1();
+                    sqlite3_bind_text(m_statement, index, text.constData(), int(text.size()), SQLITE_TRANSIENT);
+                }
+                break;
+            }
+            }
+        }
+        const int step = sqlite3_step(m_statement);
+        sqlite3_reset(m_statement);
+        if (step != SQLITE_DONE) {
+            throw DbError(u"写入 T_Item 失败: "_s + QString::fromUtf8(sqlite3_errmsg(m_db)));
+        }
+    }
+
+private:
+    sqlite3 *m_db;
+    sqlite3_stmt *m_statement = nullptr;
+};
+
+sqlite3 *sqliteHandle(CConnection &connection)
+{
+    if (connection.engine() != CConnection::Engine::SQLite) {
+        return nullptr;
+    }
+    const QVariant handle = connection.database().driver()->handle();
+    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) {
+        return nullptr;
+    }
+    return *static_cast<sqlite3 *const *>(handle.constData());
+}
 
 } // namespace
 
@@ -999,11 +1091,18 @@ void ItemImportPrivate::write(const ItemImport::Options &, const QHash<QString, 
             }
         }
 
+        std::size_t i = 0;
+        if (sqlite3 *handle = sqliteHandle(connection)) {
+            SqliteItemInsert insert(handle, names);
+            for (const CItemPtr &item : inserts) {
+                insert.add(*item);
+            }
+            i = inserts.size();
+        }
         QSqlQuery batch(connection.database());
-        if (inserts.size() >= std::size_t(kBatchRows) && !batch.prepare(insertSql(kBatchRows))) {
+        if (inserts.size() - i >= std::size_t(kBatchRows) && !batch.prepare(insertSql(kBatchRows))) {
             throw DbError(batch.lastError().text());
         }
-        std::size_t i = 0;
         for (; i + kBatchRows <= inserts.size(); i += kBatchRows) {
             for (int r = 0; r < kBatchRows; ++r) {
                 bind(batch, r * count, *inserts[i + std::size_t(r)]);

@@ -14,12 +14,15 @@
 #include <zip.h>
 
 #include <cmath>
+#include <cstring>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
 constexpr qint64 kRatioFloor = qint64(64) << 20;
+// The longest tag or text the part scanner holds at once; a cell's text is at most 32,767 characters.
+constexpr qsizetype kMaxToken = qsizetype(4) << 20;
 
 // One part of a zip archive as a sequential device that stops, with an error, where the limits say the part is no
 // longer a spreadsheet but a bomb.
@@ -32,7 +35,7 @@ public:
         , m_limits(limits)
         , m_part(part)
     {
-        QIODevice::open(QIODevice::ReadOnly);
+        QIODevice::open(QIODevice::ReadOnly | QIODevice::Unbuffered);
     }
     ~ZipEntryDevice() override { zip_fclose(m_file); }
     Q_DISABLE_COPY_MOVE(ZipEntryDevice)
@@ -68,6 +71,266 @@ private:
     QString m_part;
     qint64 m_read = 0;
     QString m_failure;
+};
+
+// A forward-only reader of the elements and character data of the large parts of a workbook (sheets, shared
+// strings), many times faster than a general XML parser: workbooks hold millions of elements of a few kinds.
+// Views stay valid until the next call of next(). Document type declarations are refused (no entity expansion).
+// An element name against a literal, without measuring the literal at run time.
+template<std::size_t N>
+bool is(QByteArrayView name, const char (&literal)[N])
+{
+    return name.size() == qsizetype(N - 1) && std::memcmp(name.data(), literal, N - 1) == 0;
+}
+
+// QByteArrayView::mid with its clamping, which this Qt version's view does not offer.
+QByteArrayView part(QByteArrayView view, qsizetype pos, qsizetype n = -1)
+{
+    pos = qBound<qsizetype>(0, pos, view.size());
+    const qsizetype available = view.size() - pos;
+    return view.sliced(pos, n < 0 || n > available ? available : n);
+}
+
+class PartScanner
+{
+public:
+    enum Token { StartElement, EndElement, Characters, End, Error };
+
+    PartScanner(ZipEntryDevice &device, qsizetype maxToken)
+        : m_device(device)
+        , m_maxToken(maxToken)
+    { }
+
+    Token next()
+    {
+        if (m_pendingEnd) {
+            m_pendingEnd = false;
+            m_name = m_endName;
+            return EndElement;
+        }
+        for (;;) {
+            if (m_pos >= m_buf.size() && !fill()) {
+                return m_error.isEmpty() ? End : Error;
+            }
+            const char *data = m_buf.constData();
+            const qsizetype size = m_buf.size();
+            if (data[m_pos] != '<') {
+                const void *lt = std::memchr(data + m_pos, '<', std::size_t(size - m_pos));
+                if (!lt && !m_eof) {
+                    if (!fill()) {
+                        return m_error.isEmpty() ? End : Error;
+                    }
+                    continue;
+                }
+                const qsizetype end = lt ? static_cast<const char *>(lt) - data : size;
+                m_text = QByteArrayView(data + m_pos, end - m_pos);
+                m_cdata = false;
+                m_pos = end;
+                return Characters;
+            }
+            // A tag: up to the '>' outside quotes (comments and CDATA up to their own ends).
+            const QByteArrayView rest(data + m_pos, size - m_pos);
+            qsizetype close = -1;
+            const bool special = rest.size() > 1 && rest[1] == '!';
+            if (special && rest.startsWith("<!--")) {
+                close = rest.indexOf("-->");
+                close = close < 0 ? -1 : close + 2;
+            } else if (special && rest.startsWith("<![CDATA[")) {
+                close = rest.indexOf("]]>");
+                close = close < 0 ? -1 : close + 2;
+            } else if (!special || rest.size() >= 9 || m_eof) {
+                char quote = 0;
+                for (qsizetype i = 1; i < rest.size(); ++i) {
+                    const char c = rest[i];
+                    if (quote) {
+                        quote = c == quote ? 0 : quote;
+                    } else if (c == '"' || c == '\'') {
+                        quote = c;
+                    } else if (c == '>') {
+                        close = i;
+                        break;
+                    }
+                }
+            }
+            if (close < 0) {
+                if (m_eof) {
+                    m_error = u"XML 在标记中间结束"_s;
+                    return Error;
+                }
+                if (!fill()) {
+                    return Error;
+                }
+                continue;
+            }
+            const QByteArrayView tag = part(rest, 1, close - 1);
+            m_pos += close + 1;
+            if (tag.startsWith("![CDATA[")) {
+                m_text = part(tag, 8, tag.size() - 10);
+                m_cdata = true;
+                return Characters;
+            }
+            if (tag.startsWith('?') || tag.startsWith("!--")) {
+                continue;
+            }
+            if (tag.startsWith('!')) {
+                m_error = u"不接受文档类型声明"_s;
+                return Error;
+            }
+            if (tag.startsWith('/')) {
+                m_name = localName(part(tag, 1).trimmed());
+                return EndElement;
+            }
+            const bool selfClosing = tag.endsWith('/');
+            const QByteArrayView body = selfClosing ? tag.chopped(1) : tag;
+            qsizetype n = 0;
+            while (n < body.size() && !isSpace(body[n])) {
+                ++n;
+            }
+            m_name = localName(part(body, 0, n));
+            m_attributes = part(body, n);
+            if (selfClosing) {
+                m_endName = m_name.toByteArray();
+                m_pendingEnd = true;
+            }
+            return StartElement;
+        }
+    }
+
+    QByteArrayView name() const { return m_name; }
+    QByteArrayView text() const { return m_text; }
+    bool isCData() const { return m_cdata; }
+    QString errorString() const { return m_error; }
+
+    /// The raw value of an attribute of the current start element (by local name), empty when it has none.
+    QByteArrayView attribute(QByteArrayView wanted) const
+    {
+        const QByteArrayView a = m_attributes;
+        qsizetype i = 0;
+        while (i < a.size()) {
+            while (i < a.size() && isSpace(a[i])) {
+                ++i;
+            }
+            const qsizetype nameStart = i;
+            while (i < a.size() && a[i] != '=' && !isSpace(a[i])) {
+                ++i;
+            }
+            const QByteArrayView name = localName(part(a, nameStart, i - nameStart));
+            while (i < a.size() && (isSpace(a[i]) || a[i] == '=')) {
+                ++i;
+            }
+            if (i >= a.size() || (a[i] != '"' && a[i] != '\'')) {
+                return {};
+            }
+            const char quote = a[i++];
+            const qsizetype valueStart = i;
+            while (i < a.size() && a[i] != quote) {
+                ++i;
+            }
+            if (name == wanted) {
+                return part(a, valueStart, i - valueStart);
+            }
+            ++i;
+        }
+        return {};
+    }
+
+    /// Character data with its entity and character references resolved.
+    static QString decode(QByteArrayView raw, bool cdata = false)
+    {
+        if (cdata || !raw.contains('&')) {
+            return QString::fromUtf8(raw);
+        }
+        QByteArray out;
+        out.reserve(raw.size());
+        for (qsizetype i = 0; i < raw.size(); ++i) {
+            if (raw[i] != '&') {
+                out += raw[i];
+                continue;
+            }
+            const qsizetype semi = raw.indexOf(';', i);
+            if (semi < 0 || semi - i > 10) {
+                out += raw[i];
+                continue;
+            }
+            const QByteArrayView entity = part(raw, i + 1, semi - i - 1);
+            if (entity == "lt") {
+                out += '<';
+            } else if (entity == "gt") {
+                out += '>';
+            } else if (entity == "amp") {
+                out += '&';
+            } else if (entity == "quot") {
+                out += '"';
+            } else if (entity == "apos") {
+                out += '\'';
+            } else if (entity.startsWith('#')) {
+                bool ok = false;
+                const uint code =
+                    entity.startsWith("#x") ? part(entity, 2).toUInt(&ok, 16) : part(entity, 1).toUInt(&ok);
+                if (!ok || code > 0x10FFFF) {
+                    out += part(raw, i, semi - i + 1);
+                } else {
+                    const char32_t c = char32_t(code);
+                    out += QString::fromUcs4(&c, 1).toUtf8();
+                }
+            } else {
+                out += part(raw, i, semi - i + 1);
+            }
+            i = semi;
+        }
+        return QString::fromUtf8(out);
+    }
+
+private:
+    static bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+    static QByteArrayView localName(QByteArrayView name)
+    {
+        const qsizetype colon = name.indexOf(':');
+        return colon < 0 ? name : part(name, colon + 1);
+    }
+
+    bool fill()
+    {
+        if (m_eof) {
+            return false;
+        }
+        if (m_pos > 0) {
+            m_buf.remove(0, m_pos);
+            m_pos = 0;
+        }
+        if (m_buf.size() > m_maxToken) {
+            m_error = u"XML 中有超过 "_s + QString::number(m_maxToken >> 20) + u" MB 的单个标记或文字"_s;
+            return false;
+        }
+        constexpr qsizetype kChunk = 1 << 18;
+        const qsizetype old = m_buf.size();
+        m_buf.resize(old + kChunk);
+        const qint64 n = m_device.read(m_buf.data() + old, kChunk);
+        if (n < 0) {
+            m_buf.resize(old);
+            m_error = m_device.failure().isEmpty() ? u"无法读取工作簿"_s : m_device.failure();
+            return false;
+        }
+        m_buf.resize(old + n);
+        if (n == 0) {
+            m_eof = true;
+            return m_pos < m_buf.size();
+        }
+        return true;
+    }
+
+    ZipEntryDevice &m_device;
+    qsizetype m_maxToken;
+    QByteArray m_buf;
+    qsizetype m_pos = 0;
+    bool m_eof = false;
+    QByteArrayView m_name;
+    QByteArrayView m_attributes;
+    QByteArrayView m_text;
+    bool m_cdata = false;
+    bool m_pendingEnd = false;
+    QByteArray m_endName;
+    QString m_error;
 };
 
 QString resolveTarget(const QString &baseDir, const QString &target)
@@ -208,13 +471,23 @@ bool isDateFormatCode(const QString &code)
     return false;
 }
 
+char16_t unit(QChar c)
+{
+    return c.unicode();
+}
+char16_t unit(char c)
+{
+    return char16_t(uchar(c));
+}
+
 // "AB12" → column 27; -1 when the reference has no letters.
-int referenceColumn(QStringView ref)
+template<typename View>
+int referenceColumn(View ref)
 {
     int column = 0;
     qsizetype i = 0;
     for (; i < ref.size(); ++i) {
-        const char16_t c = ref[i].unicode();
+        const char16_t c = unit(ref[i]);
         if (c >= u'A' && c <= u'Z') {
             column = column * 26 + (c - u'A' + 1);
         } else if (c >= u'a' && c <= u'z') {
@@ -432,38 +705,43 @@ bool WorkbookReaderPrivate::loadSharedStrings()
     if (!device) {
         return missing ? (error.clear(), true) : false;
     }
-    QXmlStreamReader xml(device.get());
+    PartScanner xml(*device, kMaxToken);
     QString current;
-    int depthInPhonetic = 0;
+    int phonetic = 0;
     bool inItem = false;
-    while (!xml.atEnd()) {
-        xml.readNext();
-        if (xml.isStartElement()) {
-            if (xml.name() == u"si") {
+    bool inText = false;
+    for (;;) {
+        const PartScanner::Token token = xml.next();
+        if (token == PartScanner::End) {
+            break;
+        }
+        if (token == PartScanner::Error) {
+            return fail(u"工作簿的共享文字已损坏: "_s + xml.errorString());
+        }
+        if (token == PartScanner::StartElement) {
+            if (is(xml.name(), "si")) {
                 inItem = true;
                 current.clear();
-            } else if (xml.name() == u"rPh") {
-                ++depthInPhonetic;
-            } else if (xml.name() == u"t" && inItem && depthInPhonetic == 0) {
-                current += xml.readElementText();
-                if (current.size() > limits.maxCellChars) {
-                    return fail(u"工作簿中有超过 "_s + QString::number(limits.maxCellChars) + u" 个字符的文字"_s);
-                }
+            } else if (is(xml.name(), "rPh")) {
+                ++phonetic;
+            } else if (is(xml.name(), "t")) {
+                inText = inItem && phonetic == 0;
             }
-        } else if (xml.isEndElement()) {
-            if (xml.name() == u"si") {
+        } else if (token == PartScanner::EndElement) {
+            if (is(xml.name(), "si")) {
                 inItem = false;
                 sharedStrings.push_back(decodeEscapes(current));
-            } else if (xml.name() == u"rPh") {
-                --depthInPhonetic;
+            } else if (is(xml.name(), "rPh")) {
+                --phonetic;
+            } else if (is(xml.name(), "t")) {
+                inText = false;
+            }
+        } else if (inText) {
+            current += PartScanner::decode(xml.text(), xml.isCData());
+            if (current.size() > limits.maxCellChars) {
+                return fail(u"工作簿中有超过 "_s + QString::number(limits.maxCellChars) + u" 个字符的文字"_s);
             }
         }
-    }
-    if (!device->failure().isEmpty()) {
-        return fail(device->failure());
-    }
-    if (xml.hasError()) {
-        return fail(u"工作簿的共享文字已损坏: "_s + xml.errorString());
     }
     return true;
 }
@@ -525,20 +803,44 @@ bool WorkbookReaderPrivate::readXlsxSheet(const SheetEntry &sheet, const Workboo
     if (!device) {
         return false;
     }
-    QXmlStreamReader xml(device.get());
+    PartScanner xml(*device, kMaxToken);
     WorkbookReader::Row row;
     int rowNumber = 0;
     int nextColumn = 0;
     bool inRow = false;
-    bool stopped = false;
+    bool inCell = false;
+    enum class Capture { None, Value, Text } capture = Capture::None;
+    int phonetic = 0;
+    // The cell being read.
+    int column = 0;
+    enum class CellType { Number, Shared, Inline, Text, Boolean } type = CellType::Number;
+    int style = 0;
+    bool formula = false;
     QString value;
     QString inlineText;
-    while (!stopped && !xml.atEnd()) {
-        xml.readNext();
-        if (xml.isStartElement()) {
-            const QStringView name = xml.name();
-            if (name == u"row") {
-                const QStringView r = xml.attributes().value("r"_L1);
+    for (;;) {
+        const PartScanner::Token token = xml.next();
+        if (token == PartScanner::End) {
+            break;
+        }
+        if (token == PartScanner::Error) {
+            return fail(u"表格 ["_s + sheet.name + u"] 已损坏: "_s + xml.errorString());
+        }
+        if (token == PartScanner::Characters) {
+            if (capture == Capture::Value) {
+                value += PartScanner::decode(xml.text(), xml.isCData());
+            } else if (capture == Capture::Text && phonetic == 0) {
+                inlineText += PartScanner::decode(xml.text(), xml.isCData());
+            }
+            if (value.size() > limits.maxCellChars || inlineText.size() > limits.maxCellChars) {
+                return checkCell(rowNumber, column, value.size() > inlineText.size() ? value : inlineText);
+            }
+            continue;
+        }
+        const QByteArrayView name = xml.name();
+        if (token == PartScanner::StartElement) {
+            if (is(name, "row")) {
+                const QByteArrayView r = xml.attribute("r");
                 int number = rowNumber + 1;
                 if (!r.isEmpty()) {
                     bool ok = false;
@@ -546,7 +848,7 @@ bool WorkbookReaderPrivate::readXlsxSheet(const SheetEntry &sheet, const Workboo
                     number = ok && given > rowNumber && given < (1 << 30) ? int(given) : -1;
                 }
                 if (number < 1) {
-                    return fail(u"表格 ["_s + sheet.name + u"] 的行号 "_s + r.toString() + u" 无效"_s);
+                    return fail(u"表格 ["_s + sheet.name + u"] 的行号 "_s + QString::fromUtf8(r) + u" 无效"_s);
                 }
                 if (number > limits.maxRows) {
                     return fail(u"表格 ["_s + sheet.name + u"] 超过了 "_s + QString::number(limits.maxRows) + u" 行"_s);
@@ -555,73 +857,39 @@ bool WorkbookReaderPrivate::readXlsxSheet(const SheetEntry &sheet, const Workboo
                 nextColumn = 0;
                 row.clear();
                 inRow = true;
-            } else if (name == u"c" && inRow) {
-                const auto attributes = xml.attributes();
-                const QStringView ref = attributes.value("r"_L1);
-                int column = ref.isEmpty() ? nextColumn : referenceColumn(ref);
+            } else if (is(name, "c") && inRow) {
+                const QByteArrayView ref = xml.attribute("r");
+                column = ref.isEmpty() ? nextColumn : referenceColumn(ref);
                 if (column < 0) {
                     column = nextColumn;
                 }
                 nextColumn = column + 1;
-                const QString type = attributes.value("t"_L1).toString();
-                const int style = attributes.value("s"_L1).toInt();
-                bool formula = false;
+                const QByteArrayView t = xml.attribute("t");
+                type = t.isEmpty()                             ? CellType::Number
+                    : is(t, "s")                               ? CellType::Shared
+                    : is(t, "inlineStr")                       ? CellType::Inline
+                    : is(t, "b")                               ? CellType::Boolean
+                    : is(t, "str") || is(t, "e") || is(t, "d") ? CellType::Text
+                                                               : CellType::Number;
+                style = xml.attribute("s").toInt();
+                formula = false;
                 value.clear();
                 inlineText.clear();
-                int phonetic = 0;
-                // The cell's children: its value, a formula, or inline text.
-                while (!xml.atEnd()) {
-                    xml.readNext();
-                    if (xml.isStartElement()) {
-                        if (xml.name() == u"v") {
-                            value = xml.readElementText();
-                        } else if (xml.name() == u"f") {
-                            formula = true;
-                            xml.skipCurrentElement();
-                        } else if (xml.name() == u"rPh") {
-                            ++phonetic;
-                        } else if (xml.name() == u"t" && phonetic == 0) {
-                            inlineText += xml.readElementText();
-                        }
-                    } else if (xml.isEndElement()) {
-                        if (xml.name() == u"c") {
-                            break;
-                        }
-                        if (xml.name() == u"rPh") {
-                            --phonetic;
-                        }
-                    }
-                }
-                QString text;
-                if (type == u"s"_s) {
-                    bool ok = false;
-                    const qint64 index = value.toLongLong(&ok);
-                    if (!ok || index < 0 || index >= qint64(sharedStrings.size())) {
-                        return fail(u"表格 ["_s + sheet.name + u"] 的单元格 "_s + ref.toString()
-                                    + u" 引用了不存在的共享文字"_s);
-                    }
-                    text = sharedStrings[std::size_t(index)];
-                } else if (type == u"inlineStr"_s) {
-                    text = decodeEscapes(inlineText);
-                } else if (type == u"str"_s || type == u"e"_s || type == u"d"_s) {
-                    text = decodeEscapes(value);
-                } else if (type == u"b"_s) {
-                    text = value == u"1"_s || value == u"true"_s ? u"1"_s : u"0"_s;
-                } else if (!value.isEmpty()) {
-                    const bool isDate = style >= 0 && std::size_t(style) < dateStyles.size() && dateStyles[style];
-                    text = isDate ? serialDateText(value.toDouble(), date1904) : numberText(value);
-                }
-                if (!checkCell(rowNumber, column, text)) {
-                    return false;
-                }
-                if (!text.isEmpty() || formula) {
-                    row.push_back({column, std::move(text), formula});
-                }
-            } else if (name == u"mergeCell") {
-                const QStringView ref = xml.attributes().value("ref"_L1);
+                phonetic = 0;
+                inCell = true;
+            } else if (inCell && is(name, "v")) {
+                capture = Capture::Value;
+            } else if (inCell && is(name, "f")) {
+                formula = true;
+            } else if (inCell && is(name, "rPh")) {
+                ++phonetic;
+            } else if (inCell && is(name, "t")) {
+                capture = Capture::Text;
+            } else if (is(name, "mergeCell")) {
+                const QString ref = QString::fromLatin1(xml.attribute("ref"));
                 const qsizetype colon = ref.indexOf(u':');
-                const QStringView first = colon < 0 ? ref : ref.left(colon);
-                const QStringView last = colon < 0 ? ref : ref.mid(colon + 1);
+                const QStringView first = colon < 0 ? QStringView(ref) : QStringView(ref).left(colon);
+                const QStringView last = colon < 0 ? QStringView(ref) : QStringView(ref).mid(colon + 1);
                 WorkbookReader::Range range {referenceRow(first), referenceRow(last), referenceColumn(first),
                                              referenceColumn(last)};
                 if (range.firstRow > 0 && range.lastRow >= range.firstRow && range.firstColumn >= 0
@@ -629,20 +897,49 @@ bool WorkbookReaderPrivate::readXlsxSheet(const SheetEntry &sheet, const Workboo
                     merged.append(range);
                 }
             }
-        } else if (xml.isEndElement() && xml.name() == u"row") {
+            continue;
+        }
+        // End of an element.
+        if (is(name, "v") || is(name, "t")) {
+            capture = Capture::None;
+        } else if (is(name, "rPh")) {
+            --phonetic;
+        } else if (is(name, "c") && inCell) {
+            inCell = false;
+            QString text;
+            if (type == CellType::Shared) {
+                bool ok = false;
+                const qint64 index = value.toLongLong(&ok);
+                if (!ok || index < 0 || index >= qint64(sharedStrings.size())) {
+                    return fail(u"表格 ["_s + sheet.name + u"] 的单元格 "_s + WorkbookReader::columnName(column)
+                                + QString::number(rowNumber) + u" 引用了不存在的共享文字"_s);
+                }
+                text = sharedStrings[std::size_t(index)];
+            } else if (type == CellType::Inline) {
+                text = decodeEscapes(inlineText);
+            } else if (type == CellType::Text) {
+                text = decodeEscapes(value);
+            } else if (type == CellType::Boolean) {
+                text = value == u"1"_s || value == u"true"_s ? u"1"_s : u"0"_s;
+            } else if (!value.isEmpty()) {
+                const bool isDate = style >= 0 && std::size_t(style) < dateStyles.size() && dateStyles[style];
+                text = isDate ? serialDateText(value.toDouble(), date1904) : numberText(value);
+            }
+            if (!checkCell(rowNumber, column, text)) {
+                return false;
+            }
+            if (!text.isEmpty() || formula) {
+                row.push_back({column, std::move(text), formula});
+            }
+        } else if (is(name, "row") && inRow) {
             inRow = false;
             if (!row.empty()) {
                 std::sort(row.begin(), row.end(), [](const auto &a, const auto &b) { return a.column < b.column; });
-                stopped = !handler(rowNumber, row);
+                if (!handler(rowNumber, row)) {
+                    return true;
+                }
             }
         }
-    }
-    if (!device->failure().isEmpty()) {
-        return fail(device->failure());
-    }
-    if (!stopped && xml.hasError()) {
-        return fail(u"表格 ["_s + sheet.name + u"] 已损坏: "_s + xml.errorString() + u"(第 "_s
-                    + QString::number(xml.lineNumber()) + u" 行)"_s);
     }
     return true;
 }
