@@ -96,6 +96,7 @@ int import(const QString &dbUrl, int itemTypeID, QStringList args, QTextStream &
         }
     }
     options.skipBad = !rejectFile.isEmpty();
+    options.reloadLists = false; // the command ends with the import
     if (!QFileInfo(file).isFile()) {
         err << u"文件 "_s << file << u" 不存在\n"_s;
         return Failed;

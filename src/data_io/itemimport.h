@@ -24,8 +24,8 @@ class ItemImportPrivate;
  *
  * A dry run only reports. A real run writes everything in one transaction, or nothing when a row was refused,
  * unless bad rows are to be skipped; rows whose number exists update that item only when asked to. The collections
- * handed in are reloaded after a write. Not supported: kinds without a number/name list of their own (options,
- * user rights, the company record), prices per client, stock movements.
+ * handed in are reloaded after a write unless the caller does without. Not supported: kinds without a number/name list
+ * of their own (options, user rights, the company record), prices per client, stock movements.
  */
 class QUILLON_EXPORT ItemImport
 {
@@ -38,6 +38,7 @@ public:
         bool skipBad = false; // write the good rows and leave the refused ones out
         bool createMissing = false; // units and types named but not found are created
         bool suggestNumbers = false; // rows without a number get the next free one
+        bool reloadLists = true; // after a write, the collections handed in are loaded again
     };
     struct RowError
     {

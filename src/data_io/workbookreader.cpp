@@ -234,6 +234,43 @@ public:
         return {};
     }
 
+    /// The raw values of up to three attributes in one walk over the start element's attributes.
+    void attributes(std::initializer_list<std::pair<QByteArrayView, QByteArrayView *>> wanted) const
+    {
+        for (const auto &[name, out] : wanted) {
+            *out = {};
+        }
+        const QByteArrayView a = m_attributes;
+        qsizetype i = 0;
+        while (i < a.size()) {
+            while (i < a.size() && isSpace(a[i])) {
+                ++i;
+            }
+            const qsizetype nameStart = i;
+            while (i < a.size() && a[i] != '=' && !isSpace(a[i])) {
+                ++i;
+            }
+            const QByteArrayView name = localName(part(a, nameStart, i - nameStart));
+            while (i < a.size() && (isSpace(a[i]) || a[i] == '=')) {
+                ++i;
+            }
+            if (i >= a.size() || (a[i] != '"' && a[i] != '\'')) {
+                return;
+            }
+            const char quote = a[i++];
+            const qsizetype valueStart = i;
+            while (i < a.size() && a[i] != quote) {
+                ++i;
+            }
+            for (const auto &[wantedName, out] : wanted) {
+                if (name == wantedName) {
+                    *out = part(a, valueStart, i - valueStart);
+                }
+            }
+            ++i;
+        }
+    }
+
     /// Character data with its entity and character references resolved.
     static QString decode(QByteArrayView raw, bool cdata = false)
     {
@@ -858,20 +895,22 @@ bool WorkbookReaderPrivate::readXlsxSheet(const SheetEntry &sheet, const Workboo
                 row.clear();
                 inRow = true;
             } else if (is(name, "c") && inRow) {
-                const QByteArrayView ref = xml.attribute("r");
+                QByteArrayView ref;
+                QByteArrayView t;
+                QByteArrayView styleIndex;
+                xml.attributes({{"r", &ref}, {"t", &t}, {"s", &styleIndex}});
                 column = ref.isEmpty() ? nextColumn : referenceColumn(ref);
                 if (column < 0) {
                     column = nextColumn;
                 }
                 nextColumn = column + 1;
-                const QByteArrayView t = xml.attribute("t");
                 type = t.isEmpty()                             ? CellType::Number
                     : is(t, "s")                               ? CellType::Shared
                     : is(t, "inlineStr")                       ? CellType::Inline
                     : is(t, "b")                               ? CellType::Boolean
                     : is(t, "str") || is(t, "e") || is(t, "d") ? CellType::Text
                                                                : CellType::Number;
-                style = xml.attribute("s").toInt();
+                style = styleIndex.isEmpty() ? 0 : styleIndex.toInt();
                 formula = false;
                 value.clear();
                 inlineText.clear();
