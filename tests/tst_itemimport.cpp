@@ -303,6 +303,47 @@ private Q_SLOTS:
         QVERIFY2(report.error.contains(error), qPrintable(report.error));
     }
 
+    void workbooksOfOtherProgramsAreCheckedToo_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<qint64>("added");
+        QTest::addColumn<QString>("problem");
+        QTest::newRow("legacy xls") << u"xls"_s << u"old.xls"_s << qint64(2) << QString();
+        QTest::newRow("formula without a value")
+            << u"formula"_s << u"formula.xlsx"_s << qint64(1) << u"2 C(单件进价) 公式没有计算结果"_s;
+        QTest::newRow("merged cells in the data")
+            << u"merged"_s << u"merged.xlsx"_s << qint64(0) << u"数据区有合并单元格(C3:C4)"_s;
+    }
+    void workbooksOfOtherProgramsAreCheckedToo()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, name);
+        QFETCH(qint64, added);
+        QFETCH(QString, problem);
+        const QString file = m_dir.filePath(name);
+        QProcess writer;
+        writer.start(u"/usr/bin/python3"_s, {QStringLiteral(QUILLON_TEST_SUPPORT_DIR "/makebook.py"), kind, file});
+        QVERIFY(writer.waitForFinished(60000));
+        QVERIFY2(writer.exitCode() == 0, writer.readAllStandardError().constData());
+        auto db = smallShop();
+        QVERIFY(db);
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        ItemImport::Options options;
+        options.dryRun = true;
+        const ItemImport::Report report = store.import(file, options);
+        QCOMPARE(report.added, added);
+        QString found = report.error;
+        for (const ItemImport::RowError &e : report.errors) {
+            found += QString::number(e.row) + u' ' + e.column + u' ' + e.reason;
+        }
+        if (problem.isEmpty()) {
+            QVERIFY2(report.ok, qPrintable(report.text()));
+        } else {
+            QVERIFY2(found.contains(problem), qPrintable(found));
+        }
+    }
+
     void failedWriteLeavesTableAndListAsTheyWere()
     {
         auto db = smallShop();

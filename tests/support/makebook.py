@@ -3,7 +3,8 @@
 
     makebook.py CASE OUT
 
-CASE: types (an .xlsx with shared strings, numbers, a date, a boolean, formulas, gaps and a second sheet),
+CASE: types (an .xlsx with shared strings, numbers, a date, a boolean, formulas, gaps and a second sheet), formula
+(a goods sheet whose price is a formula never calculated),
 merged (an .xlsx with merged cells in its data rows), xls (a legacy Excel 97-2003 workbook through xlwt), shared
 (an .xlsx written by hand as spreadsheet programs write it: shared strings with rich text and phonetic runs, cells
 without references, the 1904 date system).
@@ -25,6 +26,16 @@ def types(out):
     other = wb.create_sheet("其他")
     other.append(["名称"])
     other.append(["只在第二张表"])
+    wb.save(out)
+
+
+def formula(out):
+    import openpyxl
+    wb = openpyxl.Workbook()
+    ws = wb.active
+    ws.append(["编号", "名称", "单件进价"])
+    ws.append(["A1", "甲", "=2*3"])
+    ws.append(["A2", "乙", 4])
     wb.save(out)
 
 
@@ -93,4 +104,4 @@ def shared(out):
 
 
 if __name__ == "__main__":
-    {"types": types, "merged": merged, "xls": xls, "shared": shared}[sys.argv[1]](sys.argv[2])
+    {"types": types, "formula": formula, "merged": merged, "xls": xls, "shared": shared}[sys.argv[1]](sys.argv[2])
