@@ -985,7 +985,9 @@ bool WorkbookReaderPrivate::readXlsxSheet(const SheetEntry &sheet, const Workboo
 
 bool WorkbookReaderPrivate::openXls()
 {
-    if (QFileInfo(file).size() > limits.maxPartBytes) {
+    // FreeXL reads the whole file into memory; the format's 65,536 rows of 256 columns fit well within this.
+    constexpr qint64 kMaxXlsBytes = qint64(256) << 20;
+    if (QFileInfo(file).size() > qMin(limits.maxPartBytes, kMaxXlsBytes)) {
         return fail(u"文件 "_s + file + u" 太大,不是能读取的 Excel 97-2003 工作簿"_s);
     }
     if (freexl_open(QFile::encodeName(file).constData(), &xls) != FREEXL_OK) {
