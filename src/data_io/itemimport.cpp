@@ -498,6 +498,7 @@ ItemImport::Preview ItemImport::preview(const QString &file, const QString &shee
             return rowNumber < kHeaderSearchRows;
         }
         result.rows.append(texts(cells));
+        result.rowNumbers.append(rowNumber);
         return result.rows.size() < rows;
     });
     if (!ok) {
@@ -864,7 +865,9 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
         const QString name = item.F_ItemName();
         if (!name.isEmpty()) {
             const auto owner = nameOwner.constFind(name);
-            if (owner != nameOwner.constEnd() && *owner != p.existingID) {
+            // A row refused because its number exists would only be told again that its item's name exists.
+            const bool sameItem = !number.isEmpty() && numberOwner.contains(number) && !p.existingID;
+            if (owner != nameOwner.constEnd() && *owner != p.existingID && !sameItem) {
                 // Items that already share a name may keep it; no row may give an item another's name.
                 const CItemPtr self = p.existingID ? d->items.SearchItemByID(p.existingID) : CItemPtr();
                 if (!self || self->F_ItemName() != name) {
@@ -1102,6 +1105,29 @@ void ItemImportPrivate::write(const ItemImport::Options &options, const QHash<QS
 
         std::size_t i = 0;
         if (sqlite3 *handle = sqliteHandle(connection)) {
+            // A page cache of 64 MB holds an import of a hundred thousand rows and keeps SQLite from spilling pages
+            // to its log before the commit; the connection's own size comes back afterwards.
+            struct CacheSize
+            {
+                sqlite3 *db;
+                int previous = 0;
+                explicit CacheSize(sqlite3 *handle)
+                    : db(handle)
+                {
+                    sqlite3_stmt *statement = nullptr;
+                    if (sqlite3_prepare_v2(db, "PRAGMA cache_size", -1, &statement, nullptr) == SQLITE_OK
+                        && sqlite3_step(statement) == SQLITE_ROW) {
+                        previous = sqlite3_column_int(statement, 0);
+                    }
+                    sqlite3_finalize(statement);
+                    sqlite3_exec(db, "PRAGMA cache_size=-65536", nullptr, nullptr, nullptr);
+                }
+                ~CacheSize()
+                {
+                    const QByteArray sql = "PRAGMA cache_size=" + QByteArray::number(previous);
+                    sqlite3_exec(db, sql.constData(), nullptr, nullptr, nullptr);
+                }
+            } cacheSize(handle);
             // Into a table smaller than the import, rows go faster without the secondary indexes, which are built
             // again afterwards in the same transaction.
             QList<QPair<QString, QString>> indexes;

@@ -71,6 +71,7 @@ public:
         int headerRow = 0;
         QStringList headers;
         QList<QStringList> rows;
+        QList<int> rowNumbers; // each row's number in the sheet
     };
 
     static constexpr int kMaxListedErrors = 100000;

@@ -169,9 +169,12 @@ void frmImport::showPreview()
     grdPreview->setColumnCount(int(columns));
     grdPreview->setHorizontalHeaderLabels(preview.headers);
     grdPreview->setRowCount(int(preview.rows.size()));
+    QStringList numbers;
+    for (const int number : preview.rowNumbers) {
+        numbers.append(QString::number(number)); // as the sheet and the check results number them
+    }
+    grdPreview->setVerticalHeaderLabels(numbers);
     for (int r = 0; r < preview.rows.size(); ++r) {
-        // Rows are numbered as the sheet numbers them only when they follow the header without gaps; the
-        // header row tells where the data starts.
         for (int c = 0; c < preview.rows[r].size(); ++c) {
             grdPreview->setItem(r, c, new QTableWidgetItem(preview.rows[r][c]));
         }
