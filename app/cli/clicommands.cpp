@@ -1,6 +1,7 @@
 #include "clicommands.h"
 
 #include "appdatabase.h"
+#include "datacommands.h"
 #include "demodata.h"
 #include "itemformat.h"
 
@@ -42,7 +43,7 @@ const char16_t kUsage[] =
     u"  migrate --from URL --to URL [--replace]   把全部基础资料(T_Item、T_GoodsPrice、T_GoodsInOutList)复制到另一个\n"
     u"                             数据库;目标已有基础资料时须加 --replace 才会替换\n"
     u"  export KIND FILE [--sheet NAME]   把一类资料(与主窗口的表格同样的列)导出为 Excel 工作簿的新表格\n"
-    u"KIND: 1-12 或 client unit goods-type goods stock department option client-type area user-right\n"
+    u"KIND: 1-12 或 client(supplier) unit goods-type goods stock department option client-type area user-right\n"
     u"      receiver company\n"
     u"URL: sqlite:///绝对路径.db[?mode=ro] | sqlite:相对路径.db | "
     u"postgresql://用户[:密码]@主机[:端口]/库名[?sslmode=require&...]\n";
@@ -61,7 +62,7 @@ int usage(Context &c, const QString &problem)
     if (!problem.isEmpty()) {
         c.err << problem << u'\n';
     }
-    c.err << QString::fromUtf16(kUsage);
+    c.err << QString::fromUtf16(kUsage) << DataCommands::usage();
     return Usage;
 }
 
@@ -125,7 +126,8 @@ int parseKind(const QString &kind)
             return i + 1;
         }
     }
-    return 0;
+    // Suppliers are clients: one kind serves both.
+    return kind == u"supplier"_s ? itemTypeNumber(ItemType::Client) : 0;
 }
 
 // Takes the KIND argument off the front; 0 after reporting a usage error.
@@ -483,6 +485,24 @@ int cmdPy(Context &c)
     return Ok;
 }
 
+// import, backup and restore; -1 for other commands.
+int runDataCommand(Context &c, const QString &command)
+{
+    if (command == u"import"_s) {
+        int code = Ok;
+        const int type = takeKind(c, &code);
+        return type ? DataCommands::import(c.dbUrl, type, c.args, c.out, c.err) : code;
+    }
+    if (command == u"backup"_s) {
+        return DataCommands::backup(c.dbUrl, c.args, c.out, c.err);
+    }
+    if (command == u"restore"_s) {
+        QTextStream in(stdin);
+        return DataCommands::restore(c.dbUrl, c.args, in, c.out, c.err);
+    }
+    return -1;
+}
+
 } // namespace
 
 int run(const QStringList &arguments, QTextStream &out, QTextStream &err)
@@ -510,7 +530,7 @@ int run(const QStringList &arguments, QTextStream &out, QTextStream &err)
             out << u"quillon-cli "_s << Module1::LibraryVersion() << u'\n';
             return Ok;
         } else if (option == u"--help"_s || option == u"-h"_s) {
-            out << QString::fromUtf16(kUsage);
+            out << QString::fromUtf16(kUsage) << DataCommands::usage();
             return Ok;
         } else {
             return usage(c, u"无法识别的选项: "_s + option);
@@ -530,6 +550,9 @@ int run(const QStringList &arguments, QTextStream &out, QTextStream &err)
         if (command == QStringView(name)) {
             return handler(c);
         }
+    }
+    if (const int code = runDataCommand(c, command); code >= 0) {
+        return code;
     }
     return usage(c, u"未知的命令: "_s + command);
 }

@@ -4,10 +4,12 @@
 #include "excelconnection.h"
 #include "frmclientedit.h"
 #include "frmgoodsedit.h"
+#include "frmimport.h"
 #include "frmsearch.h"
 #include "itemgrid.h"
 #include "itemtablemodel.h"
 #include "itemtype.h"
+#include "masterbackup.h"
 #include "module1.h"
 #include "prompt.h"
 
@@ -256,6 +258,10 @@ void frmMain::createActions()
     };
     QMenu *file = menuBar()->addMenu(u"文件(&F)"_s);
     mnuExportToExcel = add(file, u"mnuExportToExcel"_s, u"导出到Excel(&E)..."_s, &frmMain::mnuExportToExcel_Click);
+    mnuImport = add(file, u"mnuImport"_s, u"导入(&I)..."_s, &frmMain::mnuImport_Click);
+    file->addSeparator();
+    mnuBackup = add(file, u"mnuBackup"_s, u"备份(&B)..."_s, &frmMain::mnuBackup_Click);
+    mnuRestore = add(file, u"mnuRestore"_s, u"恢复(&R)..."_s, &frmMain::mnuRestore_Click);
     file->addSeparator();
     mnuFilePrintSetup = add(file, u"mnuFilePrintSetup"_s, u"打印设置(&U)..."_s, &frmMain::mnuFilePrintSetup_Click);
     mnuFilePrint = add(file, u"mnuFilePrint"_s, u"打印(&P)"_s, &frmMain::mnuFilePrint_Click, QKeySequence::Print);
@@ -618,6 +624,7 @@ void frmMain::EnableMenu(int itemType)
     mnuFilePrint->setEnabled(items);
     mnuItemMan->setEnabled(items);
     mnuExportToExcel->setEnabled(items);
+    mnuImport->setEnabled(items && ItemImport::canImport(itemType));
     mnuViewGoodsInOutList->setEnabled(itemType == ItemType::Goods);
 }
 
@@ -1022,6 +1029,110 @@ bool frmMain::ExportGridTo(const QString &chosen)
                                   CPrompt::vbInformation, CPrompt::messageTitle());
     }
     return ok;
+}
+
+void frmMain::mnuImport_Click()
+{
+    const std::shared_ptr<CItems> items = collection(m_kind);
+    if (!items || !ItemImport::canImport(m_kind) || !settleChanges()) {
+        return;
+    }
+    frmImport dialog(items.get(), collection(itemTypeNumber(ItemType::Unit)).get(),
+                     collection(itemTypeNumber(ItemType::GoodsType)).get(),
+                     collection(itemTypeNumber(ItemType::ClientType)).get(), this);
+    dialog.exec();
+    // Units and types the import created are in their lists now; the grid shows the reloaded items.
+    showKind(m_kind);
+}
+
+void frmMain::mnuBackup_Click()
+{
+    const QString file = QFileDialog::getSaveFileName(
+        this, u"备份基础资料"_s, u"基础资料备份"_s + QDateTime::currentDateTime().toString(u"yyyyMMdd-hhmmss"_s),
+        u"备份文件 (*.qlbak)"_s);
+    if (!file.trimmed().isEmpty()) {
+        BackupTo(QFileInfo(file).suffix().isEmpty() ? file + u".qlbak"_s : file);
+    }
+}
+
+bool frmMain::BackupTo(const QString &file)
+{
+    if (!m_connection) {
+        return false;
+    }
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    const MasterBackup::Result result = MasterBackup::backup(*m_connection, file);
+    QApplication::restoreOverrideCursor();
+    if (!result.ok) {
+        CPrompt::current().MsgBox(result.error, CPrompt::vbExclamation, CPrompt::messageTitle());
+        return false;
+    }
+    CPrompt::current().MsgBox(u"基础资料已经备份到"_s + file + u"\r\n共 "_s
+                                  + QString::number(result.rows.value(0).second) + u" 条资料。"_s,
+                              CPrompt::vbInformation, CPrompt::messageTitle());
+    return true;
+}
+
+void frmMain::mnuRestore_Click()
+{
+    const QString file = QFileDialog::getOpenFileName(this, u"从备份恢复基础资料"_s, QString(),
+                                                      u"备份文件 (*.qlbak *.db);;所有文件 (*)"_s);
+    if (!file.trimmed().isEmpty()) {
+        RestoreFrom(file);
+    }
+}
+
+bool frmMain::RestoreFrom(const QString &file)
+{
+    if (!m_connection || !settleChanges()) {
+        return false;
+    }
+    // The file is checked before the question: nobody confirms a restore that cannot happen.
+    const MasterBackup::Result check = MasterBackup::inspect(file);
+    if (!check.ok) {
+        CPrompt::current().MsgBox(check.error, CPrompt::vbExclamation, CPrompt::messageTitle());
+        return false;
+    }
+    if (CPrompt::current().MsgBox(u"恢复会用备份中的 "_s + QString::number(check.rows.value(0).second)
+                                      + u" 条资料替换现在的全部基础资料,现在的资料将不再保留。\r\n您确实要恢复吗?"_s,
+                                  CPrompt::vbYesNo | CPrompt::vbQuestion, CPrompt::messageTitle())
+        != CPrompt::vbYes) {
+        return false;
+    }
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    const MasterBackup::Result result = MasterBackup::restore(*m_connection, file);
+    if (result.ok) {
+        reloadCollections();
+    }
+    QApplication::restoreOverrideCursor();
+    if (!result.ok) {
+        CPrompt::current().MsgBox(result.error, CPrompt::vbExclamation, CPrompt::messageTitle());
+        return false;
+    }
+    CPrompt::current().MsgBox(u"基础资料已经从"_s + file + u"恢复。"_s, CPrompt::vbInformation,
+                              CPrompt::messageTitle());
+    return true;
+}
+
+void frmMain::reloadCollections()
+{
+    for (const auto &[type, items] : m_collections) {
+        if (items) {
+            items->Refresh(0);
+        }
+    }
+    const auto goods = collection(itemTypeNumber(ItemType::Goods));
+    const auto units = collection(itemTypeNumber(ItemType::Unit));
+    const auto goodsTypes = collection(itemTypeNumber(ItemType::GoodsType));
+    if (goods && units && goodsTypes) {
+        CItems::JoinGoodsNames(*goods, *units, *goodsTypes);
+    }
+    const auto clients = collection(itemTypeNumber(ItemType::Client));
+    const auto clientTypes = collection(itemTypeNumber(ItemType::ClientType));
+    if (clients && clientTypes) {
+        CItems::JoinClientTypeNames(*clients, *clientTypes);
+    }
+    showKind(m_kind);
 }
 
 void frmMain::mnuHelpAbout_Click()

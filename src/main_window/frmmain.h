@@ -59,6 +59,9 @@ public:
     QAction *mnuFilePrint = nullptr;
     QAction *mnuFilePrintSetup = nullptr;
     QAction *mnuExportToExcel = nullptr;
+    QAction *mnuImport = nullptr;
+    QAction *mnuBackup = nullptr;
+    QAction *mnuRestore = nullptr;
     QAction *mnuReLogin = nullptr;
     QAction *mnuModifyPassword = nullptr;
     QAction *mnuFileClose = nullptr;
@@ -136,6 +139,15 @@ public:
     void mnuViewRefresh_Click();
     void mnuFilePrint_Click();
     void mnuExportToExcel_Click();
+    /// 导入: the import window of the selected kind.
+    void mnuImport_Click();
+    /// 备份: the master data into a new backup file the clerk names.
+    void mnuBackup_Click();
+    /// 恢复: the master data replaced from a backup file, after the clerk agreed; every list is loaded again.
+    void mnuRestore_Click();
+    /// Backup and restore without the file dialogs; false when refused or failed (the clerk was told).
+    bool BackupTo(const QString &file);
+    bool RestoreFrom(const QString &file);
     /// The file the export writes for a name chosen in the save dialog: a name without .xlsx or .xls gets the
     /// extension of the dialog's selected filter ("Excel 工作簿 (*.xlsx)", the default, or
     /// "Microsoft Excel File(*.xls)").
@@ -190,6 +202,8 @@ private:
     /// Asks about unsaved changes; false when the user's changes could not be saved (stay where we are).
     bool settleChanges();
     bool hostHandles(const char *signal) const;
+    /// Every list loaded again from the database, with the names joined, and the grid shown anew.
+    void reloadCollections();
     QString nodeText(int itemType) const;
     void updateTitle();
 

@@ -1,0 +1,228 @@
+#include "workbookreader.h"
+
+#include <QFile>
+#include <QProcess>
+#include <QStringEncoder>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+class WorkbookReaderTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+
+    QString path(const QString &name) const { return m_dir.filePath(name); }
+
+    QString make(const QString &kind, const QString &name)
+    {
+        const QString file = path(name);
+        QProcess writer;
+        writer.start(u"/usr/bin/python3"_s, {QStringLiteral(QUILLON_TEST_SUPPORT_DIR "/makebook.py"), kind, file});
+        if (!writer.waitForFinished(60000) || writer.exitCode() != 0) {
+            qWarning() << writer.readAllStandardError();
+            return QString();
+        }
+        return file;
+    }
+
+    QString write(const QString &name, const QByteArray &bytes)
+    {
+        QFile f(path(name));
+        if (!f.open(QIODevice::WriteOnly) || f.write(bytes) != bytes.size()) {
+            return QString();
+        }
+        return f.fileName();
+    }
+
+    // Each row as "row: A=text B=text", a formula cell marked with ƒ after its text.
+    static QStringList rowsOf(WorkbookReader &reader, const QString &sheet, bool *ok = nullptr)
+    {
+        QStringList rows;
+        const bool read = reader.readSheet(sheet, [&](int number, const WorkbookReader::Row &cells) {
+            QString line = QString::number(number) + u':';
+            for (const WorkbookReader::Cell &cell : cells) {
+                line += u' ' + WorkbookReader::columnName(cell.column) + u'=' + cell.text
+                    + (cell.formula ? u"ƒ"_s : QString());
+            }
+            rows.append(line);
+            return true;
+        });
+        if (ok) {
+            *ok = read;
+        }
+        return rows;
+    }
+
+    static QString readError(const QString &file, const WorkbookReader::Limits &limits = WorkbookReader::Limits())
+    {
+        WorkbookReader reader(file);
+        reader.setLimits(limits);
+        if (!reader.open()) {
+            return reader.errorString();
+        }
+        bool ok = false;
+        rowsOf(reader, QString(), &ok);
+        return ok ? QString() : reader.errorString();
+    }
+
+private Q_SLOTS:
+    void initTestCase() { QVERIFY(m_dir.isValid()); }
+
+    void xlsxCellsAsAClerkSeesThem()
+    {
+        const QString file = make(u"types"_s, u"types.xlsx"_s);
+        QVERIFY(!file.isEmpty());
+        WorkbookReader reader(file);
+        QVERIFY2(reader.open(), qPrintable(reader.errorString()));
+        QCOMPARE(reader.format(), WorkbookReader::Format::Xlsx);
+        QCOMPARE(reader.sheetNames(), QStringList({u"商品"_s, u"其他"_s}));
+        const QStringList expected = {
+            u"1: A=编号 B=名称 C=单件进价 D=日期 E=特价 F=公式 H=备注"_s,
+            u"2: A=A001 B=可乐 C=35.568 D=2024-03-05 E=1 F=ƒ H=第一行"_s,
+            u"3: A=A002 B=雪碧 C=0.0001 D=2024-03-05 14:30:00 E=0 F=ƒ"_s,
+            u"4: A=A003 B=芬达 C=12 H=A & <b>"_s,
+        };
+        QCOMPARE(rowsOf(reader, QString()), expected);
+        QCOMPARE(rowsOf(reader, u"其他"_s), QStringList({u"1: A=名称"_s, u"2: A=只在第二张表"_s}));
+    }
+
+    void sharedStringsRichTextAndTheDateSystemOf1904()
+    {
+        const QString file = make(u"shared"_s, u"shared.xlsx"_s);
+        QVERIFY(!file.isEmpty());
+        WorkbookReader reader(file);
+        QVERIFY2(reader.open(), qPrintable(reader.errorString()));
+        const QStringList expected = {
+            u"1: A=编号 B=名称 C=1"_s,
+            u"3: A=1500 B=上海百联 C=1904-01-01"_s,
+            u"4: B= 带空格 \t C=公式文字"_s,
+        };
+        QCOMPARE(rowsOf(reader, u"客户"_s), expected);
+    }
+
+    void legacyXlsThroughFreeXL()
+    {
+        const QString file = make(u"xls"_s, u"old.xls"_s);
+        QVERIFY(!file.isEmpty());
+        WorkbookReader reader(file);
+        QVERIFY2(reader.open(), qPrintable(reader.errorString()));
+        QCOMPARE(reader.format(), WorkbookReader::Format::Xls);
+        QCOMPARE(reader.sheetNames(), QStringList({u"商品"_s, u"其他"_s}));
+        const QStringList expected = {
+            u"1: A=编号 B=名称 C=单件进价 D=日期 E=包装数量"_s,
+            u"2: A=A001 B=可乐 C=35.568 D=2024-03-05 E=24"_s,
+            u"3: A=A002 B=雪碧 C=2.5"_s,
+        };
+        QCOMPARE(rowsOf(reader, u"商品"_s), expected);
+    }
+
+    void mergedAreasAreReportedAfterTheRead()
+    {
+        const QString file = make(u"merged"_s, u"merged.xlsx"_s);
+        WorkbookReader reader(file);
+        QVERIFY2(reader.open(), qPrintable(reader.errorString()));
+        rowsOf(reader, QString());
+        const QList<WorkbookReader::Range> ranges = reader.mergedRanges();
+        QCOMPARE(ranges.size(), 2);
+        QCOMPARE(ranges[1].firstRow, 3);
+        QCOMPARE(ranges[1].lastRow, 4);
+        QCOMPARE(ranges[1].firstColumn, 2);
+    }
+
+    void csvInUtf8AndGbk_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        const QString text = u"编号,名称,备注\r\nA001,\"可乐, 大瓶\",\"说 \"\"好\"\"\n第二行\"\r\n\r\nA002,雪碧,\n"_s;
+        QTest::newRow("utf-8 with mark") << QByteArray("\xEF\xBB\xBF") + text.toUtf8();
+        QTest::newRow("utf-8") << text.toUtf8();
+        QStringEncoder gbk("GBK");
+        QTest::newRow("gbk") << QByteArray(gbk.encode(text));
+        QTest::newRow("tabs")
+            << u"编号\t名称\t备注\r\nA001\t\"可乐, 大瓶\"\t\"说 \"\"好\"\"\n第二行\"\r\n\r\nA002\t雪碧\t\n"_s.toUtf8();
+    }
+    void csvInUtf8AndGbk()
+    {
+        QFETCH(QByteArray, bytes);
+        WorkbookReader reader(write(u"list.csv"_s, bytes));
+        QVERIFY2(reader.open(), qPrintable(reader.errorString()));
+        QCOMPARE(reader.format(), WorkbookReader::Format::Csv);
+        const QStringList expected = {
+            u"1: A=编号 B=名称 C=备注"_s,
+            u"2: A=A001 B=可乐, 大瓶 C=说 \"好\"\n第二行"_s,
+            u"4: A=A002 B=雪碧"_s,
+        };
+        QCOMPARE(rowsOf(reader, QString()), expected);
+    }
+
+    void hostileFilesStopWithAClearError_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("text named .xlsx") << write(u"fake.xlsx"_s, "这不是工作簿") << u"不是工作簿"_s;
+        QTest::newRow("zip without workbook")
+            << write(u"empty.xlsx"_s, QByteArray("PK\x03\x04", 4) + QByteArray(100, 'x')) << u"不是 Excel 工作簿"_s;
+        QTest::newRow("empty csv") << write(u"nothing.csv"_s, QByteArray()) << QString();
+        // One row past the format's limit, and one column past it.
+        QByteArray rows;
+        rows.reserve(2 * 1048577);
+        for (int i = 0; i < 1048577; ++i) {
+            rows += "a\n";
+        }
+        QTest::newRow("1048577 rows") << write(u"rows.csv"_s, rows) << u"超过了 1048576 行"_s;
+        QTest::newRow("16385 columns") << write(u"columns.csv"_s, QByteArray(16385, ',')) << u"超过了 16384 列"_s;
+        QTest::newRow("cell of 40000 characters")
+            << write(u"long.csv"_s, QByteArray(40000, 'x')) << u"超过 32767 个字符"_s;
+    }
+    void hostileFilesStopWithAClearError()
+    {
+        QFETCH(QString, file);
+        QFETCH(QString, message);
+        const QString error = readError(file);
+        if (message.isEmpty()) {
+            QCOMPARE(error, QString());
+        } else {
+            QVERIFY2(error.contains(message), qPrintable(error));
+        }
+    }
+
+    void zipBombIsRefusedBeforeItIsInflated()
+    {
+        // A sheet of 200 MB of blanks packs into a few hundred kilobytes.
+        const QString file = path(u"bomb.xlsx"_s);
+        QProcess writer;
+        writer.start(u"/usr/bin/python3"_s,
+                     {u"-c"_s,
+                      u"import sys, zipfile\n"
+                      "z = zipfile.ZipFile(sys.argv[1], 'w', zipfile.ZIP_DEFLATED)\n"
+                      "z.writestr('_rels/.rels', '<Relationships><Relationship Type=\"x/officeDocument\" "
+                      "Target=\"xl/workbook.xml\"/></Relationships>')\n"
+                      "z.writestr('xl/workbook.xml', '<workbook><sheets><sheet name=\"s\" id=\"rId1\"/></sheets>"
+                      "</workbook>')\n"
+                      "z.writestr('xl/_rels/workbook.xml.rels', '<Relationships><Relationship Id=\"rId1\" "
+                      "Type=\"x/worksheet\" Target=\"worksheets/sheet1.xml\"/></Relationships>')\n"
+                      "with z.open('xl/worksheets/sheet1.xml', 'w', force_zip64=True) as f:\n"
+                      "    f.write(b'<worksheet><sheetData>')\n"
+                      "    for i in range(200): f.write(b' ' * (1 << 20))\n"
+                      "z.close()\n"_s,
+                      file});
+        QVERIFY(writer.waitForFinished(120000));
+        QVERIFY2(writer.exitCode() == 0, writer.readAllStandardError().constData());
+        const QString error = readError(file);
+        QVERIFY2(error.contains(u"恶意"_s), qPrintable(error));
+    }
+
+    void missingSheetNamesTheOnesThereAre()
+    {
+        WorkbookReader reader(make(u"types"_s, u"named.xlsx"_s));
+        QVERIFY(reader.open());
+        QVERIFY(!reader.readSheet(u"客户"_s, [](int, const WorkbookReader::Row &) { return true; }));
+        QCOMPARE(reader.errorString(), u"工作簿中没有名为 [客户] 的表格;有: 商品, 其他"_s);
+    }
+};
+
+QTEST_GUILESS_MAIN(WorkbookReaderTest)
+#include "tst_workbookreader.moc"
