@@ -1,5 +1,6 @@
 #include "cconnection.h"
 
+#include "changelog.h"
 #include "crecordset.h"
 #include "currency.h"
 
@@ -215,24 +216,60 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
             return {};
         }
     }
+    connection->m_readOnly = where.readOnly;
+    connection->m_memory = where.databaseName == u":memory:"_s;
+    connection->setUp();
+    return connection;
+}
+
+void CConnection::setUp()
+{
     try {
-        if (where.engine == Engine::SQLite) {
-            if (where.databaseName != u":memory:"_s && !where.readOnly) {
+        if (m_engine == Engine::SQLite) {
+            if (!m_memory && !m_readOnly) {
                 // WAL lets readers go on while a writer commits.
-                connection->Select(u"PRAGMA journal_mode=WAL"_s);
+                Select(u"PRAGMA journal_mode=WAL"_s);
             }
             // FULL syncs the log at every commit: a save the user saw succeed survives a power cut, not only a
             // crashed program.
-            connection->Execute(u"PRAGMA synchronous=FULL"_s);
+            Execute(u"PRAGMA synchronous=FULL"_s);
         } else {
-            connection->Execute(u"SET client_min_messages TO WARNING"_s);
+            Execute(u"SET client_min_messages TO WARNING"_s);
             // A writer behind another seat's lock gives up after about ten seconds with a clear message.
-            connection->Execute(u"SET lock_timeout = '10s'"_s);
+            Execute(u"SET lock_timeout = '10s'"_s);
         }
     } catch (const DbError &) {
         // A read-only file cannot switch its journal; it still serves reads.
     }
-    return connection;
+}
+
+bool CConnection::Reopen(QString *errorMessage)
+{
+    if (!QSqlDatabase::contains(m_connectionName)) {
+        if (errorMessage) {
+            *errorMessage = u"数据库连接已关闭"_s;
+        }
+        return false;
+    }
+    m_statements.clear();
+    m_tableRecords.clear();
+    m_layouts.clear();
+    m_depth = 0;
+    m_rollbackOnly = false;
+    QSqlDatabase db = database();
+    db.close();
+    if (!db.open()) {
+        if (errorMessage) {
+            QString reason = describe(db.lastError());
+            if (!db.password().isEmpty()) {
+                reason.replace(db.password(), u"***"_s);
+            }
+            *errorMessage = u"无法重新连接数据库 "_s + DatabaseUrl::masked(m_url) + u": "_s + reason;
+        }
+        return false;
+    }
+    setUp();
+    return true;
 }
 
 bool CConnection::next(QSqlQuery &query)
@@ -455,22 +492,24 @@ void CConnection::EnsureSchema()
             missing.append(&table);
         }
     }
-    if (missing.isEmpty()) {
-        return;
-    }
-    m_tableRecords.clear();
-    m_layouts.clear();
-    m_statements.clear();
-    CTransaction transaction(*this);
-    for (const TableDdl *t : std::as_const(missing)) {
-        const TableDdl &table = *t;
-        Execute(QString::fromLatin1(m_engine == Engine::SQLite ? table.sqlite : table.postgresql));
-        const QStringList indexes = QString::fromLatin1(table.indexes).split(u';', Qt::SkipEmptyParts);
-        for (const QString &index : indexes) {
-            Execute(index);
+    if (!missing.isEmpty()) {
+        m_tableRecords.clear();
+        m_layouts.clear();
+        m_statements.clear();
+        CTransaction transaction(*this);
+        for (const TableDdl *t : std::as_const(missing)) {
+            const TableDdl &table = *t;
+            Execute(QString::fromLatin1(m_engine == Engine::SQLite ? table.sqlite : table.postgresql));
+            const QStringList indexes = QString::fromLatin1(table.indexes).split(u';', Qt::SkipEmptyParts);
+            for (const QString &index : indexes) {
+                Execute(index);
+            }
         }
+        transaction.Commit();
     }
-    transaction.Commit();
+    if (!m_readOnly) {
+        ChangeLog::ensure(*this);
+    }
 }
 
 QVariant CConnection::toSqlValue(const QVariant &value) const

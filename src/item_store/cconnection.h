@@ -56,6 +56,7 @@ public:
     Q_DISABLE_COPY_MOVE(CConnection)
 
     Engine engine() const { return m_engine; }
+    bool isReadOnly() const { return m_readOnly; }
     QString url() const { return m_url; }
     QSqlDatabase database() const;
     bool isOpen() const;
@@ -77,7 +78,8 @@ public:
     void RollbackTrans();
     int transactionDepth() const { return m_depth; }
 
-    /// Creates T_Item, T_KeyID, T_GoodsPrice and T_GoodsInOutList with their indexes where missing.
+    /// Creates T_Item, T_KeyID, T_GoodsPrice and T_GoodsInOutList with their indexes where missing, and the change
+    /// table with its triggers (ChangeLog) unless the database was opened read-only.
     void EnsureSchema();
 
     /// The columns of the rows of `sql`, read from `query` the first time and kept for the statement text.
@@ -87,17 +89,24 @@ public:
     QVariant toSqlValue(const QVariant &value) const;
 
     void Close();
+    /// Closes and opens the connection again with the same settings, after the server dropped it; an open
+    /// transaction is gone. False, with `errorMessage` set, when the database cannot be reached.
+    bool Reopen(QString *errorMessage = nullptr);
 
 private:
     CConnection(const QString &connectionName, const QString &url, Engine engine);
 
     QSqlQuery prepare(const QString &sql, const QVariantList &params);
+    // Session settings, after every open.
+    void setUp();
 
     QString m_connectionName;
     QString m_url;
     Engine m_engine;
     int m_depth = 0;
     bool m_rollbackOnly = false;
+    bool m_readOnly = false;
+    bool m_memory = false;
     // Columns per table (lower-case name); asked once, since every save opens its table.
     mutable QHash<QString, QSqlRecord> m_tableRecords;
     // Columns per statement text: reading a result's columns builds a field list, which costs more than a row.

@@ -41,14 +41,17 @@ void CRecordset::Open(const QString &sql, const QVariantList &params)
     m_eof = !CConnection::next(m_query);
 }
 
-void CRecordset::OpenTable(const QString &table, const QString &keyColumn, const QVariant &key)
+void CRecordset::OpenTable(const QString &table, const QString &keyColumn, const QVariant &key, Lock lock)
 {
     Close();
     const QSqlRecord columns = m_connection.tableRecord(table);
     if (columns.isEmpty()) {
         throw DbError(u"数据表不存在: "_s + table);
     }
-    const QString sql = u"Select * From "_s + table + u" Where "_s + keyColumn + u"=?"_s;
+    QString sql = u"Select * From "_s + table + u" Where "_s + keyColumn + u"=?"_s;
+    if (lock == ForUpdate && m_connection.engine() == CConnection::Engine::PostgreSQL) {
+        sql += u" FOR UPDATE"_s;
+    }
     m_query = m_connection.Select(sql, {key});
     m_layout = m_connection.columnLayout(sql, m_query);
     m_table = table;

@@ -52,8 +52,10 @@ public:
 
     /// Runs a statement and positions on its first row. Throws DbError.
     void Open(const QString &sql, const QVariantList &params = {});
+    enum Lock { NoLock, ForUpdate };
     /// Opens the rows of `table` whose `keyColumn` equals `key`, ready for AddNew() or for changing the current row.
-    void OpenTable(const QString &table, const QString &keyColumn, const QVariant &key);
+    /// ForUpdate locks the rows to the end of the transaction on PostgreSQL (SQLite's writer holds the whole file).
+    void OpenTable(const QString &table, const QString &keyColumn, const QVariant &key, Lock lock = NoLock);
     void Close();
 
     bool isOpen() const { return m_open; }
