@@ -313,6 +313,30 @@ private Q_SLOTS:
         QVERIFY(a.goods().SearchItemByID(first));
     }
 
+    // The operations tool: one line per change of the kinds asked for, as it arrives.
+    void watchPrintsEachChangeAsItArrives()
+    {
+        const QString url = TestDatabase::freshUrl();
+        cli(url, {u"init"_s});
+        QProcess watch;
+        watch.start(QCoreApplication::applicationDirPath() + u"/quillon-cli"_s,
+                    {u"--db"_s, url, u"watch"_s, u"goods"_s, u"client"_s});
+        QString ready;
+        QTRY_VERIFY_WITH_TIMEOUT((ready += QString::fromUtf8(watch.readAllStandardError())).contains(u"正在监视"_s),
+                                 kWaitMs);
+        const QString id = cli(url, {u"add"_s, u"goods"_s, u"--name"_s, u"茶叶"_s});
+        cli(url, {u"add"_s, u"unit"_s, u"--name"_s, u"斤"_s});
+        cli(url, {u"rename"_s, u"goods"_s, id, u"红茶"_s});
+        cli(url, {u"delete"_s, u"goods"_s, id, u"--yes"_s});
+        const QString expected = u"saved\t4\t"_s + id + u"\nsaved\t4\t"_s + id + u"\nremoved\t4\t"_s + id + u'\n';
+        QString got;
+        QTRY_VERIFY_WITH_TIMEOUT((got += QString::fromUtf8(watch.readAllStandardOutput())).size() >= expected.size(),
+                                 kWaitMs);
+        QCOMPARE(got, expected);
+        watch.terminate();
+        QVERIFY(watch.waitForFinished(kWaitMs));
+    }
+
     // An existing database gets the change table on open and nothing else changes.
     void existingDatabaseGetsTheChangeTableOnOpen()
     {
