@@ -252,6 +252,7 @@ bool CConnection::Reopen(QString *errorMessage)
         return false;
     }
     m_statements.clear();
+    m_leased.clear();
     m_tableRecords.clear();
     m_layouts.clear();
     m_depth = 0;
@@ -304,6 +305,7 @@ void CConnection::Close()
         return;
     }
     m_statements.clear();
+    m_leased.clear();
     {
         QSqlDatabase db = database();
         if (db.isOpen()) {
@@ -319,13 +321,13 @@ void CConnection::Close()
     QSqlDatabase::removeDatabase(m_connectionName);
 }
 
-QSqlQuery CConnection::prepare(const QString &sql, const QVariantList &params)
+QSqlQuery CConnection::prepare(const QString &sql, const QVariantList &params, bool forwardOnly)
 {
     if (!isOpen()) {
         throw DbError(u"数据库连接已关闭"_s);
     }
     QSqlQuery query(database());
-    query.setForwardOnly(true);
+    query.setForwardOnly(forwardOnly);
     // SQLite keeps amounts of up to 15 digits as doubles, which print back exactly; longer ones are text anyway.
     query.setNumericalPrecisionPolicy(m_engine == Engine::SQLite ? QSql::LowPrecisionDouble : QSql::HighPrecision);
     if (params.isEmpty()) {
@@ -349,11 +351,16 @@ int CConnection::Execute(const QString &sql, const QVariantList &params)
         }
         return query.numRowsAffected();
     }
+    return cachedStatement(sql, params).numRowsAffected();
+}
+
+QSqlQuery &CConnection::cachedStatement(const QString &sql, const QVariantList &params)
+{
     if (!isOpen()) {
         throw DbError(u"数据库连接已关闭"_s);
     }
-    // Statements that return no rows are kept prepared: nobody else holds them between two calls, and a save runs
-    // the same few statements again and again.
+    // Statements are kept prepared: a save runs the same few statements again and again, and on a server every
+    // fresh preparation is a round trip of its own (and its release another).
     auto cached = m_statements.find(sql);
     if (cached == m_statements.end()) {
         if (m_statements.size() >= 64) {
@@ -362,15 +369,72 @@ int CConnection::Execute(const QString &sql, const QVariantList &params)
         cached = m_statements.insert(sql, prepare(sql, params));
     }
     QSqlQuery &query = *cached;
-    for (qsizetype i = 0; i < params.size(); ++i) {
-        query.bindValue(int(i), toSqlValue(params.at(i)));
-    }
+    bind(query, params);
     if (!query.exec()) {
         const QString message = describe(query.lastError());
         m_statements.erase(cached);
         throw DbError(message);
     }
-    return query.numRowsAffected();
+    return query;
+}
+
+void CConnection::bind(QSqlQuery &query, const QVariantList &params) const
+{
+    for (qsizetype i = 0; i < params.size(); ++i) {
+        query.bindValue(int(i), toSqlValue(params.at(i)));
+    }
+}
+
+QSqlQuery CConnection::SelectPrepared(const QString &sql, const QVariantList &params)
+{
+    if (params.isEmpty()) {
+        return Select(sql);
+    }
+    if (!isOpen()) {
+        throw DbError(u"数据库连接已关闭"_s);
+    }
+    // The statement leaves the cache while its rows are read, so that nobody runs it under the reader's feet.
+    auto cached = m_leased.find(sql);
+    // On a server the rows come whole, not one by one: a result left half read would hold back the messages
+    // behind it on the connection (the notices of other seats among them) while the statement waits in the cache.
+    QSqlQuery query =
+        cached == m_leased.end() ? prepare(sql, params, m_engine != Engine::PostgreSQL) : std::move(*cached);
+    if (cached != m_leased.end()) {
+        m_leased.erase(cached);
+    }
+    bind(query, params);
+    if (!query.exec()) {
+        throw DbError(describe(query.lastError()));
+    }
+    return query;
+}
+
+void CConnection::Recycle(const QString &sql, QSqlQuery &&query)
+{
+    if (!isOpen() || query.lastQuery().isEmpty()) {
+        return;
+    }
+    query.finish();
+    if (m_leased.size() >= 32) {
+        m_leased.clear();
+    }
+    m_leased.insert(sql, std::move(query));
+}
+
+std::shared_ptr<const ColumnLayout> CConnection::tableLayout(const QString &table) const
+{
+    const QString key = u"table:"_s + table.toLower();
+    auto it = m_layouts.constFind(key);
+    if (it != m_layouts.constEnd()) {
+        return *it;
+    }
+    const QSqlRecord columns = tableRecord(table);
+    if (columns.isEmpty()) {
+        throw DbError(u"数据表不存在: "_s + table);
+    }
+    auto layout = std::make_shared<const ColumnLayout>(columns);
+    m_layouts.insert(key, layout);
+    return layout;
 }
 
 QSqlQuery CConnection::Select(const QString &sql, const QVariantList &params)
@@ -496,6 +560,7 @@ void CConnection::EnsureSchema()
         m_tableRecords.clear();
         m_layouts.clear();
         m_statements.clear();
+        m_leased.clear();
         CTransaction transaction(*this);
         for (const TableDdl *t : std::as_const(missing)) {
             const TableDdl &table = *t;

@@ -65,6 +65,13 @@ public:
     int Execute(const QString &sql, const QVariantList &params = {});
     /// Runs a statement that returns rows, positioned before the first row. Throws DbError.
     QSqlQuery Select(const QString &sql, const QVariantList &params = {});
+    /// The same through a statement kept prepared: on a server one round trip instead of three (prepare, run,
+    /// release). Hand the query back with Recycle() once its rows are read, for the next run of the statement.
+    QSqlQuery SelectPrepared(const QString &sql, const QVariantList &params);
+    void Recycle(const QString &sql, QSqlQuery &&query);
+    /// The layout of a table's columns, for writing a row without reading one first. Throws DbError when the
+    /// table is missing.
+    std::shared_ptr<const ColumnLayout> tableLayout(const QString &table) const;
     /// Moves a query to its next row: false at the end of the rows. A row that cannot be read (a damaged page, a
     /// lost server) throws DbError instead of passing for the end of the data.
     static bool next(QSqlQuery &query);
@@ -96,7 +103,9 @@ public:
 private:
     CConnection(const QString &connectionName, const QString &url, Engine engine);
 
-    QSqlQuery prepare(const QString &sql, const QVariantList &params);
+    QSqlQuery prepare(const QString &sql, const QVariantList &params, bool forwardOnly = true);
+    QSqlQuery &cachedStatement(const QString &sql, const QVariantList &params);
+    void bind(QSqlQuery &query, const QVariantList &params) const;
     // Session settings, after every open.
     void setUp();
 
@@ -112,6 +121,8 @@ private:
     // Columns per statement text: reading a result's columns builds a field list, which costs more than a row.
     mutable QHash<QString, std::shared_ptr<const ColumnLayout>> m_layouts;
     QHash<QString, QSqlQuery> m_statements;
+    // Prepared statements that return rows, while nobody reads them (SelectPrepared, Recycle).
+    QHash<QString, QSqlQuery> m_leased;
 };
 
 /**

@@ -607,6 +607,10 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
         }
         const bool isNew = previousID < 1;
         qint32 id = previousID;
+        // On a server every statement is a round trip: the written row comes back with the write itself, and a new
+        // item's key is checked by the insert, instead of a read before and after.
+        const bool readBack = d->connection->engine() == CConnection::Engine::PostgreSQL;
+        CItemsPrivate::PartialReads partial;
         {
             CTransaction transaction(*d->connection);
             if (isNew) {
@@ -614,41 +618,73 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
                 item->setF_ID(id);
             }
             CRecordset rst(*d->connection);
-            rst.OpenTable(u"T_Item"_s, u"F_ID"_s, id, CRecordset::ForUpdate);
-            if (isNew && !rst.isEOF()) {
-                // The key counter fell behind the rows (another program, a restored backup): set it past the
-                // largest key and draw again, once.
-                Module1::ReseedKeyID(*d->connection, u"T_Item"_s);
-                id = Module1::GetNewID(*d->connection, u"T_Item"_s, true);
-                item->setF_ID(id);
-                rst.OpenTable(u"T_Item"_s, u"F_ID"_s, id);
-                if (!rst.isEOF()) {
-                    throw DbError(u"键值表 T_KeyID 落后于数据,重新校准后仍取不到新的键值"_s);
-                }
-            }
-            if (isNew) {
+            const auto writeNew = [&] {
                 rst.AddNew();
-            } else if (rst.isEOF()) {
-                throw DbError(u"数据库中已没有这条记录(F_ID="_s + QString::number(id) + u")"_s);
-            } else if (item->rowHash() != 0) {
-                // The row is locked now; it must still be the one the item was read from.
-                CItem stored;
-                stored.UpdateDataFromRst(rst, true);
-                if (stored.rowHash() != item->rowHash()) {
-                    throw SaveConflict();
+                QString error;
+                if (!item->UpdateDataFromRst(rst, false, &error)) {
+                    throw DbError(error);
+                }
+                if (readBack) {
+                    return rst.Update(CRecordset::Returning::RowIfKeyFree);
+                }
+                rst.Update();
+                return true;
+            };
+            const auto keyTaken = [&] {
+                if (readBack) {
+                    rst.OpenForInsert(u"T_Item"_s, u"F_ID"_s);
+                    return !writeNew();
+                }
+                rst.OpenTable(u"T_Item"_s, u"F_ID"_s, id);
+                return !rst.isEOF() || !writeNew();
+            };
+            if (isNew) {
+                if (keyTaken()) {
+                    // The key counter fell behind the rows (another program, a restored backup): set it past the
+                    // largest key and draw again, once.
+                    Module1::ReseedKeyID(*d->connection, u"T_Item"_s);
+                    id = Module1::GetNewID(*d->connection, u"T_Item"_s, true);
+                    item->setF_ID(id);
+                    if (keyTaken()) {
+                        throw DbError(u"键值表 T_KeyID 落后于数据,重新校准后仍取不到新的键值"_s);
+                    }
+                }
+            } else {
+                rst.OpenTable(u"T_Item"_s, u"F_ID"_s, id, CRecordset::ForUpdate);
+                if (rst.isEOF()) {
+                    throw DbError(u"数据库中已没有这条记录(F_ID="_s + QString::number(id) + u")"_s);
+                }
+                if (item->rowHash() != 0) {
+                    // The row is locked now; it must still be the one the item was read from.
+                    CItem stored;
+                    stored.UpdateDataFromRst(rst, true);
+                    if (stored.rowHash() != item->rowHash()) {
+                        throw SaveConflict();
+                    }
+                }
+                QString error;
+                if (!item->UpdateDataFromRst(rst, false, &error)) {
+                    throw DbError(error);
+                }
+                if (readBack) {
+                    rst.Update(CRecordset::Returning::Row);
+                } else {
+                    rst.Update();
                 }
             }
-            QString error;
-            if (!item->UpdateDataFromRst(rst, false, &error)) {
-                throw DbError(error);
+            if (readBack) {
+                partial.read(rst, *item);
             }
-            rst.Update();
             rst.Close();
             transaction.Commit();
         }
+        if (readBack) {
+            partial.report(d->typeName);
+        } else {
+            d->reread(id, *item);
+        }
         // The saved item itself takes the stored values and the place in the list, and listeners are told about
         // it: a copy made for the re-read would be thrown away right after.
-        d->reread(id, *item);
         if (CItemHook *listed = d->index.findInt(ItemIndex::ID, id, d->list)) {
             d->putBack(listed, item);
         } else {
