@@ -611,7 +611,24 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
         // item's key is checked by the insert, instead of a read before and after.
         const bool readBack = d->connection->engine() == CConnection::Engine::PostgreSQL;
         CItemsPrivate::PartialReads partial;
-        {
+        bool written = false;
+        if (isNew && readBack && d->connection->transactionDepth() == 0) {
+            // The common case of a new item is one statement, the key drawn inside it; anything unusual (no
+            // counter row, a counter behind the rows) takes the way below.
+            CRecordset rst(*d->connection);
+            rst.OpenForInsert(u"T_Item"_s, u"F_ID"_s);
+            rst.AddNew();
+            QString error;
+            if (!item->UpdateDataFromRst(rst, false, &error)) {
+                throw DbError(error);
+            }
+            if (rst.Update(CRecordset::Returning::RowWithDrawnKey)) {
+                partial.read(rst, *item);
+                id = item->F_ID();
+                written = true;
+            }
+        }
+        if (!written) {
             CTransaction transaction(*d->connection);
             if (isNew) {
                 id = Module1::GetNewID(*d->connection, u"T_Item"_s, true);

@@ -212,10 +212,28 @@ bool CRecordset::write(std::optional<Returning> returning)
         if (columns.isEmpty()) {
             throw DbError(u"新记录没有任何字段值"_s);
         }
-        const QString marks = QString(u",?"_s).repeated(columns.size()).mid(1);
-        sql = u"Insert Into "_s + m_table + u" ("_s + columns.join(u',') + u") Values ("_s + marks + u')';
-        if (returning == Returning::RowIfKeyFree) {
-            sql += u" On Conflict ("_s + m_keyColumn + u") Do Nothing"_s;
+        if (returning == Returning::RowWithDrawnKey) {
+            qsizetype key = columns.size() - 1;
+            while (key >= 0 && columns.at(key).compare(m_keyColumn, Qt::CaseInsensitive) != 0) {
+                --key;
+            }
+            if (key >= 0) {
+                columns.removeAt(key);
+                params.removeAt(key);
+            }
+            params.prepend(m_table);
+            const QString marks = QString(u",?"_s).repeated(columns.size());
+            // The parameters take the types of the columns they go to, as in a VALUES list.
+            sql = u"With k As (Update T_KeyID Set F_MaxID=F_MaxID+1 Where F_TableName=? And F_MaxID<2147483647 "
+                  "Returning F_MaxID-1 As F_DrawnKey) Insert Into "_s
+                + m_table + u" ("_s + m_keyColumn + (columns.isEmpty() ? QString() : u","_s + columns.join(u','))
+                + u") Select k.F_DrawnKey"_s + marks + u" From k On Conflict ("_s + m_keyColumn + u") Do Nothing"_s;
+        } else {
+            const QString marks = QString(u",?"_s).repeated(columns.size()).mid(1);
+            sql = u"Insert Into "_s + m_table + u" ("_s + columns.join(u',') + u") Values ("_s + marks + u')';
+            if (returning == Returning::RowIfKeyFree) {
+                sql += u" On Conflict ("_s + m_keyColumn + u") Do Nothing"_s;
+            }
         }
     } else if (!columns.isEmpty() || returning) {
         if (columns.isEmpty()) {

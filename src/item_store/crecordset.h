@@ -88,6 +88,9 @@ public:
     enum class Returning {
         Row, ///< the written row becomes the current row (statement ... RETURNING *)
         RowIfKeyFree, ///< the same; an INSERT whose key is taken writes nothing and leaves no current row
+        /// An INSERT under a key drawn from T_KeyID in the same statement (PostgreSQL): nothing is written when the
+        /// table has no counter row, its keys are used up or the drawn key is taken (the key is then spent).
+        RowWithDrawnKey,
     };
     /// Update() that reads the written row back in the same round trip (PostgreSQL and SQLite 3.35 on): false when
     /// no row was written. Throws DbError.
