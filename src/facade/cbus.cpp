@@ -387,6 +387,11 @@ void CBus::ShowMain()
                 ok = CopyGridToExcel(m_main->Flexgd1, file, sheet);
             },
             Qt::DirectConnection);
+        // The clerk should know when other seats' changes stop arriving, and when they arrive again.
+        connect(this, &CBus::ConnectionLost, m_main.get(), [this](const QString &) {
+            m_main->ShowMsgInSB(u"与数据库的连接已断开,其他用户的修改暂时无法显示,正在重新连接…"_s);
+        });
+        connect(this, &CBus::ConnectionRestored, m_main.get(), [this] { m_main->ShowMsgInSB(u"已重新连接数据库"_s); });
     }
     // Every call hands over the current lists and connection: a reload on another database or a replaced list
     // must not leave the window editing the old ones.
