@@ -540,7 +540,9 @@ quint64 CItem::columnHash() const
         h = qHashMulti(h, amount.scaled());
     }
     for (const QDateTime &date : m.m_date) {
-        h = qHashMulti(h, date.isValid() ? date.toMSecsSinceEpoch() : std::numeric_limits<qint64>::min());
+        // Held in UTC without zone rules (wallClock), so day and time say it all, without an epoch conversion.
+        h = date.isValid() ? qHashMulti(h, date.date().toJulianDay(), date.time().msecsSinceStartOfDay())
+                           : qHashMulti(h, std::numeric_limits<qint64>::min());
     }
     for (int slot = 0; slot < 15; ++slot) {
         h = qHash(m.m_texts.get(slot), h) ^ std::size_t(slot);
