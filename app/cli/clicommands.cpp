@@ -4,6 +4,7 @@
 #include "datacommands.h"
 #include "demodata.h"
 #include "itemformat.h"
+#include "watchcommand.h"
 
 #include "cconnection.h"
 #include "citems.h"
@@ -40,6 +41,8 @@ const char16_t kUsage[] =
     u"  rename KIND ID NAME        修改名称\n"
     u"  delete KIND ID [--yes]     删除(--yes 对确认问题回答\"是\")\n"
     u"  py [TEXT ...]              助记符(拼音首字母),每个参数一行;无参数时逐行读标准输入\n"
+    u"  watch [KIND ...]           逐行显示其他座席或程序提交的修改(saved/removed、类别、F_ID,以制表符分隔),\n"
+    u"                             直到被中断\n"
     u"  migrate --from URL --to URL [--replace]   把全部基础资料(T_Item、T_GoodsPrice、T_GoodsInOutList)复制到另一个\n"
     u"                             数据库;目标已有基础资料时须加 --replace 才会替换\n"
     u"  export KIND FILE [--sheet NAME]   把一类资料(与主窗口的表格同样的列)导出为 Excel 工作簿的新表格\n"
@@ -505,6 +508,23 @@ int runDataCommand(Context &c, const QString &command)
 
 } // namespace
 
+int cmdWatch(Context &c)
+{
+    QSet<int> kinds;
+    for (const QString &arg : std::as_const(c.args)) {
+        const int kind = parseKind(arg);
+        if (kind == 0) {
+            return usage(c, u"无法识别的资料类别: "_s + arg);
+        }
+        kinds.insert(kind);
+    }
+    auto connection = openDatabase(c);
+    if (!connection) {
+        return Failed;
+    }
+    return watchChanges(connection, kinds, c.out, c.err);
+}
+
 int run(const QStringList &arguments, QTextStream &out, QTextStream &err)
 {
     Context c {AppDatabase::defaultUrl(), {}, out, err, {}};
@@ -541,6 +561,9 @@ int run(const QStringList &arguments, QTextStream &out, QTextStream &err)
     }
     const QString command = args.takeFirst();
     c.args = args;
+    if (command == u"watch"_s) {
+        return cmdWatch(c);
+    }
     const std::pair<const char16_t *, std::function<int(Context &)>> commands[] = {
         {u"init", cmdInit}, {u"newid", cmdNewId},   {u"list", cmdList},
         {u"add", cmdAdd},   {u"rename", cmdRename}, {u"delete", cmdDelete},

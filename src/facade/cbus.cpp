@@ -12,7 +12,10 @@
 #include "prompt.h"
 
 #include "cconnection.h"
+#include "changefeed.h"
 #include "gridexport.h"
+
+#include <QSet>
 
 using namespace Qt::StringLiterals;
 
@@ -33,6 +36,144 @@ CBus::CBus(QObject *parent)
 {
     for (const auto &items : {m_units, m_types, m_clientTypes}) {
         followJoinedNames(nullptr, items);
+    }
+    followOwnNames(nullptr, m_allGoods);
+    followOwnNames(nullptr, m_clients);
+}
+
+void CBus::followOwnNames(const std::shared_ptr<CItems> &old, const std::shared_ptr<CItems> &items)
+{
+    if (old) {
+        disconnect(old.get(), &CItems::SomeOneChanged, this, nullptr);
+    }
+    if (!items) {
+        return;
+    }
+    // Connected before any window is, so that the names are in when the windows repaint.
+    connect(items.get(), &CItems::SomeOneChanged, this, [this](const CItemPtr &changed) {
+        if (!changed) {
+            return;
+        }
+        if (changed->F_ItemTypeID() == itGoods) {
+            if (const CItemPtr unit = m_units ? m_units->SearchItemByID(changed->F_Tag1()) : CItemPtr()) {
+                changed->setmUnitName(unit->F_ItemName());
+            }
+            if (const CItemPtr type = m_types ? m_types->SearchItemByID(changed->F_ParentID()) : CItemPtr()) {
+                changed->setmTypeName(type->F_ItemName());
+            }
+        } else if (changed->F_ItemTypeID() == itClient) {
+            if (const CItemPtr type =
+                    m_clientTypes ? m_clientTypes->SearchItemByID(changed->F_ParentID()) : CItemPtr()) {
+                changed->setmTypeName(type->F_ItemName());
+            }
+        }
+    });
+}
+
+void CBus::setmClients(const std::shared_ptr<CItems> &items)
+{
+    followOwnNames(m_clients, items);
+    m_clients = items;
+}
+
+void CBus::setmAllGoods(const std::shared_ptr<CItems> &items)
+{
+    followOwnNames(m_allGoods, items);
+    m_allGoods = items;
+}
+
+void CBus::followChanges(const std::shared_ptr<CConnection> &connection)
+{
+    if (!connection || (m_feed && m_feed->connection() == connection && m_feed->isActive())) {
+        return;
+    }
+    m_feed = std::make_unique<ChangeFeed>(connection);
+    if (!m_feed->start()) {
+        // A database without a change table (opened read-only) is used as before, without other seats' changes.
+        m_feed.reset();
+        return;
+    }
+    connect(m_feed.get(), &ChangeFeed::changed, this, &CBus::ApplyChanges);
+    connect(m_feed.get(), &ChangeFeed::reloadNeeded, this, &CBus::ReloadAll);
+    connect(m_feed.get(), &ChangeFeed::connectionLost, this, &CBus::ConnectionLost);
+    connect(m_feed.get(), &ChangeFeed::restored, this, &CBus::ConnectionRestored);
+}
+
+void CBus::ApplyChanges(const QList<ItemChange> &changes)
+{
+    QSet<quint64> followed;
+    QSet<qint32> pricesRead;
+    for (const ItemChange &change : changes) {
+        if (change.kind == ItemChange::Reload) {
+            if (change.itemType == 0) {
+                ReloadAll();
+                return;
+            }
+            reloadKind(change.itemType);
+            continue;
+        }
+        const std::shared_ptr<CItems> items = collection(change.itemType);
+        if (!items || !items->connection()) {
+            continue; // a kind this facade does not hold
+        }
+        if (change.price) {
+            if (m_prices.isLoaded() && m_connection && !pricesRead.contains(change.id)) {
+                pricesRead.insert(change.id);
+                try {
+                    m_prices.reloadGoods(*m_connection, change.id);
+                } catch (const DbError &) {
+                    m_prices = GoodsPriceBook(); // read again on next use
+                }
+            }
+            // Windows that show prices repaint the goods.
+            if (const CItemPtr goods = items->SearchItemByID(change.id)) {
+                Q_EMIT items->SomeOneChanged(goods);
+            }
+            continue;
+        }
+        const quint64 key = (quint64(quint16(change.itemType)) << 32) | quint32(change.id);
+        if (!followed.contains(key)) {
+            followed.insert(key);
+            items->FollowChange(change.id);
+        }
+    }
+}
+
+void CBus::reloadKind(int itemType)
+{
+    const std::shared_ptr<CItems> items = collection(itemType);
+    if (!items || !items->connection()) {
+        return;
+    }
+    items->Refresh(0);
+    if (itemType == itGoods || itemType == itUnit || itemType == itGoodsType) {
+        JoinGoodsNames();
+    }
+    if (itemType == itClient || itemType == itClientType) {
+        JoinClientTypeNames();
+    }
+    if (itemType == itGoods) {
+        m_prices = GoodsPriceBook();
+    }
+    if (itemType == itSoftwareUserInfor && items->Count() >= 1) {
+        m_softwareUserInfor = items->Item(1);
+    }
+}
+
+void CBus::ReloadAll()
+{
+    for (int itemType : {itClientType, itArea, itClient, itUnit, itGoodsType, itGoods, itStorm, itDepartment,
+                         itUserRight, itLLR, itSoftwareUserInfor}) {
+        const std::shared_ptr<CItems> items = collection(itemType);
+        if (items && items->connection()) {
+            items->Refresh(0);
+        }
+    }
+    JoinGoodsNames();
+    JoinClientTypeNames();
+    m_prices = GoodsPriceBook();
+    if (m_softwareUsers && m_softwareUsers->Count() >= 1) {
+        m_softwareUserInfor = m_softwareUsers->Item(1);
     }
 }
 
@@ -75,6 +216,7 @@ void CBus::setmClientTypes(const std::shared_ptr<CItems> &items)
 
 CBus::~CBus()
 {
+    m_feed.reset();
     m_main.reset();
     m_goodsEdit.reset();
     m_clientEdit.reset();
@@ -148,6 +290,7 @@ bool CBus::InitItems(const std::shared_ptr<CConnection> &connection, int itemTyp
         return false;
     }
     const bool loaded = items->InitInstance(connection, itemType, boundControl);
+    followChanges(connection);
     if (itemType == itClient) {
         JoinClientTypeNames();
     } else if (itemType == itSoftwareUserInfor) {
@@ -244,6 +387,11 @@ void CBus::ShowMain()
                 ok = CopyGridToExcel(m_main->Flexgd1, file, sheet);
             },
             Qt::DirectConnection);
+        // The clerk should know when other seats' changes stop arriving, and when they arrive again.
+        connect(this, &CBus::ConnectionLost, m_main.get(), [this](const QString &) {
+            m_main->ShowMsgInSB(u"与数据库的连接已断开,其他用户的修改暂时无法显示,正在重新连接…"_s);
+        });
+        connect(this, &CBus::ConnectionRestored, m_main.get(), [this] { m_main->ShowMsgInSB(u"已重新连接数据库"_s); });
     }
     // Every call hands over the current lists and connection: a reload on another database or a replaced list
     // must not leave the window editing the old ones.

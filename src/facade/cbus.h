@@ -14,6 +14,8 @@
 #include <memory>
 
 class CConnection;
+class ChangeFeed;
+struct ItemChange;
 class frmMain;
 class frmGoodsEdit;
 class frmClientEdit;
@@ -70,13 +72,13 @@ public:
     std::shared_ptr<CConnection> connection() const;
 
     std::shared_ptr<CItems> mClients() const { return m_clients; }
-    void setmClients(const std::shared_ptr<CItems> &items) { m_clients = items; }
+    void setmClients(const std::shared_ptr<CItems> &items);
     std::shared_ptr<CItems> mUnits() const { return m_units; }
     void setmUnits(const std::shared_ptr<CItems> &items);
     std::shared_ptr<CItems> mTypes() const { return m_types; }
     void setmTypes(const std::shared_ptr<CItems> &items);
     std::shared_ptr<CItems> mAllGoods() const { return m_allGoods; }
-    void setmAllGoods(const std::shared_ptr<CItems> &items) { m_allGoods = items; }
+    void setmAllGoods(const std::shared_ptr<CItems> &items);
     std::shared_ptr<CItems> mStocks() const { return m_stocks; }
     void setmStocks(const std::shared_ptr<CItems> &items) { m_stocks = items; }
     std::shared_ptr<CItems> mDepartments() const { return m_departments; }
@@ -154,6 +156,15 @@ public:
     /// Copies the items of one kind, replacing the target's items of that kind, then reseeds T_Item.
     static DatabaseCopy::Result CopyItemBetweenDB(CConnection &from, CConnection &to, int itemType);
 
+    /// The follower of other seats' changes, once a list was loaded: every committed change of T_Item or
+    /// T_GoodsPrice on the database, by any seat or program, reaches the lists (FollowChange), so that every open
+    /// window shows it. None when the database has no change table (read-only).
+    ChangeFeed *changeFeed() const { return m_feed.get(); }
+    /// Brings the lists in line with changes read from the change table.
+    void ApplyChanges(const QList<ItemChange> &changes);
+    /// Reloads every loaded list (and the prices) when the seat cannot tell what changed.
+    void ReloadAll();
+
     /// Fills mUnitName and mTypeName of every goods item from the units and goods types.
     void JoinGoodsNames();
     /// Fills mTypeName of every client from the client types.
@@ -161,8 +172,17 @@ public:
 
 Q_SIGNALS:
     void OnInitItem(const QString &ItemTypeName);
+    /// The database cannot be reached to learn of other seats' changes; lists may be out of date until
+    /// ConnectionRestored.
+    void ConnectionLost(const QString &message);
+    void ConnectionRestored();
 
 private:
+    void followChanges(const std::shared_ptr<CConnection> &connection);
+    /// Goods and clients changed by another seat take their unit and type names before windows repaint them.
+    void followOwnNames(const std::shared_ptr<CItems> &old, const std::shared_ptr<CItems> &items);
+    void reloadKind(int itemType);
+
     /// A renamed unit, goods type or client type is shown at once in the goods and clients that refer to it.
     void followJoinedNames(const std::shared_ptr<CItems> &old, const std::shared_ptr<CItems> &items);
 
@@ -188,6 +208,7 @@ private:
     std::unique_ptr<frmSelectClient> m_selectClient;
     std::unique_ptr<frmSelectGoodsEx> m_selectGoods;
     std::unique_ptr<frmSelectItem> m_selectItem;
+    std::unique_ptr<ChangeFeed> m_feed;
 };
 
 #endif

@@ -1,5 +1,6 @@
 #include "cconnection.h"
 
+#include "changelog.h"
 #include "crecordset.h"
 #include "currency.h"
 
@@ -335,24 +336,60 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
             return {};
         }
     }
+    connection->m_memory = where.databaseName == u":memory:"_s;
+    connection->setUp();
+    return connection;
+}
+
+void CConnection::setUp()
+{
     try {
-        if (where.engine == Engine::SQLite) {
-            if (where.databaseName != u":memory:"_s && !connection->m_readOnly) {
+        if (m_engine == Engine::SQLite) {
+            if (!m_memory && !m_readOnly) {
                 // WAL lets readers go on while a writer commits.
-                connection->Select(u"PRAGMA journal_mode=WAL"_s);
+                Select(u"PRAGMA journal_mode=WAL"_s);
             }
             // FULL syncs the log at every commit: a save the user saw succeed survives a power cut, not only a
             // crashed program.
-            connection->Execute(u"PRAGMA synchronous=FULL"_s);
+            Execute(u"PRAGMA synchronous=FULL"_s);
         } else {
-            connection->Execute(u"SET client_min_messages TO WARNING"_s);
+            Execute(u"SET client_min_messages TO WARNING"_s);
             // A writer behind another seat's lock gives up after about ten seconds with a clear message.
-            connection->Execute(u"SET lock_timeout = '10s'"_s);
+            Execute(u"SET lock_timeout = '10s'"_s);
         }
     } catch (const DbError &) {
         // A read-only file cannot switch its journal; it still serves reads.
     }
-    return connection;
+}
+
+bool CConnection::Reopen(QString *errorMessage)
+{
+    if (!QSqlDatabase::contains(m_connectionName)) {
+        if (errorMessage) {
+            *errorMessage = u"数据库连接已关闭"_s;
+        }
+        return false;
+    }
+    m_statements.clear();
+    m_leased.clear();
+    m_tableRecords.clear();
+    m_layouts.clear();
+    m_depth = 0;
+    m_rollbackOnly = false;
+    QSqlDatabase db = database();
+    db.close();
+    if (!db.open()) {
+        if (errorMessage) {
+            QString reason = describe(db.lastError());
+            if (!db.password().isEmpty()) {
+                reason.replace(db.password(), u"***"_s);
+            }
+            *errorMessage = u"无法重新连接数据库 "_s + DatabaseUrl::masked(m_url) + u": "_s + reason;
+        }
+        return false;
+    }
+    setUp();
+    return true;
 }
 
 bool CConnection::sameDatabaseAs(CConnection &other)
@@ -432,6 +469,7 @@ void CConnection::Close()
         return;
     }
     m_statements.clear();
+    m_leased.clear();
     {
         QSqlDatabase db = database();
         if (db.isOpen()) {
@@ -447,13 +485,13 @@ void CConnection::Close()
     QSqlDatabase::removeDatabase(m_connectionName);
 }
 
-QSqlQuery CConnection::prepare(const QString &sql, const QVariantList &params)
+QSqlQuery CConnection::prepare(const QString &sql, const QVariantList &params, bool forwardOnly)
 {
     if (!isOpen()) {
         throw DbError(u"数据库连接已关闭"_s);
     }
     QSqlQuery query(database());
-    query.setForwardOnly(true);
+    query.setForwardOnly(forwardOnly);
     // SQLite keeps amounts of up to 15 digits as doubles, which print back exactly; longer ones are text anyway.
     query.setNumericalPrecisionPolicy(m_engine == Engine::SQLite ? QSql::LowPrecisionDouble : QSql::HighPrecision);
     if (params.isEmpty()) {
@@ -477,11 +515,16 @@ int CConnection::Execute(const QString &sql, const QVariantList &params)
         }
         return query.numRowsAffected();
     }
+    return cachedStatement(sql, params).numRowsAffected();
+}
+
+QSqlQuery &CConnection::cachedStatement(const QString &sql, const QVariantList &params)
+{
     if (!isOpen()) {
         throw DbError(u"数据库连接已关闭"_s);
     }
-    // Statements that return no rows are kept prepared: nobody else holds them between two calls, and a save runs
-    // the same few statements again and again.
+    // Statements are kept prepared: a save runs the same few statements again and again, and on a server every
+    // fresh preparation is a round trip of its own (and its release another).
     auto cached = m_statements.find(sql);
     if (cached == m_statements.end()) {
         if (m_statements.size() >= 64) {
@@ -490,15 +533,72 @@ int CConnection::Execute(const QString &sql, const QVariantList &params)
         cached = m_statements.insert(sql, prepare(sql, params));
     }
     QSqlQuery &query = *cached;
-    for (qsizetype i = 0; i < params.size(); ++i) {
-        query.bindValue(int(i), toSqlValue(params.at(i)));
-    }
+    bind(query, params);
     if (!query.exec()) {
         const QString message = describe(query.lastError());
         m_statements.erase(cached);
         throw DbError(message);
     }
-    return query.numRowsAffected();
+    return query;
+}
+
+void CConnection::bind(QSqlQuery &query, const QVariantList &params) const
+{
+    for (qsizetype i = 0; i < params.size(); ++i) {
+        query.bindValue(int(i), toSqlValue(params.at(i)));
+    }
+}
+
+QSqlQuery CConnection::SelectPrepared(const QString &sql, const QVariantList &params)
+{
+    if (params.isEmpty()) {
+        return Select(sql);
+    }
+    if (!isOpen()) {
+        throw DbError(u"数据库连接已关闭"_s);
+    }
+    // The statement leaves the cache while its rows are read, so that nobody runs it under the reader's feet.
+    auto cached = m_leased.find(sql);
+    // On a server the rows come whole, not one by one: a result left half read would hold back the messages
+    // behind it on the connection (the notices of other seats among them) while the statement waits in the cache.
+    QSqlQuery query =
+        cached == m_leased.end() ? prepare(sql, params, m_engine != Engine::PostgreSQL) : std::move(*cached);
+    if (cached != m_leased.end()) {
+        m_leased.erase(cached);
+    }
+    bind(query, params);
+    if (!query.exec()) {
+        throw DbError(describe(query.lastError()));
+    }
+    return query;
+}
+
+void CConnection::Recycle(const QString &sql, QSqlQuery &&query)
+{
+    if (!isOpen() || query.lastQuery().isEmpty()) {
+        return;
+    }
+    query.finish();
+    if (m_leased.size() >= 32) {
+        m_leased.clear();
+    }
+    m_leased.insert(sql, std::move(query));
+}
+
+std::shared_ptr<const ColumnLayout> CConnection::tableLayout(const QString &table) const
+{
+    const QString key = u"table:"_s + table.toLower();
+    auto it = m_layouts.constFind(key);
+    if (it != m_layouts.constEnd()) {
+        return *it;
+    }
+    const QSqlRecord columns = tableRecord(table);
+    if (columns.isEmpty()) {
+        throw DbError(u"数据表不存在: "_s + table);
+    }
+    auto layout = std::make_shared<const ColumnLayout>(columns);
+    m_layouts.insert(key, layout);
+    return layout;
 }
 
 QSqlQuery CConnection::Select(const QString &sql, const QVariantList &params)
@@ -620,33 +720,37 @@ void CConnection::EnsureSchema()
             missing.append(&table);
         }
     }
-    if (missing.isEmpty()) {
-        return;
-    }
-    m_tableRecords.clear();
-    m_layouts.clear();
-    m_statements.clear();
-    CTransaction transaction(*this);
-    // Several programs may create a new database at once: look again once this one holds the write lock (SQLite's
-    // BEGIN IMMEDIATE) or the schema lock (PostgreSQL's advisory lock), so only the first creates the tables.
-    if (m_engine == Engine::PostgreSQL) {
-        Select(u"SELECT pg_advisory_xact_lock(7114301)"_s);
-    }
-    missing.clear();
-    for (const TableDdl &table : kTables) {
-        if (!hasTable(QString::fromLatin1(table.name))) {
-            missing.append(&table);
+    if (!missing.isEmpty()) {
+        m_tableRecords.clear();
+        m_layouts.clear();
+        m_statements.clear();
+        m_leased.clear();
+        CTransaction transaction(*this);
+        // Several programs may create a new database at once: look again once this one holds the write lock
+        // (SQLite's BEGIN IMMEDIATE) or the schema lock (PostgreSQL's advisory lock), so only the first creates
+        // the tables.
+        if (m_engine == Engine::PostgreSQL) {
+            Select(u"SELECT pg_advisory_xact_lock(7114301)"_s);
         }
-    }
-    for (const TableDdl *t : std::as_const(missing)) {
-        const TableDdl &table = *t;
-        Execute(QString::fromLatin1(m_engine == Engine::SQLite ? table.sqlite : table.postgresql));
-        const QStringList indexes = QString::fromLatin1(table.indexes).split(u';', Qt::SkipEmptyParts);
-        for (const QString &index : indexes) {
-            Execute(index);
+        missing.clear();
+        for (const TableDdl &table : kTables) {
+            if (!hasTable(QString::fromLatin1(table.name))) {
+                missing.append(&table);
+            }
         }
+        for (const TableDdl *t : std::as_const(missing)) {
+            const TableDdl &table = *t;
+            Execute(QString::fromLatin1(m_engine == Engine::SQLite ? table.sqlite : table.postgresql));
+            const QStringList indexes = QString::fromLatin1(table.indexes).split(u';', Qt::SkipEmptyParts);
+            for (const QString &index : indexes) {
+                Execute(index);
+            }
+        }
+        transaction.Commit();
     }
-    transaction.Commit();
+    if (!m_readOnly) {
+        ChangeLog::ensure(*this);
+    }
 }
 
 QVariant CConnection::toSqlValue(const QVariant &value) const

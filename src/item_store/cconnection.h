@@ -75,6 +75,13 @@ public:
     int Execute(const QString &sql, const QVariantList &params = {});
     /// Runs a statement that returns rows, positioned before the first row. Throws DbError.
     QSqlQuery Select(const QString &sql, const QVariantList &params = {});
+    /// The same through a statement kept prepared: on a server one round trip instead of three (prepare, run,
+    /// release). Hand the query back with Recycle() once its rows are read, for the next run of the statement.
+    QSqlQuery SelectPrepared(const QString &sql, const QVariantList &params);
+    void Recycle(const QString &sql, QSqlQuery &&query);
+    /// The layout of a table's columns, for writing a row without reading one first. Throws DbError when the
+    /// table is missing.
+    std::shared_ptr<const ColumnLayout> tableLayout(const QString &table) const;
     /// Moves a query to its next row: false at the end of the rows. A row that cannot be read (a damaged page, a
     /// lost server) throws DbError instead of passing for the end of the data.
     static bool next(QSqlQuery &query);
@@ -88,7 +95,8 @@ public:
     void RollbackTrans();
     int transactionDepth() const { return m_depth; }
 
-    /// Creates T_Item, T_KeyID, T_GoodsPrice and T_GoodsInOutList with their indexes where missing.
+    /// Creates T_Item, T_KeyID, T_GoodsPrice and T_GoodsInOutList with their indexes where missing, and the change
+    /// table with its triggers (ChangeLog) unless the database was opened read-only.
     void EnsureSchema();
 
     /// The columns of the rows of `sql`, read from `query` the first time and kept for the statement text.
@@ -98,11 +106,18 @@ public:
     QVariant toSqlValue(const QVariant &value) const;
 
     void Close();
+    /// Closes and opens the connection again with the same settings, after the server dropped it; an open
+    /// transaction is gone. False, with `errorMessage` set, when the database cannot be reached.
+    bool Reopen(QString *errorMessage = nullptr);
 
 private:
     CConnection(const QString &connectionName, const QString &url, Engine engine);
 
-    QSqlQuery prepare(const QString &sql, const QVariantList &params);
+    QSqlQuery prepare(const QString &sql, const QVariantList &params, bool forwardOnly = true);
+    QSqlQuery &cachedStatement(const QString &sql, const QVariantList &params);
+    void bind(QSqlQuery &query, const QVariantList &params) const;
+    // Session settings, after every open.
+    void setUp();
 
     QString m_connectionName;
     QString m_url;
@@ -111,11 +126,14 @@ private:
     QString m_notice;
     int m_depth = 0;
     bool m_rollbackOnly = false;
+    bool m_memory = false;
     // Columns per table (lower-case name); asked once, since every save opens its table.
     mutable QHash<QString, QSqlRecord> m_tableRecords;
     // Columns per statement text: reading a result's columns builds a field list, which costs more than a row.
     mutable QHash<QString, std::shared_ptr<const ColumnLayout>> m_layouts;
     QHash<QString, QSqlQuery> m_statements;
+    // Prepared statements that return rows, while nobody reads them (SelectPrepared, Recycle).
+    QHash<QString, QSqlQuery> m_leased;
 };
 
 /**

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -526,7 +527,44 @@ bool CItem::assign(int column, const QVariant &value, QString *error)
     return fail();
 }
 
+quint64 CItem::columnHash() const
+{
+    // Only the stored columns count (not the working fields of a goods line, nor the joined names), and the
+    // column a read stopped at: a row read in part never passes for the whole row.
+    std::size_t h = qHashBits(m.m_int, sizeof(m.m_int), std::size_t(m.m_unreadFrom));
+    h = qHashMulti(h, m.m_int16, m.m_bool);
+    for (float single : m.m_single) {
+        h = qHashMulti(h, std::bit_cast<quint32>(single));
+    }
+    for (const Currency &amount : m.m_currency) {
+        h = qHashMulti(h, amount.scaled());
+    }
+    for (const QDateTime &date : m.m_date) {
+        // Held in UTC without zone rules (wallClock), so day and time say it all, without an epoch conversion.
+        h = date.isValid() ? qHashMulti(h, date.date().toJulianDay(), date.time().msecsSinceStartOfDay())
+                           : qHashMulti(h, std::numeric_limits<qint64>::min());
+    }
+    for (int slot = 0; slot < 15; ++slot) {
+        h = qHash(m.m_texts.get(slot), h) ^ std::size_t(slot);
+    }
+    return h == 0 ? 1 : quint64(h);
+}
+
 bool CItem::UpdateDataFromRst(CRecordset &rst, bool fromRst, QString *error)
+{
+    if (fromRst) {
+        // Whatever the read reached, the fingerprint is of that; texts are in by the time the guard ends.
+        struct Fingerprint
+        {
+            CItem &item;
+            ~Fingerprint() { item.m.m_rowHash = item.columnHash(); }
+        } fingerprint {*this};
+        return copyRow(rst, true, error);
+    }
+    return copyRow(rst, false, error);
+}
+
+bool CItem::copyRow(CRecordset &rst, bool fromRst, QString *error)
 {
     try {
         if (fromRst) {

@@ -89,6 +89,12 @@ public:
             break;
         }
     }
+    /// A 64-bit fingerprint of the stored columns as the last read from the database found them (0 when the item
+    /// was never read): a save compares it with the row it is about to overwrite. Edits leave it; copies carry it.
+    quint64 rowHash() const { return m.m_rowHash; }
+    void setRowHash(quint64 hash) { m.m_rowHash = hash; }
+    /// The fingerprint of the columns' current values (never 0). Meaningful within one process only.
+    quint64 columnHash() const;
 
     /// A column's value as the item holds it (qint32, qint16, QString, float, Currency, QDateTime or bool).
     QVariant value(int column) const;
@@ -199,6 +205,7 @@ private:
     static constexpr quint8 kAllRead = 0xFF;
 
     bool assign(int column, const QVariant &value, QString *error);
+    bool copyRow(CRecordset &rst, bool fromRst, QString *error);
     void keyAboutToChange(int column);
     void keyChanged(int column);
 
@@ -241,6 +248,7 @@ private:
         // The first column a read could not convert (the columns from it on were not read), or kAllRead.
         quint8 m_unreadFrom = kAllRead;
         float m_single[3] = {};
+        quint64 m_rowHash = 0;
         TextSlots m_texts;
         Currency m_currency[6];
         QDateTime m_date[3];

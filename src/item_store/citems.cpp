@@ -19,6 +19,14 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+// A save refused because another seat changed the row since this one read it.
+struct SaveConflict : DbError
+{
+    SaveConflict()
+        : DbError(u"该记录已被其他用户修改,请刷新后再改。"_s)
+    { }
+};
+
 const char16_t *const kTypeNames[] = {u"客户", u"单位",     u"商品类别", u"商品",     u"仓库",   u"部门",
                                       u"选项", u"客户类别", u"地区",     u"用户权限", u"领料人", u"软件使用者信息"};
 
@@ -305,6 +313,52 @@ public:
         return item;
     }
 
+    // Whether a stored row is one this list shows: its kind, and for goods and goods types not hidden.
+    bool shows(const CItem &row) const
+    {
+        if (row.F_ItemTypeID() != itemType) {
+            return false;
+        }
+        return !(itemType == ItemType::Goods || itemType == ItemType::GoodsType) || row.F_Tag3() <= 0;
+    }
+
+    // Brings the list in line with the stored row of `id`; false when it already was.
+    bool follow(qint32 id)
+    {
+        if (!connection) {
+            throw DbError(u"没有数据库连接"_s);
+        }
+        CRecordset rst(*connection);
+        rst.Open(u"Select * From T_Item Where F_ID=?"_s, {id});
+        CItemHook *listed = index.findInt(ItemIndex::ID, id, list);
+        CItem stored;
+        const bool present = !rst.isEOF() && (stored.UpdateDataFromRst(rst, true) || stored.unreadFrom() > 3);
+        if (!present || !shows(stored)) {
+            if (!listed) {
+                return false;
+            }
+            removeAt(list.positionOf(listed));
+            Q_EMIT q->SomeOneRemoved(id);
+            return true;
+        }
+        if (listed && listed->item->rowHash() == stored.rowHash()) {
+            // Our own save, or a write that stored what we hold.
+            return false;
+        }
+        const CItemPtr item = listed ? listed->item : CItem::create();
+        PartialReads partial;
+        partial.read(rst, *item);
+        rst.Close();
+        if (listed) {
+            putBack(listed, item);
+        } else {
+            insertAt(orderedPosition(*item), item);
+        }
+        partial.report(typeName);
+        Q_EMIT q->SomeOneChanged(item);
+        return true;
+    }
+
     CItemPtr first(ItemIndex::Key key, qint32 value) const
     {
         CItemHook *hook = index.findInt(key, value, list);
@@ -417,6 +471,17 @@ CItemPtr CItems::Refresh(qint32 id)
         Module1::SetErr(e.message());
         Module1::ShowErrMsg(u"读取"_s + d->typeName + u"数据失败:"_s);
         return {};
+    }
+}
+
+bool CItems::FollowChange(qint32 id)
+{
+    try {
+        return d->follow(id);
+    } catch (const DbError &e) {
+        Module1::SetErr(e.message());
+        Module1::ShowErrMsg(u"读取"_s + d->typeName + u"数据失败:"_s);
+        return false;
     }
 }
 
@@ -542,41 +607,101 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
         }
         const bool isNew = previousID < 1;
         qint32 id = previousID;
-        {
+        // On a server every statement is a round trip: the written row comes back with the write itself, and a new
+        // item's key is checked by the insert, instead of a read before and after.
+        const bool readBack = d->connection->engine() == CConnection::Engine::PostgreSQL;
+        CItemsPrivate::PartialReads partial;
+        bool written = false;
+        if (isNew && readBack && d->connection->transactionDepth() == 0) {
+            // The common case of a new item is one statement, the key drawn inside it; anything unusual (no
+            // counter row, a counter behind the rows) takes the way below.
+            CRecordset rst(*d->connection);
+            rst.OpenForInsert(u"T_Item"_s, u"F_ID"_s);
+            rst.AddNew();
+            QString error;
+            if (!item->UpdateDataFromRst(rst, false, &error)) {
+                throw DbError(error);
+            }
+            if (rst.Update(CRecordset::Returning::RowWithDrawnKey)) {
+                partial.read(rst, *item);
+                id = item->F_ID();
+                written = true;
+            }
+        }
+        if (!written) {
             CTransaction transaction(*d->connection);
             if (isNew) {
                 id = Module1::GetNewID(*d->connection, u"T_Item"_s, true);
                 item->setF_ID(id);
             }
             CRecordset rst(*d->connection);
-            rst.OpenTable(u"T_Item"_s, u"F_ID"_s, id);
-            if (isNew && !rst.isEOF()) {
-                // The key counter fell behind the rows (another program, a restored backup): set it past the
-                // largest key and draw again, once.
-                Module1::ReseedKeyID(*d->connection, u"T_Item"_s);
-                id = Module1::GetNewID(*d->connection, u"T_Item"_s, true);
-                item->setF_ID(id);
+            const auto writeNew = [&] {
+                rst.AddNew();
+                QString error;
+                if (!item->UpdateDataFromRst(rst, false, &error)) {
+                    throw DbError(error);
+                }
+                if (readBack) {
+                    return rst.Update(CRecordset::Returning::RowIfKeyFree);
+                }
+                rst.Update();
+                return true;
+            };
+            const auto keyTaken = [&] {
+                if (readBack) {
+                    rst.OpenForInsert(u"T_Item"_s, u"F_ID"_s);
+                    return !writeNew();
+                }
                 rst.OpenTable(u"T_Item"_s, u"F_ID"_s, id);
-                if (!rst.isEOF()) {
-                    throw DbError(u"键值表 T_KeyID 落后于数据,重新校准后仍取不到新的键值"_s);
+                return !rst.isEOF() || !writeNew();
+            };
+            if (isNew) {
+                if (keyTaken()) {
+                    // The key counter fell behind the rows (another program, a restored backup): set it past the
+                    // largest key and draw again, once.
+                    Module1::ReseedKeyID(*d->connection, u"T_Item"_s);
+                    id = Module1::GetNewID(*d->connection, u"T_Item"_s, true);
+                    item->setF_ID(id);
+                    if (keyTaken()) {
+                        throw DbError(u"键值表 T_KeyID 落后于数据,重新校准后仍取不到新的键值"_s);
+                    }
+                }
+            } else {
+                rst.OpenTable(u"T_Item"_s, u"F_ID"_s, id, CRecordset::ForUpdate);
+                if (rst.isEOF()) {
+                    throw DbError(u"数据库中已没有这条记录(F_ID="_s + QString::number(id) + u")"_s);
+                }
+                if (item->rowHash() != 0) {
+                    // The row is locked now; it must still be the one the item was read from.
+                    CItem stored;
+                    stored.UpdateDataFromRst(rst, true);
+                    if (stored.rowHash() != item->rowHash()) {
+                        throw SaveConflict();
+                    }
+                }
+                QString error;
+                if (!item->UpdateDataFromRst(rst, false, &error)) {
+                    throw DbError(error);
+                }
+                if (readBack) {
+                    rst.Update(CRecordset::Returning::Row);
+                } else {
+                    rst.Update();
                 }
             }
-            if (isNew) {
-                rst.AddNew();
-            } else if (rst.isEOF()) {
-                throw DbError(u"数据库中已没有这条记录(F_ID="_s + QString::number(id) + u")"_s);
+            if (readBack) {
+                partial.read(rst, *item);
             }
-            QString error;
-            if (!item->UpdateDataFromRst(rst, false, &error)) {
-                throw DbError(error);
-            }
-            rst.Update();
             rst.Close();
             transaction.Commit();
         }
+        if (readBack) {
+            partial.report(d->typeName);
+        } else {
+            d->reread(id, *item);
+        }
         // The saved item itself takes the stored values and the place in the list, and listeners are told about
         // it: a copy made for the re-read would be thrown away right after.
-        d->reread(id, *item);
         if (CItemHook *listed = d->index.findInt(ItemIndex::ID, id, d->list)) {
             d->putBack(listed, item);
         } else {
@@ -587,6 +712,14 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
             s_boundControlRefresh(*this, boundControl, id);
         }
         return true;
+    } catch (const SaveConflict &) {
+        const int answer =
+            CPrompt::current().MsgBox(u"该记录已被其他用户修改,请刷新后再改。\r\n是否放弃您的修改,重新读取这条记录?"_s,
+                                      CPrompt::vbYesNo | CPrompt::vbExclamation, CPrompt::messageTitle());
+        if (answer == CPrompt::vbYes) {
+            reloadAfterConflict(item);
+        }
+        return false;
     } catch (const std::exception &e) {
         if (item->F_ID() != previousID && !d->hookOf(item.get())) {
             // The key was drawn inside the rolled-back transaction; the item is still unsaved.
@@ -596,6 +729,25 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
         Module1::SetErr(db ? db->message() : QString::fromLocal8Bit(e.what()));
         Module1::ShowErrMsg(u"保存元素失败!"_s);
         return false;
+    }
+}
+
+void CItems::reloadAfterConflict(const CItemPtr &item)
+{
+    const qint32 id = item->F_ID();
+    try {
+        d->follow(id);
+        if (const CItemPtr listed = SearchItemByID(id)) {
+            if (listed != item) {
+                *item = *listed;
+            }
+            Q_EMIT ItemReloaded(listed);
+        } else if (!d->reread(id, *item)) {
+            CPrompt::current().MsgBox(u"该记录已经被其他用户删除!"_s, CPrompt::vbInformation, CPrompt::messageTitle());
+        }
+    } catch (const DbError &e) {
+        Module1::SetErr(e.message());
+        Module1::ShowErrMsg(u"读取"_s + d->typeName + u"数据失败:"_s);
     }
 }
 
@@ -671,37 +823,68 @@ bool CItems::RemoveItem(qint32 id)
             forced = true;
         }
 
-        int affected = 0;
-        {
-            CTransaction transaction(db);
-            switch (ItemType(d->itemType)) {
-            case ItemType::Unit:
-                if (hasRow(u"Select F_ID From T_Item Where (F_Tag1="_s + sid + u" OR F_Tag2="_s + sid + u" OR F_Tag3="_s
-                           + sid + u" OR F_Tag4="_s + sid + u") AND F_ItemTypeID="_s
-                           + QString::number(itemTypeNumber(ItemType::Goods)))) {
-                    return inUse();
-                }
-                break;
-            case ItemType::GoodsType:
-            case ItemType::ClientType:
-                if (hasRow(u"Select F_ID From T_Item Where F_ParentID="_s + sid)) {
-                    return inUse();
-                }
-                break;
-            case ItemType::Goods:
-                if (forced) {
-                    db.Execute(u"Delete From T_GoodsInOutList Where F_GoodsID="_s + sid);
-                } else if (hasRow(goodsMovements)) {
-                    // Movements were booked while nobody was asked.
-                    return inUse();
-                }
-                db.Execute(u"Delete From T_GoodsPrice Where F_GoodsID="_s + sid);
-                break;
-            default:
-                break;
+        // Another seat may have changed the item since it was read: the clerk decides on what is stored now.
+        // The question is asked outside the transaction, which then starts over.
+        bool changeAccepted = false;
+        const auto changedElsewhere = [&] {
+            const CItemPtr listed = SearchItemByID(id);
+            if (changeAccepted || !listed || listed->rowHash() == 0) {
+                return false;
             }
-            affected = db.Execute(u"Delete From T_Item Where F_ID="_s + sid);
-            transaction.Commit();
+            CRecordset rst(db);
+            rst.OpenTable(u"T_Item"_s, u"F_ID"_s, id, CRecordset::ForUpdate);
+            if (rst.isEOF()) {
+                return false;
+            }
+            CItem stored;
+            stored.UpdateDataFromRst(rst, true);
+            return stored.rowHash() != listed->rowHash();
+        };
+        int affected = 0;
+        for (;;) {
+            {
+                CTransaction transaction(db);
+                if (!changedElsewhere()) {
+                    switch (ItemType(d->itemType)) {
+                    case ItemType::Unit:
+                        if (hasRow(u"Select F_ID From T_Item Where (F_Tag1="_s + sid + u" OR F_Tag2="_s + sid
+                                   + u" OR F_Tag3="_s + sid + u" OR F_Tag4="_s + sid + u") AND F_ItemTypeID="_s
+                                   + QString::number(itemTypeNumber(ItemType::Goods)))) {
+                            return inUse();
+                        }
+                        break;
+                    case ItemType::GoodsType:
+                    case ItemType::ClientType:
+                        if (hasRow(u"Select F_ID From T_Item Where F_ParentID="_s + sid)) {
+                            return inUse();
+                        }
+                        break;
+                    case ItemType::Goods:
+                        if (forced) {
+                            db.Execute(u"Delete From T_GoodsInOutList Where F_GoodsID="_s + sid);
+                        } else if (hasRow(goodsMovements)) {
+                            // Movements were booked while nobody was asked.
+                            return inUse();
+                        }
+                        db.Execute(u"Delete From T_GoodsPrice Where F_GoodsID="_s + sid);
+                        break;
+                    default:
+                        break;
+                    }
+                    affected = db.Execute(u"Delete From T_Item Where F_ID="_s + sid);
+                    transaction.Commit();
+                    break;
+                }
+            }
+            const int answer =
+                CPrompt::current().MsgBox(u"该记录已被其他用户修改!\r\n您确实要删除吗?"_s,
+                                          CPrompt::vbYesNo | CPrompt::vbQuestion, CPrompt::messageTitle());
+            if (answer != CPrompt::vbYes) {
+                // The clerk sees what the other seat stored.
+                d->follow(id);
+                return false;
+            }
+            changeAccepted = true;
         }
         if (CItemHook *hook = d->index.findInt(ItemIndex::ID, id, d->list)) {
             d->removeAt(d->list.positionOf(hook));

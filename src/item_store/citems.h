@@ -53,6 +53,12 @@ public:
     /// raises SomeOneChanged. Returns the item, or none.
     CItemPtr Refresh(qint32 id = 0);
 
+    /// After another seat changed the row of `id`: the listed item takes the stored values and raises
+    /// SomeOneChanged, a row new to the list is added likewise, and an item whose row is gone (or no longer of this
+    /// kind) leaves the list with SomeOneRemoved. Nothing happens when the list already shows the row (our own
+    /// save). Returns whether anything changed.
+    bool FollowChange(qint32 id);
+
     CItemPtr Add(const CItemPtr &item);
     /// By 1-based position; none outside 1..Count.
     CItemPtr Item(qint32 index) const;
@@ -78,7 +84,9 @@ public:
     int itemTypeID() const;
     std::shared_ptr<CConnection> connection() const;
 
-    /// Inserts or updates the item in T_Item and in the list; see the class's persistence rules.
+    /// Inserts or updates the item in T_Item and in the list; see the class's persistence rules. An item read from
+    /// the database is only saved over the row it was read from: when another seat changed that row since, the
+    /// save is refused ("该记录已被其他用户修改,请刷新后再改。") and the user may reload the item (ItemReloaded).
     bool SaveItem(const CItemPtr &item, QObject *boundControl = nullptr);
     bool SaveItemInfo(qint32 id, const QString &itemNo, const QString &itemName, qint32 orderByID, qint32 tag1,
                       const QDateTime &date, bool isSpecial, qint16 itemTypeID, QObject *boundControl = nullptr);
@@ -175,10 +183,13 @@ Q_SIGNALS:
     void ItemMoved(qint32 from, qint32 to);
     /// The item saved over a listed one (a copy with the same F_ID) took its place; `previous` left the list.
     void ItemReplaced(qint32 position, const CItemPtr &previous);
+    /// After a refused save the user chose to reload the item: it shows the stored values, edits of it are void.
+    void ItemReloaded(const CItemPtr &item);
     void ListAboutToBeReset();
     void ListReset();
 
 private:
+    void reloadAfterConflict(const CItemPtr &item);
     QString numberAfter(const QString &prefix, std::optional<qint32> parentID) const;
 
     std::unique_ptr<CItemsPrivate> d;

@@ -30,26 +30,36 @@ CRecordset::CRecordset(CConnection &connection)
     : m_connection(connection)
 { }
 
-CRecordset::~CRecordset() = default;
+CRecordset::~CRecordset()
+{
+    Close();
+}
 
 void CRecordset::Open(const QString &sql, const QVariantList &params)
 {
     Close();
-    m_query = m_connection.Select(sql, params);
+    m_query = m_connection.SelectPrepared(sql, params);
+    if (!params.isEmpty()) {
+        m_leasedSql = sql;
+    }
     m_layout = m_connection.columnLayout(sql, m_query);
     m_open = true;
     m_eof = !CConnection::next(m_query);
 }
 
-void CRecordset::OpenTable(const QString &table, const QString &keyColumn, const QVariant &key)
+void CRecordset::OpenTable(const QString &table, const QString &keyColumn, const QVariant &key, Lock lock)
 {
     Close();
     const QSqlRecord columns = m_connection.tableRecord(table);
     if (columns.isEmpty()) {
         throw DbError(u"数据表不存在: "_s + table);
     }
-    const QString sql = u"Select * From "_s + table + u" Where "_s + keyColumn + u"=?"_s;
-    m_query = m_connection.Select(sql, {key});
+    QString sql = u"Select * From "_s + table + u" Where "_s + keyColumn + u"=?"_s;
+    if (lock == ForUpdate && m_connection.engine() == CConnection::Engine::PostgreSQL) {
+        sql += u" FOR UPDATE"_s;
+    }
+    m_query = m_connection.SelectPrepared(sql, {key});
+    m_leasedSql = sql;
     m_layout = m_connection.columnLayout(sql, m_query);
     m_table = table;
     m_keyColumn = keyColumn;
@@ -57,8 +67,22 @@ void CRecordset::OpenTable(const QString &table, const QString &keyColumn, const
     m_eof = !CConnection::next(m_query);
 }
 
+void CRecordset::OpenForInsert(const QString &table, const QString &keyColumn)
+{
+    Close();
+    m_layout = m_connection.tableLayout(table);
+    m_table = table;
+    m_keyColumn = keyColumn;
+    m_open = true;
+    m_eof = true;
+}
+
 void CRecordset::Close()
 {
+    if (!m_leasedSql.isEmpty()) {
+        m_connection.Recycle(m_leasedSql, std::move(m_query));
+        m_leasedSql.clear();
+    }
     m_query = QSqlQuery();
     m_open = false;
     m_eof = true;
@@ -162,8 +186,18 @@ void CRecordset::setField(const QString &name, const QVariant &value)
 
 void CRecordset::Update()
 {
+    write(std::nullopt);
+}
+
+bool CRecordset::Update(Returning returning)
+{
+    return write(returning);
+}
+
+bool CRecordset::write(std::optional<Returning> returning)
+{
     if (m_editMode == EditMode::None) {
-        return;
+        return true;
     }
     QStringList columns;
     QVariantList params;
@@ -173,21 +207,61 @@ void CRecordset::Update()
             params.append(m_buffer.at(i));
         }
     }
+    QString sql;
     if (m_editMode == EditMode::AddNew) {
         if (columns.isEmpty()) {
             throw DbError(u"新记录没有任何字段值"_s);
         }
-        const QString marks = QString(u",?"_s).repeated(columns.size()).mid(1);
-        m_connection.Execute(
-            u"Insert Into "_s + m_table + u" ("_s + columns.join(u',') + u") Values ("_s + marks + u')', params);
-    } else if (!columns.isEmpty()) {
-        params.append(m_originalKey);
-        const int affected = m_connection.Execute(u"Update "_s + m_table + u" Set "_s + columns.join(u"=?,"_s)
-                                                      + u"=? Where "_s + m_keyColumn + u"=?"_s,
-                                                  params);
-        if (affected < 1) {
-            throw DbError(u"要更新的记录已不存在"_s);
+        if (returning == Returning::RowWithDrawnKey) {
+            qsizetype key = columns.size() - 1;
+            while (key >= 0 && columns.at(key).compare(m_keyColumn, Qt::CaseInsensitive) != 0) {
+                --key;
+            }
+            if (key >= 0) {
+                columns.removeAt(key);
+                params.removeAt(key);
+            }
+            params.prepend(m_table);
+            const QString marks = QString(u",?"_s).repeated(columns.size());
+            // The parameters take the types of the columns they go to, as in a VALUES list.
+            sql = u"With k As (Update T_KeyID Set F_MaxID=F_MaxID+1 Where F_TableName=? And F_MaxID<2147483647 "
+                  "Returning F_MaxID-1 As F_DrawnKey) Insert Into "_s
+                + m_table + u" ("_s + m_keyColumn + (columns.isEmpty() ? QString() : u","_s + columns.join(u','))
+                + u") Select k.F_DrawnKey"_s + marks + u" From k On Conflict ("_s + m_keyColumn + u") Do Nothing"_s;
+        } else {
+            const QString marks = QString(u",?"_s).repeated(columns.size()).mid(1);
+            sql = u"Insert Into "_s + m_table + u" ("_s + columns.join(u',') + u") Values ("_s + marks + u')';
+            if (returning == Returning::RowIfKeyFree) {
+                sql += u" On Conflict ("_s + m_keyColumn + u") Do Nothing"_s;
+            }
         }
+    } else if (!columns.isEmpty() || returning) {
+        if (columns.isEmpty()) {
+            // Nothing changed, but the row is to be read back: a write of the key onto itself does both.
+            columns.append(m_keyColumn);
+            params.append(m_originalKey);
+        }
+        params.append(m_originalKey);
+        sql = u"Update "_s + m_table + u" Set "_s + columns.join(u"=?,"_s) + u"=? Where "_s + m_keyColumn + u"=?"_s;
     }
     m_editMode = EditMode::None;
+    if (sql.isEmpty()) {
+        return true;
+    }
+    if (!returning) {
+        if (m_connection.Execute(sql, params) < 1 && !sql.startsWith(u"Insert"_s)) {
+            throw DbError(u"要更新的记录已不存在"_s);
+        }
+        return true;
+    }
+    sql += u" Returning *"_s;
+    if (!m_leasedSql.isEmpty()) {
+        m_connection.Recycle(m_leasedSql, std::move(m_query));
+    }
+    m_query = m_connection.SelectPrepared(sql, params);
+    m_leasedSql = sql;
+    m_layout = m_connection.columnLayout(sql, m_query);
+    m_open = true;
+    m_eof = !CConnection::next(m_query);
+    return !m_eof;
 }

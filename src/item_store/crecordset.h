@@ -11,6 +11,7 @@
 #include <QVariant>
 
 #include <memory>
+#include <optional>
 #include <span>
 
 class CConnection;
@@ -52,8 +53,12 @@ public:
 
     /// Runs a statement and positions on its first row. Throws DbError.
     void Open(const QString &sql, const QVariantList &params = {});
+    enum Lock { NoLock, ForUpdate };
     /// Opens the rows of `table` whose `keyColumn` equals `key`, ready for AddNew() or for changing the current row.
-    void OpenTable(const QString &table, const QString &keyColumn, const QVariant &key);
+    /// ForUpdate locks the rows to the end of the transaction on PostgreSQL (SQLite's writer holds the whole file).
+    void OpenTable(const QString &table, const QString &keyColumn, const QVariant &key, Lock lock = NoLock);
+    /// Makes the recordset ready for AddNew() on `table` without reading anything.
+    void OpenForInsert(const QString &table, const QString &keyColumn);
     void Close();
 
     bool isOpen() const { return m_open; }
@@ -80,12 +85,25 @@ public:
     void setField(const QString &name, const QVariant &value);
     /// Writes the edit buffer: INSERT after AddNew(), otherwise UPDATE of the changed columns. Throws DbError.
     void Update();
+    enum class Returning {
+        Row, ///< the written row becomes the current row (statement ... RETURNING *)
+        RowIfKeyFree, ///< the same; an INSERT whose key is taken writes nothing and leaves no current row
+        /// An INSERT under a key drawn from T_KeyID in the same statement (PostgreSQL): nothing is written when the
+        /// table has no counter row, its keys are used up or the drawn key is taken (the key is then spent).
+        RowWithDrawnKey,
+    };
+    /// Update() that reads the written row back in the same round trip (PostgreSQL and SQLite 3.35 on): false when
+    /// no row was written. Throws DbError.
+    bool Update(Returning returning);
 
 private:
     void fetchCurrent();
+    bool write(std::optional<Returning> returning);
 
     CConnection &m_connection;
     QSqlQuery m_query;
+    // The statement m_query was lent by the connection for (SelectPrepared), to be handed back.
+    QString m_leasedSql;
     std::shared_ptr<const ColumnLayout> m_layout;
     bool m_open = false;
     bool m_eof = true;

@@ -1,6 +1,7 @@
 #include "databasecopy.h"
 
 #include "cconnection.h"
+#include "changelog.h"
 #include "currency.h"
 #include "keyid.h"
 
@@ -602,8 +603,19 @@ DatabaseCopy::Result DatabaseCopy::copy(CConnection &from, CConnection &to, cons
     StallWatchdog watchdog(servers, stallLimit);
     try {
         CTransaction transaction(to);
+        // The change triggers would note every copied row; seats are told once to reload instead. The
+        // triggers come back inside the same transaction, so a failure leaves them as they were.
+        bool noted = false;
         for (const Table &table : tables) {
+            const bool suspended = ChangeLog::suspendTriggers(to, table.name);
             result.rows.append({table.name, copyTable(from, to, table, progress, watchdog)});
+            if (suspended) {
+                ChangeLog::restoreTriggers(to, table.name);
+                noted = true;
+            }
+        }
+        if (noted) {
+            ChangeLog::noteReload(to, 0);
         }
         watchdog.step();
         transaction.Commit();

@@ -30,6 +30,32 @@ void GoodsPriceBook::load(CConnection &connection)
     m_loaded = true;
 }
 
+void GoodsPriceBook::reloadGoods(CConnection &connection, qint32 goodsID)
+{
+    QHash<quint64, Currency> byClient;
+    QHash<quint64, Currency> byClientType;
+    QSqlQuery q = connection.Select(
+        u"Select F_ClientID, F_ClientTypeID, F_Price From T_GoodsPrice Where F_GoodsID=? Order By F_ID"_s, {goodsID});
+    while (CConnection::next(q)) {
+        const qint32 client = SqlValue::toInt32(q.value(0)).value_or(0);
+        const qint32 type = SqlValue::toInt32(q.value(1)).value_or(0);
+        const Currency price = SqlValue::toCurrency(q.value(2)).value_or(Currency());
+        if (client > 0) {
+            byClient.insert(key(goodsID, client), price);
+        } else if (type > 0) {
+            byClientType.insert(key(goodsID, type), price);
+        }
+    }
+    // A walk over the whole book; prices change rarely.
+    const auto ofGoods = [goodsID](quint64 k) {
+        return qint32(quint32(k >> 32)) == goodsID;
+    };
+    m_byClient.removeIf([&](const auto &entry) { return ofGoods(entry.key()); });
+    m_byClientType.removeIf([&](const auto &entry) { return ofGoods(entry.key()); });
+    m_byClient.insert(byClient);
+    m_byClientType.insert(byClientType);
+}
+
 std::optional<Currency> GoodsPriceBook::clientPrice(qint32 goodsID, qint32 clientID) const
 {
     const auto it = m_byClient.constFind(key(goodsID, clientID));

@@ -25,6 +25,8 @@ public:
     /// Reads every price of the database. Throws DbError.
     void load(CConnection &connection);
     bool isLoaded() const { return m_loaded; }
+    /// Reads the prices of one goods again (after another seat changed them). Throws DbError.
+    void reloadGoods(CConnection &connection, qint32 goodsID);
 
     std::optional<Currency> clientPrice(qint32 goodsID, qint32 clientID) const;
     std::optional<Currency> clientTypePrice(qint32 goodsID, qint32 clientTypeID) const;

@@ -292,6 +292,12 @@ void ItemTableModel::connectItems()
         setModifiedState();
     });
     connect(m_items, &CItems::SomeOneChanged, this, [this](const CItemPtr &item) { refreshItem(item.get()); });
+    connect(m_items, &CItems::ItemReloaded, this, [this](const CItemPtr &item) {
+        // The clerk gave up the edit for what another seat stored.
+        forgetEdit(item.get());
+        refreshItem(item.get());
+        setModifiedState();
+    });
     connect(m_items, &QObject::destroyed, this, [this]() {
         beginResetModel();
         m_edited.clear();

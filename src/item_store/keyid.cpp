@@ -36,8 +36,36 @@ qint32 GetNewID(CConnection &connection, const QString &tableName, bool update)
     }
     CTransaction transaction(connection);
     if (connection.engine() == CConnection::Engine::PostgreSQL) {
-        // Serialises allocators until the enclosing transaction ends; SQLite's BEGIN IMMEDIATE already did.
-        connection.Execute(u"LOCK TABLE T_KeyID IN SHARE ROW EXCLUSIVE MODE"_s);
+        // One round trip: the row lock serialises allocators until the enclosing transaction ends. A table
+        // without a counter row gets one first (two allocators may both try; the second adds nothing). No table
+        // lock: upgrading from the row's lock to it would deadlock two first allocators.
+        const QString draw = u"Update T_KeyID Set F_MaxID=F_MaxID+1 Where F_TableName=? And F_MaxID<2147483647 "
+                             "Returning F_MaxID-1"_s;
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            QSqlQuery drawn = connection.SelectPrepared(draw, {tableName});
+            const bool found = CConnection::next(drawn);
+            const std::optional<qint32> key = found ? SqlValue::toInt32(drawn.value(0)) : std::nullopt;
+            connection.Recycle(draw, std::move(drawn));
+            if (found && !key) {
+                throw DbError(u"T_KeyID 中 "_s + tableName + u" 的 F_MaxID 不是有效的整数"_s);
+            }
+            if (key) {
+                transaction.Commit();
+                return *key;
+            }
+            // The row may have come from another allocator since the update looked: then it is drawn again.
+            const auto counter = currentCounter(connection, tableName);
+            if (counter == std::numeric_limits<qint32>::max()) {
+                throw DbError(u"溢出: "_s + tableName + u" 的键值已用尽"_s);
+            }
+            if (counter) {
+                continue;
+            }
+            connection.Execute(u"Insert Into T_KeyID(F_TableName,F_MaxID) Select ?, 1 Where Not Exists "
+                               "(Select 1 From T_KeyID Where F_TableName=?) On Conflict Do Nothing"_s,
+                               {tableName, tableName});
+        }
+        throw DbError(u"无法取得 "_s + tableName + u" 的新键值"_s);
     }
     const auto counter = currentCounter(connection, tableName);
     const qint32 key = counter.value_or(1);
