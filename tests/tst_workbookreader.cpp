@@ -189,6 +189,14 @@ private Q_SLOTS:
         }
     }
 
+    // A sheet naming one cell twice in a row handed both values on, as if the row had two cells there.
+    void cellGivenTwiceInARowIsRefused()
+    {
+        const QString file = make(u"twice"_s, u"twice.xlsx"_s);
+        QVERIFY(!file.isEmpty());
+        QCOMPARE(readError(file), u"表格 [客户] 的单元格 A2 出现了两次"_s);
+    }
+
     void zipBombIsRefusedBeforeItIsInflated()
     {
         // A sheet of 200 MB of blanks packs into a few hundred kilobytes.

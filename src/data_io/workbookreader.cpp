@@ -13,6 +13,7 @@
 #include <freexl.h>
 #include <zip.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -974,6 +975,13 @@ bool WorkbookReaderPrivate::readXlsxSheet(const SheetEntry &sheet, const Workboo
             inRow = false;
             if (!row.empty()) {
                 std::sort(row.begin(), row.end(), [](const auto &a, const auto &b) { return a.column < b.column; });
+                // Two cells with one reference: no spreadsheet program writes that, and either value would be a guess.
+                const auto twice = std::adjacent_find(
+                    row.begin(), row.end(), [](const auto &a, const auto &b) { return a.column == b.column; });
+                if (twice != row.end()) {
+                    return fail(u"表格 ["_s + sheet.name + u"] 的单元格 "_s + WorkbookReader::columnName(twice->column)
+                                + QString::number(rowNumber) + u" 出现了两次"_s);
+                }
                 if (!handler(rowNumber, row)) {
                     return true;
                 }

@@ -201,6 +201,15 @@ void ChangeLog::ensure(CConnection &connection)
         return;
     }
     CTransaction transaction(connection);
+    // Several seats may open a database without the table at once: look again under the write lock (SQLite) or
+    // the schema lock (PostgreSQL), so that only the first creates it.
+    if (connection.engine() == Engine::PostgreSQL) {
+        connection.Select(u"SELECT pg_advisory_xact_lock(7114301)"_s);
+    }
+    if (isInstalled(connection)) {
+        transaction.Commit();
+        return;
+    }
     if (!connection.hasTable(kTableName)) {
         connection.Execute(QString::fromLatin1(connection.engine() == Engine::SQLite ? kSqliteTable : kPostgresTable));
     }

@@ -71,7 +71,7 @@ def xls(out):
     wb.save(out)
 
 
-def shared(out):
+def shared(out, sheet_data=None):
     import zipfile
     main = 'xmlns="http://schemas.openxmlformats.org/spreadsheetml/2006/main"'
     rel = "http://schemas.openxmlformats.org/officeDocument/2006/relationships"
@@ -98,10 +98,19 @@ def shared(out):
         '<row r="4"><c r="B4" t="s"><v>3</v></c><c r="C4" t="str"><v>公式文字</v></c></row>'
         '</sheetData></worksheet>',
     }
+    if sheet_data is not None:
+        parts["xl/worksheets/sheet1.xml"] = f'<worksheet {main}><sheetData>{sheet_data}</sheetData></worksheet>'
     with zipfile.ZipFile(out, "w", zipfile.ZIP_DEFLATED) as z:
         for name, text in parts.items():
             z.writestr(name, text)
 
 
+def twice(out):
+    # One cell reference given twice in a row, as no spreadsheet program writes it.
+    shared(out, '<row r="1"><c r="A1" t="s"><v>0</v></c><c r="B1" t="s"><v>1</v></c></row>'
+                '<row r="2"><c r="A2"><v>7</v></c><c r="B2"><v>8</v></c><c r="A2"><v>9</v></c></row>')
+
+
 if __name__ == "__main__":
-    {"types": types, "formula": formula, "merged": merged, "xls": xls, "shared": shared}[sys.argv[1]](sys.argv[2])
+    {"types": types, "formula": formula, "merged": merged, "xls": xls, "shared": shared, "twice": twice}[
+        sys.argv[1]](sys.argv[2])
