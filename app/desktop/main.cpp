@@ -28,8 +28,9 @@ void fail(const QString &text)
     QMessageBox::critical(nullptr, CPrompt::applicationTitle(), text);
 }
 
-// A remembered server URL with a user but no password: the password is asked for, never stored unasked. Nothing
-// when the user cancels.
+// A server URL with a user but no password that the server refused: the password is asked for (a server that needs
+// none, or finds it in ~/.pgpass, is not asked again). The URL as it was when there is nothing to ask; nothing when
+// the user cancels.
 std::optional<QString> withAskedPassword(const QString &url)
 {
     const DatabaseUrl where = DatabaseUrl::parse(url);
@@ -94,17 +95,25 @@ int main(int argc, char *argv[])
         url = AppDatabase::rememberedUrl();
         if (url.isEmpty()) {
             url = AppDatabase::defaultUrl();
-        } else if (const auto asked = withAskedPassword(url)) {
-            url = *asked;
-        } else {
-            return 0;
         }
     }
     QString error;
     std::shared_ptr<CConnection> connection;
     // A database that cannot be opened (a server down, a password changed) is not a dead end: the user may pick
     // another one or correct this one.
+    bool mayAskPassword = true;
     while (!(connection = AppDatabase::open(url, &error))) {
+        if (mayAskPassword) {
+            mayAskPassword = false;
+            const auto asked = withAskedPassword(url);
+            if (!asked) {
+                return 0;
+            }
+            if (*asked != url) {
+                url = *asked;
+                continue;
+            }
+        }
         const int answer = CPrompt::current().MsgBox(
             u"无法打开数据库:\n"_s + DatabaseUrl::masked(url) + u"\n\n"_s + error + u"\n\n要连接其他数据库吗?"_s,
             CPrompt::vbYesNo | CPrompt::vbCritical, CPrompt::applicationTitle());
@@ -164,14 +173,13 @@ int main(int argc, char *argv[])
                 return;
             }
             AppDatabase::remember(chosen, save);
-            // Closing stores the window rectangle for the new start.
-            if (!window->close()) {
-                return;
-            }
+            // The window rectangle is stored before the new program reads it.
+            window->Form_Unload();
             if (!QProcess::startDetached(QCoreApplication::applicationFilePath(), argumentsWithoutDatabase())) {
                 fail(u"无法重新启动程序,请手动启动。所选的数据库已记住。"_s);
                 return;
             }
+            window->close();
             app.quit();
         });
     if (parser.isSet(kindOption)) {
