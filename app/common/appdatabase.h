@@ -20,6 +20,17 @@ std::shared_ptr<CConnection> open(const QString &url, QString *error, Missing mi
 /// Whether the store holds no master data at all.
 bool isEmpty(CConnection &connection);
 
+/// The database the desktop program opened last (per-user settings, beside the window rectangle), or empty. It
+/// bears a password only when the user chose to keep it (rememberedSavesPassword).
+QString rememberedUrl();
+bool rememberedSavesPassword();
+/// Remembers `url` as the one to open next time, its password left out unless `savePassword`.
+void remember(const QString &url, bool savePassword);
+/// `url` without its password (a PostgreSQL URL's user:password@ becomes user@); other URLs as they are.
+QString withoutPassword(const QString &url);
+/// `url` with `password` put into it (a PostgreSQL URL with a user); other URLs as they are.
+QString withPassword(const QString &url, const QString &password);
+
 } // namespace AppDatabase
 
 #endif

@@ -1,8 +1,10 @@
 #include "frmmain.h"
 
+#include "cconnection.h"
 #include "citems.h"
 #include "excelconnection.h"
 #include "frmclientedit.h"
+#include "frmconnect.h"
 #include "frmgoodsedit.h"
 #include "frmimport.h"
 #include "frmsearch.h"
@@ -257,6 +259,8 @@ void frmMain::createActions()
         return action;
     };
     QMenu *file = menuBar()->addMenu(u"文件(&F)"_s);
+    mnuConnect = add(file, u"mnuConnect"_s, u"连接数据库(&D)..."_s, &frmMain::mnuConnect_Click);
+    file->addSeparator();
     mnuExportToExcel = add(file, u"mnuExportToExcel"_s, u"导出到Excel(&E)..."_s, &frmMain::mnuExportToExcel_Click);
     mnuImport = add(file, u"mnuImport"_s, u"导入(&I)..."_s, &frmMain::mnuImport_Click);
     file->addSeparator();
@@ -1203,6 +1207,23 @@ void frmMain::mnuReLogin_Click()
         return;
     }
     CPrompt::current().MsgBox(u"重新登录由进销存主程序提供。"_s, CPrompt::vbInformation, CPrompt::messageTitle());
+}
+
+void frmMain::mnuConnect_Click()
+{
+    if (!hostHandles("DatabaseChosen(QString,bool)")) {
+        CPrompt::current().MsgBox(u"连接数据库由进销存主程序提供。"_s, CPrompt::vbInformation, CPrompt::messageTitle());
+        return;
+    }
+    frmConnect dialog(this);
+    if (m_connection) {
+        dialog.setUrl(m_connection->url());
+    }
+    dialog.setSavePassword(m_savePassword);
+    if (dialog.exec() != QDialog::Accepted || !settleChanges()) {
+        return;
+    }
+    Q_EMIT DatabaseChosen(dialog.url(), dialog.savePassword());
 }
 
 void frmMain::mnuViewStatusBar_Click()

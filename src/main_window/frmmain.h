@@ -56,6 +56,7 @@ public:
     QWidget *const picTitles;
     QLabel *const lblTitle;
 
+    QAction *mnuConnect = nullptr;
     QAction *mnuFilePrint = nullptr;
     QAction *mnuFilePrintSetup = nullptr;
     QAction *mnuExportToExcel = nullptr;
@@ -164,6 +165,11 @@ public:
     void mnuHelpSearchForHelpOn_Click();
     void mnuModifyPassword_Click();
     void mnuReLogin_Click();
+    /// 连接数据库: the connection dialog, filled from the open database; the host is handed the chosen one
+    /// (DatabaseChosen) after unsaved changes were settled. Without a host that handles it, the clerk is told.
+    void mnuConnect_Click();
+    /// Whether the connection dialog starts with "保存密码" ticked (the host's remembered choice).
+    void setSavePasswordChoice(bool save) { m_savePassword = save; }
     void mnuViewStatusBar_Click();
     void mnuViewToolbar_Click();
     void gAllGoods_SomeOneChanged(const CItemPtr &goods);
@@ -181,6 +187,9 @@ Q_SIGNALS:
     void ItemManRequested(int itemType);
     /// The spreadsheet export of the grid, with the chosen file and sheet; the handler returns success in `ok`.
     void ExportRequested(const QString &file, const QString &sheet, bool &ok);
+    /// The clerk chose another database in the connection dialog (the URL holds the password typed there);
+    /// switching over is the host's.
+    void DatabaseChosen(const QString &url, bool savePassword);
 
 protected:
     void closeEvent(QCloseEvent *event) override;
@@ -225,6 +234,7 @@ private:
     bool m_loaded = false;
     bool m_moving = false;
     bool m_switching = false;
+    bool m_savePassword = false;
 };
 
 #endif
