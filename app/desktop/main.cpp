@@ -102,6 +102,9 @@ int main(int argc, char *argv[])
     // A database that cannot be opened (a server down, a password changed) is not a dead end: the user may pick
     // another one or correct this one.
     bool mayAskPassword = true;
+    // A database given with --db is used for this run only (demo runs, screenshots, a second shop); the one the
+    // program picked itself or the user chose in the dialog is the one to come back to.
+    bool toRemember = !parser.isSet(dbOption);
     while (!(connection = AppDatabase::open(url, &error))) {
         if (mayAskPassword) {
             mayAskPassword = false;
@@ -128,8 +131,11 @@ int main(int argc, char *argv[])
         }
         url = dialog.url();
         savePassword = dialog.savePassword();
+        toRemember = true;
     }
-    AppDatabase::remember(url, savePassword);
+    if (toRemember) {
+        AppDatabase::remember(url, savePassword);
+    }
     if (!connection->notice().isEmpty()) {
         CPrompt::current().MsgBox(connection->notice(), CPrompt::vbInformation, CPrompt::messageTitle());
     }
