@@ -233,6 +233,33 @@ private Q_SLOTS:
         QCOMPARE(readBack(file).sheets.size(), 3);
     }
 
+    // A workbook whose sheet list claims gigabytes made the export allocate them before reading a byte.
+    void workbookWithAnOversizedPartIsRefusedAndKept()
+    {
+        fill(u"编号|名称"_s, {u"1\t可乐"_s});
+        const QString file = path(u"huge.xlsx"_s);
+        QVERIFY(m_bus->CopyGridToExcel(m_grid.get(), file, u"商品"_s));
+        // The same workbook with 40 MB of blanks in its sheet list: still valid XML, and a few kilobytes packed.
+        QProcess rewrite;
+        rewrite.start(
+            u"/usr/bin/python3"_s,
+            {u"-c"_s,
+             u"import sys, zipfile\n"
+             "src = zipfile.ZipFile(sys.argv[1]).infolist()\n"
+             "data = {i.filename: zipfile.ZipFile(sys.argv[1]).read(i.filename) for i in src}\n"
+             "data['xl/workbook.xml'] = data['xl/workbook.xml'].replace(b'<sheets>', b'<sheets>' + b' ' * (40 << 20))\n"
+             "with zipfile.ZipFile(sys.argv[1], 'w', zipfile.ZIP_DEFLATED) as z:\n"
+             "    [z.writestr(name, body) for name, body in data.items()]\n"_s,
+             file});
+        QVERIFY(rewrite.waitForFinished(60000));
+        QCOMPARE(rewrite.exitCode(), 0);
+        const QByteArray before = fileBytes(file);
+        m_prompt->queueAnswer(CPrompt::vbCancel);
+        QVERIFY(!m_bus->CopyGridToExcel(m_grid.get(), file, u"客户"_s));
+        QVERIFY2(m_prompt->lastText().contains(u"大得不合常理"_s), qPrintable(m_prompt->lastText()));
+        QCOMPARE(fileBytes(file), before);
+    }
+
     void secondSheetKeepsTheFirstSheetsBytes()
     {
         fill(u"编号|名称"_s, {u"1\t可乐"_s, u"2\t雪碧"_s});

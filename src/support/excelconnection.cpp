@@ -143,13 +143,21 @@ public:
 
 namespace {
 
-QByteArray readEntry(zip_t *zip, const QString &name, bool *found)
+// The parts read whole (relationships, the workbook's sheet list, content types) are a few kilobytes in any real
+// workbook; a size beyond this is a damaged or hostile file, refused before anything is allocated for it.
+constexpr zip_uint64_t kMaxWholePart = 32 << 20;
+
+QByteArray readEntry(zip_t *zip, const QString &name, bool *found, bool *tooLarge)
 {
     *found = false;
     const QByteArray utf8 = name.toUtf8();
     zip_stat_t st;
     zip_stat_init(&st);
     if (zip_stat(zip, utf8.constData(), 0, &st) != 0) {
+        return {};
+    }
+    if (!(st.valid & ZIP_STAT_SIZE) || st.size > kMaxWholePart) {
+        *tooLarge = true;
         return {};
     }
     zip_file_t *f = zip_fopen(zip, utf8.constData(), 0);
@@ -210,7 +218,8 @@ bool ExcelConnectionPrivate::readExisting()
         }
     }
     bool found = false;
-    const QByteArray rootRels = readEntry(zip, u"_rels/.rels"_s, &found);
+    bool tooLarge = false;
+    const QByteArray rootRels = readEntry(zip, u"_rels/.rels"_s, &found, &tooLarge);
     workbookPart.clear();
     if (found) {
         QXmlStreamReader xml(rootRels);
@@ -224,6 +233,9 @@ bool ExcelConnectionPrivate::readExisting()
     }
     if (workbookPart.isEmpty()) {
         zip_discard(zip);
+        if (tooLarge) {
+            return fail(ExcelConnection::ErrTooLarge, u"工作簿 "_s + file + u" 已损坏:其中的目录部分大得不合常理"_s);
+        }
         return fail(ExcelConnection::ErrNotWorkbook, u"文件 "_s + file + u" 不是 Excel 工作簿(.xlsx)"_s);
     }
     const QString dir = partDir(workbookPart);
@@ -232,10 +244,13 @@ bool ExcelConnectionPrivate::readExisting()
     bool haveWorkbook = false;
     bool haveRels = false;
     bool haveTypes = false;
-    workbookXml = readEntry(zip, workbookPart, &haveWorkbook);
-    workbookRels = readEntry(zip, workbookRelsPart, &haveRels);
-    contentTypes = readEntry(zip, u"[Content_Types].xml"_s, &haveTypes);
+    workbookXml = readEntry(zip, workbookPart, &haveWorkbook, &tooLarge);
+    workbookRels = readEntry(zip, workbookRelsPart, &haveRels, &tooLarge);
+    contentTypes = readEntry(zip, u"[Content_Types].xml"_s, &haveTypes, &tooLarge);
     zip_discard(zip);
+    if (tooLarge) {
+        return fail(ExcelConnection::ErrTooLarge, u"工作簿 "_s + file + u" 已损坏:其中的目录部分大得不合常理"_s);
+    }
     if (!haveWorkbook || !haveRels || !haveTypes) {
         return fail(ExcelConnection::ErrNotWorkbook, u"文件 "_s + file + u" 不是完整的 Excel 工作簿"_s);
     }
