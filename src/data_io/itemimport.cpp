@@ -1,4 +1,5 @@
 #include "itemimport.h"
+#include "sqlitehandle.h"
 
 #include "cconnection.h"
 #include "citem.h"
@@ -377,18 +378,6 @@ private:
     sqlite3 *m_db;
     sqlite3_stmt *m_statement = nullptr;
 };
-
-sqlite3 *sqliteHandle(CConnection &connection)
-{
-    if (connection.engine() != CConnection::Engine::SQLite) {
-        return nullptr;
-    }
-    const QVariant handle = connection.database().driver()->handle();
-    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) {
-        return nullptr;
-    }
-    return *static_cast<sqlite3 *const *>(handle.constData());
-}
 
 } // namespace
 

@@ -1,4 +1,5 @@
 #include "masterbackup.h"
+#include "sqlitehandle.h"
 
 #include "cconnection.h"
 #include "citem.h"
@@ -21,18 +22,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 const char16_t kFormatName[] = u"Quillon master data";
-
-sqlite3 *sqliteHandle(CConnection &connection)
-{
-    if (connection.engine() != CConnection::Engine::SQLite) {
-        return nullptr;
-    }
-    const QVariant handle = connection.database().driver()->handle();
-    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) {
-        return nullptr;
-    }
-    return *static_cast<sqlite3 *const *>(handle.constData());
-}
 
 QString sqliteUrl(const QString &file, bool readOnly)
 {

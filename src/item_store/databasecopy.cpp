@@ -1,4 +1,5 @@
 #include "databasecopy.h"
+#include "sqlitehandle.h"
 
 #include "cconnection.h"
 #include "changelog.h"
@@ -349,18 +350,6 @@ QList<QPair<QString, QString>> secondaryIndexes(CConnection &connection, const Q
         indexes.append({q.value(0).toString(), q.value(1).toString()});
     }
     return indexes;
-}
-
-sqlite3 *sqliteHandle(CConnection &connection)
-{
-    if (connection.engine() != CConnection::Engine::SQLite) {
-        return nullptr;
-    }
-    const QVariant handle = connection.database().driver()->handle();
-    if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) {
-        return nullptr;
-    }
-    return *static_cast<sqlite3 *const *>(handle.constData());
 }
 
 // SQLite to PostgreSQL, the move of a growing shop: rows go from SQLite's own cursor straight into COPY text,
