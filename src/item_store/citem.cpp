@@ -6,9 +6,11 @@
 #include "crecordset.h"
 #include "itemhook.h"
 #include "itempool.h"
+#include "itemrowsource.h"
 #include "sqlvalue.h"
 
 #include <algorithm>
+#include <cmath>
 #include <array>
 #include <limits>
 #include <memory>
@@ -104,6 +106,23 @@ bool isEmptyValue(const QVariant &v)
         return !v.isValid() || v.isNull();
     }
 }
+
+// The current row of a cursor over T_Item's columns.
+class RecordsetRow final : public CItem::RowSource
+{
+public:
+    explicit RecordsetRow(CRecordset &rst)
+        : m_rst(rst)
+        , m_indexes(rst.fieldIndexes(kColumnNames))
+    { }
+    bool has(int column) const override { return m_indexes.at(column) >= 0; }
+    QString text(int column) override { return SqlValue::toText(m_rst.value(m_indexes.at(column))); }
+    QVariant value(int column) override { return m_rst.value(m_indexes.at(column)); }
+
+private:
+    CRecordset &m_rst;
+    const QList<int> &m_indexes;
+};
 
 } // namespace
 
@@ -553,53 +572,131 @@ quint64 CItem::columnHash() const
 bool CItem::UpdateDataFromRst(CRecordset &rst, bool fromRst, QString *error)
 {
     if (fromRst) {
-        // Whatever the read reached, the fingerprint is of that; texts are in by the time the guard ends.
-        struct Fingerprint
-        {
-            CItem &item;
-            ~Fingerprint() { item.m.m_rowHash = item.columnHash(); }
-        } fingerprint {*this};
-        return copyRow(rst, true, error);
+        RecordsetRow row(rst);
+        return readRow(row, error);
     }
-    return copyRow(rst, false, error);
+    return writeRow(rst, error);
 }
 
-bool CItem::copyRow(CRecordset &rst, bool fromRst, QString *error)
+bool CItem::readRow(RowSource &source, QString *error)
 {
+    // Whatever the read reached, the fingerprint is of that; texts are in by the time the guard ends.
+    struct Fingerprint
+    {
+        CItem &item;
+        ~Fingerprint() { item.m.m_rowHash = item.columnHash(); }
+    } fingerprint {*this};
     try {
-        if (fromRst) {
-            const QList<int> &indexes = rst.fieldIndexes(kColumnNames);
-            // Texts are gathered and stored together: one allocation per item instead of one per text.
-            QString texts[15];
-            std::uint32_t gathered = 0;
-            struct Commit
-            {
-                TextSlots &slots;
-                const std::uint32_t &mask;
-                QString *values;
-                ~Commit() { slots.setMany(mask, values); }
-            } commit {m.m_texts, gathered, texts};
-            m.m_unreadFrom = kAllRead;
-            for (std::size_t i = 0; i < std::size(kColumns); ++i) {
-                const int index = indexes.at(qsizetype(i));
-                m.m_unreadFrom = quint8(i); // until the column is in
-                if (index < 0) {
-                    throw DbError(u"找不到字段: "_s + kColumns[i].name);
-                }
-                const Column &c = kColumns[i];
-                if (c.type == ColumnType::Text && !(m_hooks.head && isKeyColumn(int(i)))) {
-                    texts[c.slot] = SqlValue::toText(rst.value(index));
-                    gathered |= 1u << c.slot;
+        // Texts are gathered and stored together: one allocation per item instead of one per text.
+        QString texts[15];
+        std::uint32_t gathered = 0;
+        struct Commit
+        {
+            TextSlots &slots;
+            const std::uint32_t &mask;
+            QString *values;
+            ~Commit() { slots.setMany(mask, values); }
+        } commit {m.m_texts, gathered, texts};
+        m.m_unreadFrom = kAllRead;
+        for (std::size_t i = 0; i < std::size(kColumns); ++i) {
+            m.m_unreadFrom = quint8(i); // until the column is in
+            if (!source.has(int(i))) {
+                throw DbError(u"找不到字段: "_s + kColumns[i].name);
+            }
+            const Column &c = kColumns[i];
+            if (c.type == ColumnType::Text && !(m_hooks.head && isKeyColumn(int(i)))) {
+                texts[c.slot] = source.text(int(i));
+                gathered |= 1u << c.slot;
+                continue;
+            }
+            if (!(m_hooks.head && isKeyColumn(int(i)))) {
+                char16_t buffer[RowSource::kAsciiCapacity];
+                if (assignCell(c, source.cell(int(i), buffer))) {
                     continue;
                 }
-                QString message;
-                if (!setValue(int(i), rst.value(index), &message)) {
-                    throw DbError(message);
-                }
             }
-            m.m_unreadFrom = kAllRead;
+            QString message;
+            if (!setValue(int(i), source.value(int(i)), &message)) {
+                throw DbError(message);
+            }
+        }
+        m.m_unreadFrom = kAllRead;
+        return true;
+    } catch (const DbError &e) {
+        if (error) {
+            *error = e.message();
+        }
+        return false;
+    } catch (const std::exception &e) {
+        if (error) {
+            *error = QString::fromLocal8Bit(e.what());
+        }
+        return false;
+    }
+}
+
+template<typename Cell>
+bool CItem::assignCell(const Column &c, const Cell &cell)
+{
+    // Only what converts for certain is taken here; anything else, failures included, goes the general way, which
+    // words the failure.
+    switch (c.type) {
+    case ColumnType::Int32:
+        if (cell.kind == Cell::Integer && cell.integer >= std::numeric_limits<qint32>::min()
+            && cell.integer <= std::numeric_limits<qint32>::max()) {
+            m.m_int[c.slot] = qint32(cell.integer);
             return true;
         }
+        return false;
+    case ColumnType::Int16:
+        if (cell.kind == Cell::Integer && cell.integer >= std::numeric_limits<qint16>::min()
+            && cell.integer <= std::numeric_limits<qint16>::max()) {
+            m.m_int16 = qint16(cell.integer);
+            return true;
+        }
+        return false;
+    case ColumnType::Boolean:
+        if (cell.kind == Cell::Integer && cell.integer <= std::numeric_limits<qint64>::max() / Currency::Scale
+            && cell.integer >= std::numeric_limits<qint64>::min() / Currency::Scale) {
+            m.m_bool = cell.integer != 0;
+            return true;
+        }
+        return false;
+    case ColumnType::Single:
+        if (cell.kind == Cell::Integer || cell.kind == Cell::Real) {
+            const double d = cell.kind == Cell::Integer ? double(cell.integer) : cell.real;
+            if (std::isfinite(d) && std::fabs(d) <= double(std::numeric_limits<float>::max())) {
+                m.m_single[c.slot] = float(d);
+                return true;
+            }
+        }
+        return false;
+    case ColumnType::Currency:
+        if (cell.kind == Cell::Ascii) {
+            if (const auto amount = Currency::fromString(cell.ascii)) {
+                m.m_currency[c.slot] = *amount;
+                return true;
+            }
+        }
+        return false;
+    case ColumnType::Date:
+    case ColumnType::DateTime:
+        if (cell.kind == Cell::Ascii) {
+            if (const auto date = SqlValue::dateTimeFromText(cell.ascii)) {
+                m.m_date[c.slot] = *date;
+                return true;
+            }
+        }
+        return false;
+    case ColumnType::Text:
+        return false;
+    }
+    return false;
+}
+
+bool CItem::writeRow(CRecordset &rst, QString *error)
+{
+    try {
         for (std::size_t i = 0; i < std::size(kColumns); ++i) {
             const Column &c = kColumns[i];
             QVariant v = value(int(i));

@@ -195,6 +195,9 @@ public:
     const QString &mUnitName() const { return m.m_texts.get(17); }
     void setmUnitName(const QString &value) { m.m_texts.set(17, value); }
 
+    /// A row as a bulk reader of the library hands it over; defined where those readers are.
+    struct RowSource;
+
     CItem(const CItem &other);
     /// Assigning into an item that a collection holds keeps the collection's look-ups in step.
     CItem &operator=(const CItem &other);
@@ -202,10 +205,15 @@ public:
 
 private:
     friend class CItemWatcher;
+    friend class ItemLoader;
     static constexpr quint8 kAllRead = 0xFF;
 
     bool assign(int column, const QVariant &value, QString *error);
-    bool copyRow(CRecordset &rst, bool fromRst, QString *error);
+    bool writeRow(CRecordset &rst, QString *error);
+    // Reads a whole row as UpdateDataFromRst(rst, true) does, fingerprint included.
+    bool readRow(RowSource &source, QString *error);
+    template<typename Cell>
+    bool assignCell(const Column &column, const Cell &cell);
     void keyAboutToChange(int column);
     void keyChanged(int column);
 

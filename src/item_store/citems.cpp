@@ -6,6 +6,7 @@
 #include "itemhook.h"
 #include "itemindex.h"
 #include "itemlist.h"
+#include "itemloader.h"
 #include "itemtype.h"
 #include "keyid.h"
 #include "module1core.h"
@@ -227,18 +228,11 @@ public:
         if (!connection) {
             throw DbError(u"没有数据库连接"_s);
         }
-        CRecordset rst(*connection);
-        rst.Open(CItems::loadStatement(itemType));
-        // The rows are read in full before the list changes: a load that fails on the way keeps the old list.
-        std::vector<CItemPtr> loaded;
+        // The rows are read in full before the list changes: a load that fails or is stopped on the way keeps
+        // the old list.
+        ItemLoader loader(*connection);
         PartialReads partial;
-        while (!rst.isEOF()) {
-            auto item = CItem::create();
-            partial.read(rst, *item);
-            loaded.push_back(std::move(item));
-            rst.MoveNext();
-        }
-        rst.Close();
+        std::vector<CItemPtr> loaded = loader.load(CItems::loadStatement(itemType), partial, loadProgress);
         {
             ResetScope reset(this);
             clear();
@@ -251,10 +245,8 @@ public:
 
     // Rows of which a column could not be read: the items keep what was read and saving them keeps the rest as
     // stored; the user hears of it once per load, with the first such row.
-    struct PartialReads
+    struct PartialReads : ItemLoader::Partial
     {
-        int count = 0;
-        QString first;
         // Reads the cursor's row into the item, noting a column that could not be read.
         void read(CRecordset &rst, CItem &item)
         {
@@ -387,6 +379,7 @@ public:
 
     CItems *q;
     int resetDepth = 0;
+    std::function<bool(qint64)> loadProgress;
     std::shared_ptr<CConnection> connection;
     int itemType = 0;
     QString typeName;
@@ -439,11 +432,18 @@ bool CItems::InitInstance(const std::shared_ptr<CConnection> &connection, int it
         Module1::SetErr(e.message());
         Module1::ShowErrMsg(u"读取"_s + d->typeName + u"数据失败:"_s);
         return false;
+    } catch (const ItemLoader::Cancelled &) {
+        return false;
     }
     if (boundControl && s_boundControlRefresh) {
         s_boundControlRefresh(*this, boundControl, std::nullopt);
     }
     return true;
+}
+
+void CItems::setLoadProgress(std::function<bool(qint64)> progress)
+{
+    d->loadProgress = std::move(progress);
 }
 
 void CItems::Attach(const std::shared_ptr<CConnection> &connection, int itemTypeID)
@@ -470,6 +470,8 @@ CItemPtr CItems::Refresh(qint32 id)
     } catch (const DbError &e) {
         Module1::SetErr(e.message());
         Module1::ShowErrMsg(u"读取"_s + d->typeName + u"数据失败:"_s);
+        return {};
+    } catch (const ItemLoader::Cancelled &) {
         return {};
     }
 }

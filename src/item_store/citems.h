@@ -8,6 +8,7 @@
 #include <QObject>
 #include <QString>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -45,6 +46,10 @@ public:
     /// Connects the collection to a database and item type and loads it; `boundControl` (a QComboBox or QListWidget)
     /// is filled with the names. A failed load shows the error and gives false, keeping the list it had.
     bool InitInstance(const std::shared_ptr<CConnection> &connection, int itemTypeID, QObject *boundControl = nullptr);
+
+    /// Told the rows read so far now and then while a full load reads (about every 50 ms); returning false stops the
+    /// load, which keeps the list it had (InitInstance then gives false without a message). None by default.
+    void setLoadProgress(std::function<bool(qint64 rowsRead)> progress);
 
     /// Connects the collection to a database and item type without loading anything (for storing single items).
     void Attach(const std::shared_ptr<CConnection> &connection, int itemTypeID);

@@ -1,4 +1,5 @@
 #include "databasecopy.h"
+#include "postgreshandle.h"
 #include "sqlitehandle.h"
 
 #include "cconnection.h"
@@ -108,21 +109,6 @@ QString insertStatement(const QString &table, const QStringList &columns, int ro
         sql += one;
     }
     return sql;
-}
-
-// The PostgreSQL connection under a Qt connection, for COPY; null for other engines.
-PGconn *postgresHandle(CConnection &connection)
-{
-    if (connection.engine() != CConnection::Engine::PostgreSQL) {
-        return nullptr;
-    }
-    const QVariant handle = connection.database().driver()->handle();
-    // Qt names the type after libpq's struct (pg_conn*), older versions after its typedef (PGconn*).
-    if (!handle.isValid()
-        || (qstrcmp(handle.typeName(), "pg_conn*") != 0 && qstrcmp(handle.typeName(), "PGconn*") != 0)) {
-        return nullptr;
-    }
-    return *static_cast<PGconn *const *>(handle.constData());
 }
 
 // Backslash, tab and line ends escaped as COPY's text format wants them.

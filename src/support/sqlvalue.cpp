@@ -162,9 +162,14 @@ std::optional<QDateTime> toDateTime(const QVariant &value)
     default:
         break;
     }
+    return dateTimeFromText(value.toString());
+}
+
+std::optional<QDateTime> dateTimeFromText(QStringView stored)
+{
     // "yyyy-MM-dd", optionally followed by " HH:mm:ss" or "THH:mm:ss[.zzz]"; parsed by hand because the general
     // parsers cost more than the rest of loading an item.
-    const QString text = value.toString().trimmed();
+    const QStringView text = stored.trimmed();
     auto number = [&](qsizetype from, qsizetype length, int *out) {
         if (from + length > text.size()) {
             return false;
@@ -211,7 +216,7 @@ std::optional<QDateTime> toDateTime(const QVariant &value)
             }
         }
     }
-    QDateTime dt = QDateTime::fromString(text, Qt::ISODateWithMs);
+    QDateTime dt = QDateTime::fromString(text.toString(), Qt::ISODateWithMs);
     if (!dt.isValid()) {
         return std::nullopt;
     }

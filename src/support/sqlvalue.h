@@ -19,6 +19,8 @@ std::optional<qint16> toInt16(const QVariant &value);
 std::optional<float> toSingle(const QVariant &value);
 std::optional<Currency> toCurrency(const QVariant &value);
 std::optional<QDateTime> toDateTime(const QVariant &value);
+/// toDateTime() of a value stored as text.
+std::optional<QDateTime> dateTimeFromText(QStringView text);
 std::optional<bool> toBoolean(const QVariant &value);
 /// NULL reads as the empty text.
 QString toText(const QVariant &value);
