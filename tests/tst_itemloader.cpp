@@ -51,9 +51,9 @@ private:
         } else {
             qunsetenv("QUILLON_LOAD_THROUGH_DRIVER");
             // The list must really have been read the engine's own way.
-            QTest::ignoreMessage(QtDebugMsg,
-                                 QRegularExpression(TestDatabase::isPostgreSQL() ? u"through libpq"_s
-                                                                                 : u"through sqlite3"_s));
+            QTest::ignoreMessage(
+                QtDebugMsg,
+                QRegularExpression(TestDatabase::isPostgreSQL() ? u"through libpq"_s : u"through sqlite3"_s));
         }
         const qsizetype shownBefore = m_prompt.shown().size();
         CItems items;
@@ -83,7 +83,8 @@ private:
         for (qsizetype i = 0; i < own.values.size(); ++i) {
             for (qsizetype c = 0; c < own.values.at(i).size(); ++c) {
                 QVERIFY2(own.values.at(i).at(c) == driver.values.at(i).at(c),
-                         qPrintable(u"row %1, column %2: %3 instead of %4"_s.arg(i).arg(CItem::columns()[c].name)
+                         qPrintable(u"row %1, column %2: %3 instead of %4"_s.arg(i)
+                                        .arg(CItem::columns()[c].name)
                                         .arg(own.values.at(i).at(c).toString(), driver.values.at(i).at(c).toString())));
             }
         }
@@ -120,14 +121,14 @@ private Q_SLOTS:
                                         << u"'KL', '2.5000', '35.5680', '2024-02-29', '2024-02-29 23:59:58', "
                                            "TRUE, 'It''s \"fine\" \\ ok'"_s
                                         << false;
-        QTest::newRow("NULL everywhere it may be") << u"F_Spell, F_Price1, F_PackageAmount, F_Date, F_Time2"_s
-                                                   << u"NULL, NULL, NULL, NULL, NULL"_s << false;
+        QTest::newRow("NULL everywhere it may be")
+            << u"F_Spell, F_Price1, F_PackageAmount, F_Date, F_Time2"_s << u"NULL, NULL, NULL, NULL, NULL"_s << false;
         QTest::newRow("NULL where no rule applies") << u"F_Tag2"_s << u"NULL"_s << false;
-        QTest::newRow("limits of the numbers") << u"F_Tag1, F_Tag4, F_LimitUp, F_LimitDown, F_OweStop"_s
-                                               << u"2147483647, -2147483648, 0.1, -3.4e38, -922337203685477.5807"_s
-                                               << false;
-        QTest::newRow("long texts and CJK") << u"F_Remark, F_Address"_s
-                                            << u"'"_s + QString(300, u'长') + u"', '浙江省杭州市西湖区'"_s << false;
+        QTest::newRow("limits of the numbers")
+            << u"F_Tag1, F_Tag4, F_LimitUp, F_LimitDown, F_OweStop"_s
+            << u"2147483647, -2147483648, 0.1, -3.4e38, -922337203685477.5807"_s << false;
+        QTest::newRow("long texts and CJK")
+            << u"F_Remark, F_Address"_s << u"'"_s + QString(300, u'长') + u"', '浙江省杭州市西湖区'"_s << false;
         QTest::newRow("amount with five decimals") << u"F_Price2"_s << u"'1.23455'"_s << true;
         QTest::newRow("amount stored as a real") << u"F_Price3"_s << u"35.568"_s << true;
         QTest::newRow("amount stored as an integer") << u"F_OweWarring"_s << u"12"_s << true;
@@ -139,12 +140,11 @@ private Q_SLOTS:
         QTest::newRow("integer as a real") << u"F_OrderByID"_s << u"2.5"_s << true;
         QTest::newRow("single too large") << u"F_LimitUp"_s << u"1e300"_s << true;
         QTest::newRow("single as text") << u"F_LimitDown"_s << u"' 2.5'"_s << true;
-        QTest::newRow("texts that are numbers") << u"F_ItemName, F_Standard, F_Tel1"_s << u"123, 1.5, -0.0"_s
-                                                << true;
+        QTest::newRow("texts that are numbers") << u"F_ItemName, F_Standard, F_Tel1"_s << u"123, 1.5, -0.0"_s << true;
         QTest::newRow("text as a blob") << u"F_Remark"_s << u"X'E4B8AD41'"_s << true;
-        QTest::newRow("dates in other forms") << u"F_Date, F_Time1, F_Time2"_s
-                                              << u"' 2024-01-02 ', '2024-01-02T03:04:05.678', '2024-01-02 03:04'"_s
-                                              << true;
+        QTest::newRow("dates in other forms")
+            << u"F_Date, F_Time1, F_Time2"_s << u"' 2024-01-02 ', '2024-01-02T03:04:05.678', '2024-01-02 03:04'"_s
+            << true;
         QTest::newRow("date that is none") << u"F_Date"_s << u"'2024-13-45'"_s << true;
         QTest::newRow("date as a number") << u"F_Time1"_s << u"20240102"_s << true;
         QTest::newRow("boolean forms") << u"F_IsSpecial"_s << u"'t'"_s << true;
@@ -176,11 +176,11 @@ private Q_SLOTS:
         {
             CTransaction fill(*m_db);
             for (int i = 1; i <= 5000; ++i) {
-                m_db->Execute(u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName, F_Price1) "
-                              "Values (?, 4, ?, ?, ?)"_s,
-                              QVariantList {i, QString(u"SP"_s + QString::number(7919 * i % 5003).rightJustified(5, u'0')),
-                                            QString(u"商品"_s + QString::number(i)),
-                                            QString(QString::number(i) + u".25"_s)});
+                m_db->Execute(
+                    u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName, F_Price1) "
+                    "Values (?, 4, ?, ?, ?)"_s,
+                    QVariantList {i, QString(u"SP"_s + QString::number(7919 * i % 5003).rightJustified(5, u'0')),
+                                  QString(u"商品"_s + QString::number(i)), QString(QString::number(i) + u".25"_s)});
             }
             // Two rows stop at F_Tag2: one far into the list, one near its start (by number, not by key).
             m_db->Execute(u"Update T_Item Set F_Tag2 = NULL Where F_ID In (3, 4000)"_s);
@@ -214,8 +214,9 @@ private Q_SLOTS:
         {
             CTransaction fill(*m_db);
             for (int i = 1; i <= 3000; ++i) {
-                m_db->Execute(u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName) Values (?, 4, ?, ?)"_s,
-                              QVariantList {i, QString(u"SP"_s + QString::number(i).rightJustified(5, u'0')), u"商品"_s});
+                m_db->Execute(
+                    u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName) Values (?, 4, ?, ?)"_s,
+                    QVariantList {i, QString(u"SP"_s + QString::number(i).rightJustified(5, u'0')), u"商品"_s});
             }
             fill.Commit();
         }

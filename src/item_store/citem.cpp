@@ -10,8 +10,8 @@
 #include "sqlvalue.h"
 
 #include <algorithm>
-#include <cmath>
 #include <array>
+#include <cmath>
 #include <limits>
 #include <memory>
 

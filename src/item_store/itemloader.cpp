@@ -6,16 +6,22 @@
 #include "itemrowsource.h"
 #include "postgreshandle.h"
 
+#include <QByteArrayView>
+#include <QDate>
+#include <QDateTime>
 #include <QElapsedTimer>
 #include <QLoggingCategory>
 #include <QSqlDatabase>
 #include <QThread>
+#include <QtNumeric>
 
 #include <sqlite3.h>
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <condition_variable>
+#include <cstring>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -54,10 +60,24 @@ Positions mapColumns(int count, NameOf nameOf)
     return positions;
 }
 
+// A PostgreSQL timestamp's text as Qt's driver reads it: the wall-clock time, with the zone when the text has one.
+QDateTime postgresDateTime(QString text)
+{
+    if (text.size() < 10) {
+        return QDateTime();
+    }
+    const QChar sign = text.at(text.size() - 3);
+    if (sign == u'+' || sign == u'-') {
+        text += u":00"_s;
+    }
+    return QDateTime::fromString(text, Qt::ISODate);
+}
+
 // One column of a row as the engine delivered it, kept until a decoder makes the item's value of it.
 struct RawCell
 {
-    enum Kind : quint8 { Null, Integer, Real, Text, Blob } kind = Null;
+    // Date and DateTime: the text of a PostgreSQL date or timestamp; Bool: integer 0 or 1 of a boolean.
+    enum Kind : quint8 { Null, Integer, Real, Text, Blob, Bool, Date, DateTime } kind = Null;
     qint64 integer = 0; // Integer
     double real = 0; // Real
     quint32 offset = 0; // Text, Blob: bytes in the batch
@@ -93,6 +113,7 @@ public:
         Cell cell;
         switch (raw.kind) {
         case RawCell::Integer:
+        case RawCell::Bool:
             cell.kind = Cell::Integer;
             cell.integer = raw.integer;
             break;
@@ -100,6 +121,8 @@ public:
             cell.kind = Cell::Real;
             cell.real = raw.real;
             break;
+        case RawCell::Date:
+        case RawCell::DateTime:
         case RawCell::Text: {
             // Amounts and dates are short ASCII texts: widened in place, no string is made of them.
             if (raw.size > quint32(kAsciiCapacity)) {
@@ -131,6 +154,10 @@ public:
             return QString::number(raw.integer);
         case RawCell::Real:
             return QVariant(raw.real).toString();
+        case RawCell::Bool:
+        case RawCell::Date:
+        case RawCell::DateTime:
+            return value(column).toString();
         default:
             // Texts and blobs alike: a blob's bytes read as UTF-8, as the driver's QByteArray would.
             return QString::fromUtf8(m_batch.bytes.data() + raw.offset, qsizetype(raw.size));
@@ -148,6 +175,12 @@ public:
             return QVariant(raw.real);
         case RawCell::Blob:
             return QVariant(QByteArray(m_batch.bytes.data() + raw.offset, qsizetype(raw.size)));
+        case RawCell::Bool:
+            return QVariant(raw.integer != 0);
+        case RawCell::Date:
+            return QVariant(QDate::fromString(latin1(raw), Qt::ISODate));
+        case RawCell::DateTime:
+            return QVariant(postgresDateTime(latin1(raw)));
         case RawCell::Text:
             break;
         }
@@ -155,6 +188,11 @@ public:
     }
 
 private:
+    QString latin1(const RawCell &raw) const
+    {
+        return QString::fromLatin1(m_batch.bytes.data() + raw.offset, qsizetype(raw.size));
+    }
+
     const RawBatch &m_batch;
     const Positions &m_positions;
     const RawCell *m_cells = nullptr;
@@ -505,9 +543,265 @@ bool ItemLoader::loadSqlite(const QString &sql, Rows &rows)
     return true;
 }
 
-bool ItemLoader::loadPostgres(const QString &, Rows &)
+namespace {
+
+struct PostgresReader
 {
-    return false;
+    PGconn *pg = nullptr;
+    PGresult *result = nullptr;
+    ~PostgresReader()
+    {
+        PQclear(result);
+        PQfinish(pg);
+    }
+};
+
+// How a column of a PostgreSQL type is kept until decoding, matching what Qt's driver makes of it; Null for a type
+// the driver treats in ways not repeated here (the driver then reads the whole statement).
+RawCell::Kind postgresKind(Oid type)
+{
+    switch (type) {
+    case 16: // bool
+        return RawCell::Bool;
+    case 20: // int8
+    case 21: // int2
+    case 23: // int4
+        return RawCell::Integer;
+    case 700: // float4
+    case 701: // float8
+        return RawCell::Real;
+    case 25: // text
+    case 1042: // char(n)
+    case 1043: // varchar
+    case 1700: // numeric, which the driver gives as text for amounts' sake
+        return RawCell::Text;
+    case 1082: // date
+        return RawCell::Date;
+    case 1114: // timestamp
+    case 1184: // timestamptz
+        return RawCell::DateTime;
+    default:
+        return RawCell::Null;
+    }
+}
+
+// Appends a field of COPY's text form to `bytes` with its escapes undone.
+void unescapeCopyField(const char *from, const char *to, std::string &bytes)
+{
+    while (from < to) {
+        const char *slash = static_cast<const char *>(std::memchr(from, '\\', std::size_t(to - from)));
+        if (!slash) {
+            bytes.append(from, std::size_t(to - from));
+            return;
+        }
+        bytes.append(from, std::size_t(slash - from));
+        from = slash + 1;
+        if (from == to) {
+            return;
+        }
+        const char c = *from++;
+        switch (c) {
+        case 'b':
+            bytes.push_back('\b');
+            break;
+        case 'f':
+            bytes.push_back('\f');
+            break;
+        case 'n':
+            bytes.push_back('\n');
+            break;
+        case 'r':
+            bytes.push_back('\r');
+            break;
+        case 't':
+            bytes.push_back('\t');
+            break;
+        case 'v':
+            bytes.push_back('\v');
+            break;
+        case 'x': {
+            int value = 0;
+            int digits = 0;
+            while (digits < 2 && from < to && std::isxdigit(static_cast<unsigned char>(*from))) {
+                const char h = *from++;
+                value = value * 16 + (h <= '9' ? h - '0' : (h | 0x20) - 'a' + 10);
+                ++digits;
+            }
+            bytes.push_back(digits ? char(value) : 'x');
+            break;
+        }
+        default:
+            if (c >= '0' && c <= '7') {
+                int value = c - '0';
+                for (int digits = 1; digits < 3 && from < to && *from >= '0' && *from <= '7'; ++digits) {
+                    value = value * 8 + (*from++ - '0');
+                }
+                bytes.push_back(char(value));
+            } else {
+                bytes.push_back(c);
+            }
+            break;
+        }
+    }
+}
+
+} // namespace
+
+bool ItemLoader::loadPostgres(const QString &sql, Rows &rows)
+{
+    // A session of its own, so that the program's connection stays free for whatever runs while the list loads
+    // (the change notices, the window); it sees what the program's connection sees outside a transaction.
+    if (m_connection.engine() != CConnection::Engine::PostgreSQL || m_connection.transactionDepth() > 0) {
+        return false;
+    }
+    const QSqlDatabase db = m_connection.database();
+    std::vector<QByteArray> keys;
+    std::vector<QByteArray> values;
+    auto set = [&](const char *key, const QString &value) {
+        if (!value.isEmpty()) {
+            keys.emplace_back(key);
+            values.push_back(value.toUtf8());
+        }
+    };
+    set("host", db.hostName());
+    set("port", db.port() > 0 ? QString::number(db.port()) : QString());
+    set("dbname", db.databaseName());
+    set("user", db.userName());
+    set("password", db.password());
+    for (const QString &option : db.connectOptions().split(u';', Qt::SkipEmptyParts)) {
+        const qsizetype equals = option.indexOf(u'=');
+        if (equals > 0) {
+            keys.push_back(option.left(equals).trimmed().toUtf8());
+            values.push_back(option.mid(equals + 1).trimmed().toUtf8());
+        }
+    }
+    set("client_encoding", u"UTF8"_s);
+    std::vector<const char *> keyPointers;
+    std::vector<const char *> valuePointers;
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        keyPointers.push_back(keys[i].constData());
+        valuePointers.push_back(values[i].constData());
+    }
+    keyPointers.push_back(nullptr);
+    valuePointers.push_back(nullptr);
+
+    PostgresReader reader;
+    reader.pg = PQconnectdbParams(keyPointers.data(), valuePointers.data(), 0);
+    if (PQstatus(reader.pg) != CONNECTION_OK) {
+        return false;
+    }
+    // The statement's columns and their types, without its rows.
+    reader.result = PQexec(reader.pg, (sql + u" Limit 0"_s).toUtf8().constData());
+    if (PQresultStatus(reader.result) != PGRES_TUPLES_OK) {
+        return false;
+    }
+    const int fields = PQnfields(reader.result);
+    const Positions positions = mapColumns(fields, [&](int c) { return QString::fromUtf8(PQfname(reader.result, c)); });
+    std::vector<RawCell::Kind> kinds(std::size_t(fields), RawCell::Null);
+    std::vector<int> itemColumnOf(std::size_t(fields), -1);
+    for (std::size_t i = 0; i < kItemColumns; ++i) {
+        const int c = positions[i];
+        if (c < 0) {
+            continue;
+        }
+        kinds[std::size_t(c)] = postgresKind(PQftype(reader.result, c));
+        if (kinds[std::size_t(c)] == RawCell::Null) {
+            return false;
+        }
+        itemColumnOf[std::size_t(c)] = int(i);
+    }
+    PQclear(reader.result);
+    reader.result = PQexec(reader.pg, (u"COPY ("_s + sql + u") TO STDOUT"_s).toUtf8().constData());
+    if (PQresultStatus(reader.result) != PGRES_COPY_OUT) {
+        return false;
+    }
+    PQclear(reader.result);
+    reader.result = nullptr;
+
+    PGconn *pg = reader.pg;
+    auto fill = [&](RawBatch &batch) {
+        while (batch.rows < kBatchRows) {
+            char *line = nullptr;
+            const int size = PQgetCopyData(pg, &line, 0);
+            if (size == -1) {
+                // The end of the rows: the statement's own result says whether all went well.
+                while (PGresult *result = PQgetResult(pg)) {
+                    const bool ok = PQresultStatus(result) == PGRES_COMMAND_OK;
+                    const QString error = QString::fromUtf8(PQresultErrorMessage(result));
+                    PQclear(result);
+                    if (!ok) {
+                        throw DbError(error.trimmed() + u"\n"_s + sql);
+                    }
+                }
+                return false;
+            }
+            if (size < 0) {
+                throw DbError(QString::fromUtf8(PQerrorMessage(pg)).trimmed() + u"\n"_s + sql);
+            }
+            struct Free
+            {
+                char *line;
+                ~Free() { PQfreemem(line); }
+            } release {line};
+            const std::size_t rowStart = batch.cells.size();
+            batch.cells.resize(rowStart + kItemColumns);
+            const char *p = line;
+            const char *end = line + size;
+            if (end > p && end[-1] == '\n') {
+                --end;
+            }
+            for (int c = 0; c < fields && p <= end; ++c) {
+                const char *tab = static_cast<const char *>(std::memchr(p, '\t', std::size_t(end - p)));
+                const char *fieldEnd = tab ? tab : end;
+                const int item = itemColumnOf[std::size_t(c)];
+                if (item >= 0 && !(fieldEnd - p == 2 && p[0] == '\\' && p[1] == 'N')) {
+                    RawCell &cell = batch.cells[rowStart + std::size_t(item)];
+                    cell.kind = kinds[std::size_t(c)];
+                    cell.offset = quint32(batch.bytes.size());
+                    unescapeCopyField(p, fieldEnd, batch.bytes);
+                    cell.size = quint32(batch.bytes.size() - cell.offset);
+                    const char *text = batch.bytes.data() + cell.offset;
+                    switch (cell.kind) {
+                    case RawCell::Bool:
+                        cell.integer = cell.size > 0 && text[0] == 't' ? 1 : 0;
+                        break;
+                    case RawCell::Integer: {
+                        bool ok = false;
+                        cell.integer = QByteArrayView(text, cell.size).toLongLong(&ok);
+                        break;
+                    }
+                    case RawCell::Real: {
+                        const QByteArrayView number(text, cell.size);
+                        bool ok = false;
+                        cell.real = number.toDouble(&ok);
+                        if (!ok) {
+                            cell.real = number == "Infinity" ? qInf()
+                                : number == "-Infinity"      ? -qInf()
+                                : number == "NaN"            ? qQNaN()
+                                                             : 0.0;
+                        }
+                        break;
+                    }
+                    default:
+                        break;
+                    }
+                }
+                if (!tab) {
+                    break;
+                }
+                p = tab + 1;
+            }
+            ++batch.rows;
+        }
+        return true;
+    };
+    m_path = Path::PostgreSQL;
+    Pipeline pipeline(positions);
+    pipeline.start(fill);
+    while (std::unique_ptr<RawBatch> batch = pipeline.next()) {
+        rows.take(*batch);
+    }
+    return true;
 }
 
 void ItemLoader::loadThroughDriver(const QString &sql, Rows &rows)

@@ -32,7 +32,8 @@ public:
 
     /// Thrown by load() when the progress callback asked to stop.
     struct Cancelled
-    { };
+    {
+    };
 
     enum class Path { Driver, SQLite, PostgreSQL };
 
