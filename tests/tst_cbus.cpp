@@ -122,6 +122,45 @@ private Q_SLOTS:
         QCOMPARE(orphan->mTypeName(), u"旧类别"_s);
     }
 
+    void cancelledLoadStopsWhereItWas()
+    {
+        seed();
+        {
+            CTransaction fill(*m_db);
+            for (int i = 100; i < 3100; ++i) {
+                ItemFixtures::insert(*m_db, {i, 4, u"P"_s + QString::number(i), u"商品"_s, 6, 5});
+            }
+            fill.Commit();
+        }
+        CBus bus;
+        QSignalSpy kinds(&bus, &CBus::OnInitItem);
+        qint64 told = 0;
+        QString toldOf;
+        auto stop = connect(&bus, &CBus::LoadProgress, this, [&](const QString &text, qint64 rows) {
+            toldOf = text;
+            told = rows;
+            bus.CancelLoad();
+        });
+        bus.InitAllData(m_db);
+        QVERIFY(bus.loadCancelled());
+        QCOMPARE(toldOf, u"商品信息"_s);
+        QVERIFY(told >= 1024);
+        QCOMPARE(kinds.size(), 6);
+        QCOMPARE(bus.mClients()->Count(), 2);
+        QCOMPARE(bus.mAllGoods()->Count(), 0);
+        QCOMPARE(bus.mStocks()->Count(), 0);
+        QVERIFY(m_prompt->shown().isEmpty());
+        QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_Item Where F_ItemTypeID = 12"_s), 0);
+
+        disconnect(stop);
+        QSignalSpy progress(&bus, &CBus::LoadProgress);
+        bus.InitAllData(m_db);
+        QVERIFY(!bus.loadCancelled());
+        QCOMPARE(bus.mAllGoods()->Count(), 3002);
+        QCOMPARE(bus.mStocks()->Count(), 1);
+        QVERIFY(!progress.isEmpty());
+    }
+
     void secondLoadReusesTheCollections()
     {
         seed();

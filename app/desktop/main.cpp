@@ -10,6 +10,7 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QInputDialog>
+#include <QLocale>
 #include <QMessageBox>
 #include <QPixmap>
 #include <QProcess>
@@ -154,18 +155,32 @@ int main(int argc, char *argv[])
 
     CBus bus;
     {
-        QProgressDialog progress(u"正在读取数据..."_s, QString(), 0, 12);
+        QProgressDialog progress(u"正在读取数据..."_s, u"取消"_s, 0, 11);
         progress.setWindowTitle(CPrompt::applicationTitle());
         progress.setMinimumDuration(0);
         progress.setWindowModality(Qt::ApplicationModal);
+        progress.setAutoReset(false);
+        progress.setAutoClose(false);
         QObject::connect(&bus, &CBus::OnInitItem, &progress, [&progress](const QString &text) {
-            progress.setLabelText(text);
+            progress.setLabelText(u"正在读取"_s + text + u"..."_s);
             progress.setValue(qMin(progress.maximum(), progress.value() + 1));
             QCoreApplication::processEvents();
         });
+        // A large list reports while it reads: the count moves, the window repaints and 取消 is heard.
+        QObject::connect(&bus, &CBus::LoadProgress, &progress, [&progress](const QString &text, qint64 rows) {
+            progress.setLabelText(u"正在读取"_s + text + u"... 已读 "_s + QLocale(QLocale::Chinese).toString(rows)
+                                  + u" 条"_s);
+            QCoreApplication::processEvents();
+        });
+        QObject::connect(&progress, &QProgressDialog::canceled, &bus, [&bus] { bus.CancelLoad(); });
+        progress.setValue(0);
         progress.show();
         QCoreApplication::processEvents();
         bus.InitAllData(connection);
+        if (bus.loadCancelled()) {
+            // The user chose not to wait: nothing was changed, so the program simply ends.
+            return 0;
+        }
     }
     bus.ShowMain();
     bus.mainWindow()->setSavePasswordChoice(savePassword);

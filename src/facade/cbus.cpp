@@ -293,7 +293,7 @@ bool CBus::InitItems(const std::shared_ptr<CConnection> &connection, int itemTyp
     followChanges(connection);
     if (itemType == itClient) {
         JoinClientTypeNames();
-    } else if (itemType == itSoftwareUserInfor) {
+    } else if (itemType == itSoftwareUserInfor && !(m_loadCancelled && !loaded)) {
         if (items->Count() >= 1) {
             m_softwareUserInfor = items->Item(1);
         } else {
@@ -346,13 +346,28 @@ bool CBus::InitAllData(const std::shared_ptr<CConnection> &connection)
         {u"领料人", itLLR},
         {u"软件使用者信息", itSoftwareUserInfor},
     };
+    m_loadCancelled = false;
     for (const Step &step : steps) {
+        if (m_loadCancelled) {
+            break;
+        }
         if (!step.text) {
             JoinGoodsNames();
             continue;
         }
-        Q_EMIT OnInitItem(QString::fromUtf16(step.text));
+        const QString text = QString::fromUtf16(step.text);
+        Q_EMIT OnInitItem(text);
+        const std::shared_ptr<CItems> items = collection(step.itemType);
+        if (items) {
+            items->setLoadProgress([this, text](qint64 rows) {
+                Q_EMIT LoadProgress(text, rows);
+                return !m_loadCancelled;
+            });
+        }
         InitItems(connection, step.itemType);
+        if (items) {
+            items->setLoadProgress({});
+        }
     }
     return false;
 }

@@ -55,9 +55,15 @@ public:
     ~CBus() override;
     Q_DISABLE_COPY_MOVE(CBus)
 
-    /// Loads every list in the fixed order, raising OnInitItem before each. Always returns false: the result of
-    /// the single loads is not gathered, and callers do not rely on it.
+    /// Loads every list in the fixed order, raising OnInitItem before each and LoadProgress while a list reads.
+    /// Always returns false: the result of the single loads is not gathered, and callers do not rely on it.
+    /// CancelLoad() (from a LoadProgress listener, e.g. a progress dialog's 取消) stops it: the list being read
+    /// keeps what it had and the lists after it are not read.
     bool InitAllData(const std::shared_ptr<CConnection> &connection);
+    /// Stops a running InitAllData at the next progress report.
+    void CancelLoad() { m_loadCancelled = true; }
+    /// Whether the last InitAllData was stopped by CancelLoad().
+    bool loadCancelled() const { return m_loadCancelled; }
     /// (Re)loads the list of one item type (not 7) and remembers the connection for all later work.
     bool InitItems(const std::shared_ptr<CConnection> &connection, int itemType, QObject *boundControl = nullptr);
 
@@ -172,6 +178,9 @@ public:
 
 Q_SIGNALS:
     void OnInitItem(const QString &ItemTypeName);
+    /// Raised about every 50 ms while InitAllData reads a list (the list's name and the rows read so far), so that
+    /// a host can show the count and keep its window alive.
+    void LoadProgress(const QString &ItemTypeName, qint64 rowsRead);
     /// The database cannot be reached to learn of other seats' changes; lists may be out of date until
     /// ConnectionRestored.
     void ConnectionLost(const QString &message);
@@ -209,6 +218,7 @@ private:
     std::unique_ptr<frmSelectGoodsEx> m_selectGoods;
     std::unique_ptr<frmSelectItem> m_selectItem;
     std::unique_ptr<ChangeFeed> m_feed;
+    bool m_loadCancelled = false;
 };
 
 #endif
