@@ -640,6 +640,26 @@ bool CItem::assignCell(const Column &c, const Cell &cell)
 {
     // Only what converts for certain is taken here; anything else, failures included, goes the general way, which
     // words the failure.
+    if (cell.kind == Cell::Null) {
+        // NULL where the column has a rule for it; elsewhere the general way says it cannot be read.
+        if (!c.hasNullRule) {
+            return false;
+        }
+        switch (c.type) {
+        case ColumnType::Single:
+            m.m_single[c.slot] = 1.0f;
+            return true;
+        case ColumnType::Currency:
+            m.m_currency[c.slot] = Currency();
+            return true;
+        case ColumnType::Date:
+        case ColumnType::DateTime:
+            m.m_date[c.slot] = QDateTime();
+            return true;
+        default:
+            return false;
+        }
+    }
     switch (c.type) {
     case ColumnType::Int32:
         if (cell.kind == Cell::Integer && cell.integer >= std::numeric_limits<qint32>::min()

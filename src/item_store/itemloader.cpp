@@ -112,6 +112,9 @@ public:
         const RawCell &raw = m_cells[column];
         Cell cell;
         switch (raw.kind) {
+        case RawCell::Null:
+            cell.kind = Cell::Null;
+            break;
         case RawCell::Integer:
         case RawCell::Bool:
             cell.kind = Cell::Integer;

@@ -13,11 +13,11 @@
 struct CItem::RowSource
 {
     /// A column's value in a form that needs no QVariant, for the commonest stored kinds; Other sends the column
-    /// through value(). Each kind converts as the driver's value of it would: Integer as a qint64, Real as a
-    /// double, Ascii as a QString of those characters.
+    /// through value(). Each kind converts as the driver's value of it would: Null as NULL, Integer as a qint64,
+    /// Real as a double, Ascii as a QString of those characters.
     struct Cell
     {
-        enum Kind { Other, Integer, Real, Ascii } kind = Other;
+        enum Kind { Other, Null, Integer, Real, Ascii } kind = Other;
         qint64 integer = 0;
         double real = 0;
         QStringView ascii;
