@@ -225,9 +225,9 @@ private Q_SLOTS:
         QCOMPARE(goods.Count(), 3000);
         m_db->Execute(u"Delete From T_Item Where F_ID > 10"_s);
 
-        qint64 told = 0;
-        goods.setLoadProgress([&](qint64 rows) {
-            told = rows;
+        int told = 0;
+        goods.setLoadProgress([&](qint64) {
+            ++told;
             return false;
         });
         QSignalSpy reset(&goods, &CItems::ListAboutToBeReset);
@@ -238,7 +238,7 @@ private Q_SLOTS:
                           QVariantList {i, QString(u"SP"_s + QString::number(i).rightJustified(5, u'0')), u"商品"_s});
         }
         QVERIFY(!goods.InitInstance(m_db, 4));
-        QVERIFY(told >= 1024);
+        QCOMPARE(told, 1);
         QCOMPARE(goods.Count(), 3000);
         QCOMPARE(reset.count(), 0);
         QCOMPARE(m_prompt.shown().size(), shown);

@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
@@ -256,9 +257,11 @@ public:
         }
     }
 
-    // The next decoded batch in order, or null when all were taken. Decodes while it waits. Throws DbError for a
-    // failed read.
-    std::unique_ptr<RawBatch> next()
+    // The next decoded batch in order, or null when all were taken. Decodes while it waits, and calls `idle`
+    // (without the lock) about every 50 ms that brings nothing, e.g. while the engine sorts before the first row.
+    // Throws DbError for a failed read, and whatever `idle` throws.
+    template<typename Idle>
+    std::unique_ptr<RawBatch> next(Idle idle)
     {
         std::unique_lock lock(m_mutex);
         for (;;) {
@@ -274,8 +277,11 @@ public:
             if (m_batches.empty() && m_readDone) {
                 return {};
             }
-            if (!decodeOne(lock)) {
-                m_changed.wait(lock);
+            if (!decodeOne(lock)
+                && m_changed.wait_for(lock, std::chrono::milliseconds(kReportEveryMs)) == std::cv_status::timeout) {
+                lock.unlock();
+                idle();
+                lock.lock();
             }
         }
     }
@@ -412,6 +418,15 @@ public:
         }
     }
 
+    // Reports while no rows arrive, so that a caller's window stays alive through a long wait for the first one.
+    void idle()
+    {
+        if (m_progress) {
+            m_reported = true;
+            report();
+        }
+    }
+
     std::vector<CItemPtr> items;
 
 private:
@@ -540,7 +555,7 @@ bool ItemLoader::loadSqlite(const QString &sql, Rows &rows)
     m_path = Path::SQLite;
     Pipeline pipeline(positions);
     pipeline.start(fill);
-    while (std::unique_ptr<RawBatch> batch = pipeline.next()) {
+    while (std::unique_ptr<RawBatch> batch = pipeline.next([&] { rows.idle(); })) {
         rows.take(*batch);
     }
     return true;
@@ -801,7 +816,7 @@ bool ItemLoader::loadPostgres(const QString &sql, Rows &rows)
     m_path = Path::PostgreSQL;
     Pipeline pipeline(positions);
     pipeline.start(fill);
-    while (std::unique_ptr<RawBatch> batch = pipeline.next()) {
+    while (std::unique_ptr<RawBatch> batch = pipeline.next([&] { rows.idle(); })) {
         rows.take(*batch);
     }
     return true;
