@@ -229,6 +229,20 @@ private Q_SLOTS:
         QTest::newRow("inf") << u"inf"_s << false;
         QTest::newRow("-infinity") << u"-infinity"_s << false;
         QTest::newRow("letters") << u"箱"_s << false;
+        QTest::newRow("trailing sign") << u"12-"_s << true;
+        QTest::newRow("parentheses") << u"(1,200.00)"_s << true;
+        QTest::newRow("currency sign") << u"¥12.50"_s << true;
+        QTest::newRow("full-width currency sign") << u"￥ 8"_s << true;
+        QTest::newRow("hexadecimal") << u"&H1F"_s << true;
+        QTest::newRow("D exponent") << u"1.5D3"_s << true;
+        QTest::newRow("blanks around") << u"  42 "_s << true;
+        QTest::newRow("two signs") << u"-12-"_s << false;
+        QTest::newRow("bare point") << u"."_s << false;
+        QTest::newRow("leading separator") << u",12"_s << false;
+        QTest::newRow("exponent without digits") << u"1e"_s << false;
+        QTest::newRow("overflowing exponent") << u"1e999"_s << false;
+        QTest::newRow("hexadecimal beyond 32 bits") << u"&H123456789"_s << false;
+        QTest::newRow("empty") << QString() << false;
     }
     void numericTestRefusesWords()
     {

@@ -8,6 +8,8 @@
 #include <QStringView>
 #include <QVariant>
 
+#include <optional>
+
 /**
  * The widget-free helpers that every layer shares: the pending error and the one error box, the input box, ini
  * access, number parsing and formatting. Boxes go through CPrompt::current(); nothing here touches a widget
@@ -46,6 +48,14 @@ QUILLON_EXPORT QVariant NullToZero(const QVariant &value);
 QUILLON_EXPORT QString ValText(QStringView text);
 /// ValText as a binary floating-point number.
 QUILLON_EXPORT double Val(QStringView text);
+
+/// The value of a text that is wholly a number, as the general numeric test reads it: blanks around it, a sign
+/// before or after it or parentheses for a negative one, a currency sign (¥, ￥ or $), thousands separators in the
+/// integer part, a decimal point, an exponent with E or D, or a whole &H (hexadecimal) or &O (octal) number.
+/// Nothing for any other text, the empty one included.
+QUILLON_EXPORT std::optional<double> NumericValue(QStringView text);
+/// True when NumericValue reads a number.
+QUILLON_EXPORT bool IsNumeric(QStringView text);
 
 /// "#0.00" (or "#0.0000") formatting, rounding half away from zero; zero gives the empty text when `blankIfZero`.
 /// A text that is not a number is returned as it is; NULL gives the empty text.
