@@ -535,6 +535,65 @@ private Q_SLOTS:
         QCOMPARE(empty.KeepLastRows(), qint16(1));
     }
 
+    void indexedPropertiesForwardAndRaisePropertyChanged()
+    {
+        QSignalSpy spy(m_grid.get(), &VekGrid::PropertyChanged);
+        m_grid->setRowHeight(1, 600);
+        m_grid->setColAlignment(2, FlexGridModel::AlignRight);
+        m_grid->setFixedAlignment(1, FlexGridModel::AlignCenter);
+        m_grid->setMergeRow(0, true);
+        m_grid->setMergeCol(1, true);
+        QStringList names;
+        for (const QList<QVariant> &args : spy) {
+            names << args.at(0).toString();
+        }
+        QCOMPARE(names,
+                 (QStringList {u"RowHeight"_s, u"ColAlignment"_s, u"FixedAlignment"_s, u"MergeRow"_s, u"MergeCol"_s}));
+        QCOMPARE(m_grid->RowHeight(1), m_grid->Flexgd1->RowHeight(1));
+        QVERIFY(std::abs(m_grid->RowHeight(1) - 600) <= 15);
+        QCOMPARE(m_grid->ColAlignment(2), int(FlexGridModel::AlignRight));
+        QCOMPARE(m_grid->FixedAlignment(1), int(FlexGridModel::AlignCenter));
+        QVERIFY(m_grid->MergeRow(0));
+        QVERIFY(!m_grid->MergeRow(1));
+        QVERIFY(m_grid->MergeCol(1));
+    }
+
+    void enabledAndFontReachTheEditor()
+    {
+        QFont font(u"Sans"_s, 17);
+        QVariantMap bag;
+        bag.insert(u"Enabled"_s, false);
+        bag.insert(u"Font"_s, font.toString());
+        m_grid->ReadProperties(bag);
+        QCOMPARE(m_grid->property("Enabled"), QVariant(false));
+        QVERIFY(!m_grid->txtEdit->isEnabled());
+        QCOMPARE(m_grid->property("Font").value<QFont>().pointSize(), 17);
+        QCOMPARE(m_grid->txtEdit->font().pointSize(), 17);
+
+        QSignalSpy spy(m_grid.get(), &VekGrid::PropertyChanged);
+        QVERIFY(m_grid->setProperty("Enabled", true));
+        QVERIFY(m_grid->Flexgd1->isEnabled());
+        font.setPointSize(9);
+        QVERIFY(m_grid->setProperty("Font", font));
+        QCOMPARE(m_grid->Flexgd1->font().pointSize(), 9);
+        QCOMPARE(m_grid->txtEdit->font().pointSize(), 9);
+        QVERIFY(spy.contains({u"Enabled"_s}));
+        QVERIFY(spy.contains({u"Font"_s}));
+    }
+
+    void restoringDefaultRowsKeepsTheStoredRows()
+    {
+        VekGrid placed;
+        placed.setDefaultRows(3);
+        placed.setRows(10);
+        QVariantMap bag;
+        placed.WriteProperties(bag);
+        VekGrid restored;
+        restored.ReadProperties(bag);
+        QCOMPARE(restored.Rows(), 10);
+        QCOMPARE(restored.DefaultRows(), qint16(3));
+    }
+
     void designModeRefusesGuardedProperties()
     {
         m_grid->setDesignMode(true);

@@ -564,6 +564,8 @@ void VekGrid::changeEvent(QEvent *event)
 {
     QWidget::changeEvent(event);
     if (event->type() == QEvent::FontChange) {
+        // The grid takes the control's font even where it was given one of its own.
+        Flexgd1->setFont(font());
         changed(u"Font");
     } else if (event->type() == QEvent::EnabledChange) {
         changed(u"Enabled");
@@ -747,6 +749,13 @@ void VekGrid::PrintGrid(const QString &title)
     preview.exec();
 }
 
+// What the property bag assigns to members directly, past the property that would also reshape the grid.
+struct VekGridBag
+{
+    // The restored Rows stay as they were stored.
+    static void restoreDefaultRows(VekGrid &grid, qint16 rows) { grid.m_defaultRows = rows; }
+};
+
 namespace {
 
 struct BagEntry
@@ -779,15 +788,15 @@ const std::vector<BagEntry> &bagEntries()
         };
         colour(u"BackColor", 0x80000005u, "BackColor");
         colour(u"ForeColor", 0x80000008u, "ForeColor");
-        e.push_back({u"Enabled", QVariant(true), [](const VekGrid &g) { return QVariant(g.Flexgd1->isEnabled()); },
+        e.push_back({u"Enabled", QVariant(true), [](const VekGrid &g) { return QVariant(g.Enabled()); },
                      [](VekGrid &g, const QVariant &v) {
-                         g.Flexgd1->setEnabled(v.toBool());
+                         g.setEnabled(v.toBool());
                      }});
-        e.push_back({u"Font", QVariant(), [](const VekGrid &g) { return QVariant(g.Flexgd1->font().toString()); },
+        e.push_back({u"Font", QVariant(), [](const VekGrid &g) { return QVariant(g.Font().toString()); },
                      [](VekGrid &g, const QVariant &v) {
                          QFont font;
                          if (font.fromString(v.toString())) {
-                             g.Flexgd1->setFont(font);
+                             g.setFont(font);
                          }
                      }});
         number(u"BorderStyle", 1, "BorderStyle");
@@ -829,7 +838,7 @@ const std::vector<BagEntry> &bagEntries()
         number(u"ScrollBars", 3, "ScrollBars");
         e.push_back({u"DefaultRows", QVariant(0), [](const VekGrid &g) { return QVariant(int(g.DefaultRows())); },
                      [](VekGrid &g, const QVariant &v) {
-                         g.setDefaultRows(qint16(v.toInt()));
+                         VekGridBag::restoreDefaultRows(g, qint16(v.toInt()));
                      }});
         e.push_back({u"KeepLastRow", QVariant(1), [](const VekGrid &g) { return QVariant(int(g.KeepLastRows())); },
                      [](VekGrid &g, const QVariant &v) {

@@ -12,6 +12,7 @@ class QMenu;
 class QAction;
 class QPagedPaintDevice;
 class QSqlQuery;
+struct VekGridBag;
 
 /**
  * The editable grid control: a FlexGrid (Flexgd1) with an overlay editor (txtEdit) that opens on double click or
@@ -24,9 +25,12 @@ class QSqlQuery;
 class QUILLON_EXPORT VekGrid : public QWidget
 {
     Q_OBJECT
-    // In the control's interface order; Enabled and Font are the widget's own (the inner grid inherits them).
+    // In the control's interface order. Enabled and Font are read from the inner grid and assigned to the whole
+    // control, so that the editor over the cells follows the grid.
     Q_PROPERTY(quint32 BackColor READ BackColor WRITE setBackColor)
     Q_PROPERTY(quint32 ForeColor READ ForeColor WRITE setForeColor)
+    Q_PROPERTY(bool Enabled READ Enabled WRITE setEnabled)
+    Q_PROPERTY(QFont Font READ Font WRITE setFont)
     Q_PROPERTY(int BorderStyle READ BorderStyle WRITE setBorderStyle)
     Q_PROPERTY(qint32 Rows READ Rows WRITE setRows)
     Q_PROPERTY(qint32 Cols READ Cols WRITE setCols)
@@ -97,6 +101,8 @@ public:
         Flexgd1->setForeColor(color);
         changed(u"ForeColor");
     }
+    bool Enabled() const { return Flexgd1->isEnabled(); }
+    QFont Font() const { return Flexgd1->font(); }
     qint32 Rows() const { return Flexgd1->Rows(); }
     void setRows(qint32 rows);
     qint32 Cols() const { return Flexgd1->Cols(); }
@@ -250,6 +256,37 @@ public:
         Flexgd1->setColWidth(col, twips);
         changed(u"ColWidth");
     }
+    Q_INVOKABLE qint32 RowHeight(qint32 row) const { return Flexgd1->RowHeight(row); }
+    Q_INVOKABLE void setRowHeight(qint32 row, qint32 twips)
+    {
+        Flexgd1->setRowHeight(row, twips);
+        changed(u"RowHeight");
+    }
+    /// FlexGridModel::Alignment values.
+    Q_INVOKABLE int ColAlignment(qint32 col) const { return Flexgd1->ColAlignment(col); }
+    Q_INVOKABLE void setColAlignment(qint32 col, int alignment)
+    {
+        Flexgd1->setColAlignment(col, alignment);
+        changed(u"ColAlignment");
+    }
+    Q_INVOKABLE int FixedAlignment(qint32 col) const { return Flexgd1->FixedAlignment(col); }
+    Q_INVOKABLE void setFixedAlignment(qint32 col, int alignment)
+    {
+        Flexgd1->setFixedAlignment(col, alignment);
+        changed(u"FixedAlignment");
+    }
+    Q_INVOKABLE bool MergeRow(qint32 row) const { return Flexgd1->MergeRow(row); }
+    Q_INVOKABLE void setMergeRow(qint32 row, bool merge)
+    {
+        Flexgd1->setMergeRow(row, merge);
+        changed(u"MergeRow");
+    }
+    Q_INVOKABLE bool MergeCol(qint32 col) const { return Flexgd1->MergeCol(col); }
+    Q_INVOKABLE void setMergeCol(qint32 col, bool merge)
+    {
+        Flexgd1->setMergeCol(col, merge);
+        changed(u"MergeCol");
+    }
 
     /// Comma-separated editable columns: -1 every column, -2 ends the list, other numbers name a column.
     QString EditCol() const { return m_editColText; }
@@ -351,6 +388,7 @@ protected:
     void changeEvent(QEvent *event) override;
 
 private:
+    friend struct VekGridBag;
     bool editorParked() const;
     void changed(const char16_t *name) { Q_EMIT PropertyChanged(QString::fromUtf16(name)); }
     void Flexgd1_DblClick();
