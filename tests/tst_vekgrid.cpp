@@ -412,10 +412,15 @@ private Q_SLOTS:
         QVERIFY(m_grid->SaveOrReadColWidth(u"商品"_s, u"列宽"_s, true));
         QCOMPARE(m_grid->ColWidth(1), 1200);
 
+        // Fewer widths than columns: the empty element after the last ";" falls on a column and is no number.
         Module1::SetIniString(u"商品"_s, u"少"_s, ini, u"600;"_s);
-        QVERIFY(m_grid->SaveOrReadColWidth(u"商品"_s, u"少"_s, true));
+        QVERIFY(!m_grid->SaveOrReadColWidth(u"商品"_s, u"少"_s, true));
         QCOMPARE(m_grid->ColWidth(0), 600);
+        QCOMPARE(m_grid->ColWidth(1), 1200);
         QCOMPARE(m_grid->ColWidth(2), 900);
+        Module1::SetIniString(u"商品"_s, u"多"_s, ini, u"405;1200;900;300;"_s);
+        QVERIFY(m_grid->SaveOrReadColWidth(u"商品"_s, u"多"_s, true));
+        QCOMPARE(m_grid->ColWidth(0), 405);
 
         Module1::SetIniString(u"商品"_s, u"坏"_s, ini, u"705;abc;810"_s);
         QVERIFY(!m_grid->SaveOrReadColWidth(u"商品"_s, u"坏"_s, true));
@@ -425,6 +430,44 @@ private Q_SLOTS:
         m_grid->setIsDemo(true);
         QVERIFY(m_grid->SaveOrReadColWidth(u"演示"_s, u"列宽"_s, false));
         QCOMPARE(Module1::GetIniString(u"演示"_s, u"列宽"_s, ini, u"none"_s), u"none"_s);
+    }
+
+    void savedWidthsConvertAsNumbers_data()
+    {
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<bool>("accepted");
+        QTest::addColumn<qint32>("width1");
+        QTest::newRow("blanks and thousands separator") << u"300; 1,200 ;900;"_s << true << 1200;
+        QTest::newRow("hexadecimal") << u"300;&H4B0;900;"_s << true << 1200;
+        QTest::newRow("beyond 32 bits") << u"300;99999999999;900;"_s << false << 555;
+        QTest::newRow("negative") << u"300;-20;900;"_s << false << 555;
+        QTest::newRow("empty inside") << u"300;;900;"_s << false << 555;
+    }
+    void savedWidthsConvertAsNumbers()
+    {
+        QFETCH(QString, stored);
+        QFETCH(bool, accepted);
+        QFETCH(qint32, width1);
+        QTemporaryDir dir;
+        const QString ini = dir.filePath(u"grid.ini"_s);
+        QVERIFY(m_grid->setSetupFile(ini));
+        m_grid->setColWidth(1, 555);
+        m_grid->setColWidth(2, 450);
+        const qint32 before = m_grid->ColWidth(1);
+        Module1::SetIniString(u"商品"_s, u"列宽"_s, ini, stored);
+        QCOMPARE(m_grid->SaveOrReadColWidth(u"商品"_s, u"列宽"_s, true), accepted);
+        QCOMPARE(m_grid->ColWidth(0), 300);
+        QVERIFY2(std::abs(m_grid->ColWidth(1) - (width1 == 555 ? before : width1)) <= 15,
+                 qPrintable(QString::number(m_grid->ColWidth(1))));
+        QCOMPARE(m_grid->ColWidth(2) > 800, accepted); // the widths after a refused one are not reached
+    }
+
+    void defaultWidthFromMinusOne()
+    {
+        const qint32 standard = m_grid->ColWidth(2);
+        m_grid->setColWidth(2, 2000);
+        m_grid->setColWidth(2, -1);
+        QCOMPARE(m_grid->ColWidth(2), standard);
     }
 
     void restoredGridKeepsEveryColumnEditable()

@@ -21,7 +21,10 @@
 #include <QSqlQuery>
 #include <QSqlRecord>
 
+#include <cmath>
 #include <functional>
+#include <limits>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -591,13 +594,21 @@ bool VekGrid::SaveOrReadColWidth(const QString &section, const QString &key, boo
     }
     const QStringList parts = stored.split(u';');
     for (qint32 i = 0; i < qint32(parts.size()) && i < Cols(); ++i) {
-        if (parts[i].trimmed().isEmpty()) {
-            continue; // what follows the final ";"
-        }
-        bool ok = false;
-        const double width = parts[i].trimmed().toDouble(&ok);
-        if (!ok) {
+        // Each width within the columns is converted as a number is assigned to a 32-bit width: an empty or
+        // non-numeric element is a type mismatch, one beyond 32 bits an overflow, a fraction rounds half to even;
+        // -1 gives the column the default width. The widths before a refused element stay.
+        const std::optional<double> value = Module1::NumericValue(parts[i]);
+        if (!value) {
             Module1::SetErr(u"类型不匹配: "_s + parts[i]);
+            return false;
+        }
+        const double width = std::nearbyint(*value);
+        if (width > double(std::numeric_limits<qint32>::max()) || width < double(std::numeric_limits<qint32>::min())) {
+            Module1::SetErr(u"溢出: "_s + parts[i]);
+            return false;
+        }
+        if (width < -1) {
+            Module1::SetErr(u"无效的属性值: "_s + parts[i]);
             return false;
         }
         Flexgd1->setColWidth(i, qint32(width));
