@@ -1,4 +1,5 @@
 #include "cconnection.h"
+#include "currency.h"
 #include "module1.h"
 #include "prompt.h"
 #include "vekgrid.h"
@@ -690,6 +691,79 @@ private Q_SLOTS:
         QVERIFY(!m_grid->FillByRecordSet(closed, format));
     }
 
+    void fillByRecordSetWithAFormatOfOtherWidth()
+    {
+        auto db = CConnection::Open(u"sqlite::memory:"_s);
+        QVERIFY(db);
+        db->Execute(u"CREATE TABLE t (A TEXT, B TEXT, C TEXT)"_s);
+        db->Execute(u"INSERT INTO t VALUES ('1', 'a', 'x'), ('2', 'b', 'y')"_s);
+        // More columns than fields: the rows fill the leading columns.
+        QSqlQuery query = db->Select(u"SELECT A, B, C FROM t ORDER BY A"_s);
+        QString format = u"编号|名称|规格|备注"_s;
+        QVERIFY(m_grid->FillByRecordSet(query, format));
+        QCOMPARE(m_grid->Cols(), 4);
+        QCOMPARE(m_grid->Rows(), 3);
+        QCOMPARE(m_grid->TextMatrix(2, 2), u"y"_s);
+        QCOMPARE(m_grid->TextMatrix(2, 3), QString());
+        QVERIFY(m_grid->Flexgd1->Redraw());
+
+        // Fewer columns than fields: no row has a place.
+        QSqlQuery wider = db->Select(u"SELECT A, B, C FROM t ORDER BY A"_s);
+        format = u"编号|名称"_s;
+        QVERIFY(!m_grid->FillByRecordSet(wider, format));
+        QCOMPARE(m_prompt->lastText(), u"用记录集填充表格时发生错误!"_s);
+        QCOMPARE(m_grid->Rows(), 1);
+        QCOMPARE(m_grid->TextMatrix(0, 1), u"名称"_s);
+
+        // Without records nothing has to fit: the header alone.
+        QSqlQuery none = db->Select(u"SELECT A, B, C FROM t WHERE 0"_s);
+        format = u"编号|名称"_s;
+        QVERIFY(m_grid->FillByRecordSet(none, format));
+        QCOMPARE(m_grid->Rows(), 1);
+    }
+
+    void fillByRecordSetShowsValuesAsText_data()
+    {
+        QTest::addColumn<QVariant>("value");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("NULL") << QVariant(QMetaType::fromType<double>()) << QString();
+        QTest::newRow("text") << QVariant(u"可乐"_s) << u"可乐"_s;
+        QTest::newRow("integer") << QVariant(qlonglong(-42)) << u"-42"_s;
+        QTest::newRow("binary fraction") << QVariant(0.1 + 0.2) << u"0.3"_s;
+        QTest::newRow("price") << QVariant(3.5) << u"3.5"_s;
+        QTest::newRow("whole double") << QVariant(12.0) << u"12"_s;
+        QTest::newRow("large") << QVariant(1e20) << u"1E+20"_s;
+        QTest::newRow("small") << QVariant(1.5e-7) << u"1.5E-07"_s;
+        QTest::newRow("single") << QVariant(0.1f) << u"0.1"_s;
+        QTest::newRow("boolean") << QVariant(true) << u"True"_s;
+        QTest::newRow("date") << QVariant(QDate(2024, 5, 3)) << u"2024-05-03"_s;
+        QTest::newRow("date at midnight") << QVariant(QDateTime(QDate(2024, 5, 3), QTime(0, 0))) << u"2024-05-03"_s;
+        QTest::newRow("date and time") << QVariant(QDateTime(QDate(2024, 5, 3), QTime(14, 5, 9)))
+                                       << u"2024-05-03 14:05:09"_s;
+        QTest::newRow("amount") << QVariant::fromValue(*Currency::fromDouble(12.5)) << u"12.5"_s;
+    }
+    void fillByRecordSetShowsValuesAsText()
+    {
+        QFETCH(QVariant, value);
+        QFETCH(QString, text);
+        QCOMPARE(VekGrid::FieldText(value), text);
+    }
+
+    void fillByRecordSetWritesNumbersWithoutBinaryNoise()
+    {
+        auto db = CConnection::Open(u"sqlite::memory:"_s);
+        QVERIFY(db);
+        db->Execute(u"CREATE TABLE t (A TEXT, P REAL, Q INTEGER)"_s);
+        db->Execute(u"INSERT INTO t VALUES ('a', 0.1 + 0.2, 7), ('b', 1e20, NULL)"_s);
+        QSqlQuery query = db->Select(u"SELECT A, P, Q FROM t ORDER BY A"_s);
+        QString format;
+        QVERIFY(m_grid->FillByRecordSet(query, format));
+        QCOMPARE(m_grid->TextMatrix(1, 1), u"0.3"_s);
+        QCOMPARE(m_grid->TextMatrix(1, 2), u"7"_s);
+        QCOMPARE(m_grid->TextMatrix(2, 1), u"1E+20"_s);
+        QCOMPARE(m_grid->TextMatrix(2, 2), QString());
+    }
+
     void fillByRecordSetStartsAtTheFirstRecord()
     {
         auto db = CConnection::Open(u"sqlite::memory:"_s);
@@ -723,9 +797,15 @@ private Q_SLOTS:
         QCOMPARE(m_grid->Cols(), 2);
         QCOMPARE(m_grid->TextMatrix(0, 1), u"丙"_s);
         QCOMPARE(m_grid->ColWidth(1), 1800);
+        col = -1;
+        QVERIFY(!m_grid->RemoveCol(col));
+        QCOMPARE(m_prompt->lastText(), u"该列不能删除！"_s);
+        QCOMPARE(m_grid->Cols(), 2);
+        QCOMPARE(m_grid->TextMatrix(0, 0), u"甲"_s);
+        QCOMPARE(m_grid->ColWidth(1), 1800);
         m_grid->setCols(1);
         col = 0;
-        m_grid->RemoveCol(col);
+        QVERIFY(!m_grid->RemoveCol(col));
         QCOMPARE(m_prompt->lastText(), u"该列不能删除！"_s);
         QCOMPARE(m_grid->Cols(), 1);
     }

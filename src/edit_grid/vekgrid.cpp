@@ -1,5 +1,6 @@
 #include "vekgrid.h"
 
+#include "currency.h"
 #include "module1.h"
 #include "olecolor.h"
 #include "prompt.h"
@@ -7,6 +8,7 @@
 #include <utility>
 
 #include <QAction>
+#include <QDateTime>
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLineEdit>
@@ -200,6 +202,64 @@ qint16 keyCode(int key, Qt::KeyboardModifiers modifiers)
     default:
         return 0;
     }
+}
+
+// A number in at most `digits` significant digits, the exponent (where one is needed) written as E+20 or E-05.
+QString numberText(double value, int digits)
+{
+    if (value == std::trunc(value) && std::abs(value) < 1e15) {
+        return QString::number(qint64(value));
+    }
+    QString text = QString::number(value, 'g', digits);
+    const qsizetype e = text.indexOf(u'e');
+    if (e >= 0) {
+        text[e] = u'E';
+    }
+    return text;
+}
+
+// A field's value as a cell shows it: NULL empty, numbers without the noise of binary fractions (0.3, not
+// 0.30000000000000004), dates as yyyy-MM-dd with the time of day only when there is one, True or False.
+void appendFieldText(QString &out, const QVariant &value)
+{
+    if (value.isNull()) {
+        return;
+    }
+    switch (value.metaType().id()) {
+    case QMetaType::QString:
+        out += *static_cast<const QString *>(value.constData());
+        return;
+    case QMetaType::Double:
+        out += numberText(value.toDouble(), 15);
+        return;
+    case QMetaType::Float:
+        out += numberText(double(value.toFloat()), 7);
+        return;
+    case QMetaType::Bool:
+        out += value.toBool() ? u"True"_s : u"False"_s;
+        return;
+    case QMetaType::QDate:
+        out += value.toDate().toString(u"yyyy-MM-dd"_s);
+        return;
+    case QMetaType::QTime:
+        out += value.toTime().toString(u"HH:mm:ss"_s);
+        return;
+    case QMetaType::QDateTime: {
+        const QDateTime when = value.toDateTime();
+        out += when.date().toString(u"yyyy-MM-dd"_s);
+        if (when.time() != QTime(0, 0)) {
+            out += u' ' + when.time().toString(u"HH:mm:ss"_s);
+        }
+        return;
+    }
+    default:
+        break;
+    }
+    if (value.metaType() == QMetaType::fromType<Currency>()) {
+        out += value.value<Currency>().toString();
+        return;
+    }
+    out += value.toString();
 }
 
 } // namespace
@@ -635,9 +695,6 @@ bool VekGrid::FillByRecordSet(QSqlQuery &rst, QString &formatText)
             }
         }
         Flexgd1->setFormatString(formatText);
-        if (count != Cols()) {
-            throw std::runtime_error("format does not match the fields");
-        }
         if (rst.isForwardOnly() && rst.at() != QSql::BeforeFirstRow) {
             // A forward-only query cannot step back to its first record; running it again gets there.
             const bool again = rst.boundValues().isEmpty() ? rst.exec(rst.lastQuery()) : rst.exec();
@@ -648,18 +705,21 @@ bool VekGrid::FillByRecordSet(QSqlQuery &rst, QString &formatText)
         // Rows go to the view in one insertion; a failure still keeps those read before it.
         const auto keep = qScopeGuard([grid] { grid->FlushItems(); });
         for (bool more = rst.first(); more; more = rst.next()) {
+            // A caller's format with fewer columns than the record set has fields has no place for a row; one
+            // with more columns leaves the last ones empty.
+            if (count > Cols()) {
+                throw std::runtime_error("the format has fewer columns than the record set has fields");
+            }
             const QVariant first = rst.value(0);
             if (first.isNull()) {
                 // A NULL in the first field ends the load, as it always did.
                 throw std::runtime_error("NULL in the first field");
             }
-            formatText = first.toString();
+            formatText.clear();
+            appendFieldText(formatText, first);
             for (int i = 1; i < count; ++i) {
                 formatText += u'\t';
-                const QVariant value = rst.value(i);
-                if (!value.isNull()) {
-                    formatText += value.toString();
-                }
+                appendFieldText(formatText, rst.value(i));
             }
             grid->AddItemBuffered(formatText);
         }
@@ -675,19 +735,28 @@ bool VekGrid::FillByRecordSet(QSqlQuery &rst, QString &formatText)
     }
 }
 
-void VekGrid::RemoveCol(qint32 &col)
+QString VekGrid::FieldText(const QVariant &value)
 {
-    if (Cols() == 1) {
+    QString text;
+    appendFieldText(text, value);
+    return text;
+}
+
+bool VekGrid::RemoveCol(qint32 &col)
+{
+    // No column lies left of column 0: a negative one is refused like the last remaining column.
+    if (Cols() == 1 || col < 0) {
         CPrompt::current().MsgBox(u"该列不能删除！"_s, CPrompt::vbExclamation, QString());
-        return;
+        return false;
     }
     if (Cols() == 0) {
         Flexgd1->setCols(1);
     }
-    for (qint32 c = std::max(col, 0); c < Cols() - 1; ++c) {
+    for (qint32 c = col; c < Cols() - 1; ++c) {
         Flexgd1->setColWidth(c, Flexgd1->ColWidth(c + 1));
     }
     Flexgd1->grid()->shiftTextsLeft(col);
+    return true;
 }
 
 int VekGrid::renderPages(QPagedPaintDevice *device, const QString &title) const

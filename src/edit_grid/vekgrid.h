@@ -344,10 +344,16 @@ public:
     /// Numbers rows 1..Rows-1 of a column and keeps numbering it on row-count changes; a negative column stops.
     void AutoFillID(qint32 col);
 
-    /// Loads every row of an active query, the header from the field names when `formatText` is empty.
+    /// Loads every row of an active query, the header from the field names when `formatText` is empty. A caller's
+    /// format may have more columns than the query has fields (the last ones stay empty), not fewer.
     bool FillByRecordSet(QSqlQuery &rst, QString &formatText);
-    /// Removes a column, moving the columns right of it (widths and texts) one place left.
-    void RemoveCol(qint32 &col);
+    /// A field's value as FillByRecordSet writes it into a cell: NULL empty, numbers in at most 15 significant
+    /// digits (7 for single precision) with an exponent as 1E+20, dates as yyyy-MM-dd and a time of day after
+    /// them unless it is midnight, True or False.
+    static QString FieldText(const QVariant &value);
+    /// Removes a column, moving the columns right of it (widths and texts) one place left. The last remaining
+    /// column and a negative one are refused with a message box (false); one beyond the last drops the last.
+    bool RemoveCol(qint32 &col);
 
     Q_INVOKABLE void AddItem(const QString &text, qint32 index = -1) { Flexgd1->AddItem(text, index); }
     Q_INVOKABLE void AddColItem(const QString &text) { Flexgd1->grid()->AddColItem(text); }
