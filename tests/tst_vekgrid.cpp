@@ -5,7 +5,9 @@
 #include "vekgrid.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QFileInfo>
+#include <QKeyEvent>
 #include <QLineEdit>
 #include <QMenu>
 #include <QPdfWriter>
@@ -85,6 +87,18 @@ private Q_SLOTS:
         m_grid->Flexgd1->setFocus();
         QTest::keyClick(m_grid->Flexgd1, Qt::Key_Return);
         QCOMPARE(order, (QStringList {u"KeyDown 13"_s, u"DblClick"_s, u"KeyPress 13"_s}));
+    }
+
+    void keyPressReportsEveryTypedCharacter()
+    {
+        QList<qint16> codes;
+        connect(m_grid.get(), &VekGrid::KeyPress, this, [&](qint16 code) { codes << code; });
+        m_grid->Flexgd1->setFocus();
+        for (const QString &text : {u"a"_s, u"中"_s, u"，"_s}) {
+            QKeyEvent press(QEvent::KeyPress, Qt::Key_unknown, Qt::NoModifier, text);
+            QApplication::sendEvent(m_grid->Flexgd1, &press);
+        }
+        QCOMPARE(codes, (QList<qint16> {qint16(u'a'), qint16(0x4E2D), qint16(0xFF0C)}));
     }
 
     void keyCodesAreVirtualKeys_data()
@@ -427,6 +441,11 @@ private Q_SLOTS:
         QVERIFY(!m_grid->SaveOrReadColWidth(u"商品"_s, u"坏"_s, true));
         QCOMPARE(m_grid->ColWidth(0), 705);
         QCOMPARE(m_grid->ColWidth(1), 1200);
+
+        QVERIFY(m_grid->setSetupFile(dir.filePath(u"no/such/folder/grid.ini"_s)));
+        QVERIFY(!m_grid->SaveOrReadColWidth(u"商品"_s, u"列宽"_s, false));
+        QVERIFY(Module1::ErrDescription().contains(u"no/such/folder"_s));
+        QVERIFY(m_grid->setSetupFile(ini));
 
         m_grid->setIsDemo(true);
         QVERIFY(m_grid->SaveOrReadColWidth(u"演示"_s, u"列宽"_s, false));

@@ -604,7 +604,8 @@ bool VekGrid::eventFilter(QObject *watched, QEvent *event)
             if (enter) {
                 Flexgd1_DblClick();
             }
-            if (!e->text().isEmpty() && e->text().at(0).unicode() < 0x8000) {
+            if (!e->text().isEmpty()) {
+                // Every typed character is reported; codes from 0x8000 on arrive as negative 16-bit numbers.
                 Q_EMIT KeyPress(qint16(e->text().at(0).unicode()));
             }
             if (enter) {
@@ -645,7 +646,10 @@ bool VekGrid::SaveOrReadColWidth(const QString &section, const QString &key, boo
         for (qint32 c = 0; c < Cols(); ++c) {
             widths += QString::number(Flexgd1->ColWidth(c)) + u';';
         }
-        Module1::SetIniString(section, key, m_setupFile, widths);
+        if (Module1::SetIniString(section, key, m_setupFile, widths) == 0) {
+            Module1::SetErr(u"无法写入列宽设置文件: "_s + m_setupFile);
+            return false;
+        }
         return true;
     }
     const QString stored = Module1::GetIniString(section, key, m_setupFile, u"NoSetting"_s);

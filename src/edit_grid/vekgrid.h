@@ -339,7 +339,8 @@ public:
     }
 
     /// Saves (IsRead false) or restores the column widths under one ini section and key of SetupFile.
-    /// Returns false when a stored width is not a number (the widths before it are applied).
+    /// Returns false when a stored width is refused (the widths before it are applied) or the file cannot be
+    /// written, the reason in Module1::ErrDescription().
     bool SaveOrReadColWidth(const QString &section, const QString &key, bool isRead);
     /// Numbers rows 1..Rows-1 of a column and keeps numbering it on row-count changes; a negative column stops.
     void AutoFillID(qint32 col);
@@ -382,6 +383,7 @@ Q_SIGNALS:
     void Click();
     void DblClick();
     void KeyDown(qint16 keyCode, qint16 shift);
+    /// The typed character's UTF-16 code (a character from 0x8000 on as a negative number).
     void KeyPress(qint16 keyAscii);
     void KeyUp(qint16 keyCode, qint16 shift);
     void MouseDown(qint16 button, qint16 shift, float x, float y);
