@@ -6,13 +6,16 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QDir>
 #include <QFileInfo>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QMenu>
 #include <QPdfWriter>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QSqlQuery>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -450,6 +453,29 @@ private Q_SLOTS:
         m_grid->setIsDemo(true);
         QVERIFY(m_grid->SaveOrReadColWidth(u"演示"_s, u"列宽"_s, false));
         QCOMPARE(Module1::GetIniString(u"演示"_s, u"列宽"_s, ini, u"none"_s), u"none"_s);
+    }
+
+    void bareSetupFileLivesInTheConfigurationFolder()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        const auto normal = qScopeGuard([] { QStandardPaths::setTestModeEnabled(false); });
+        QTemporaryDir cwd;
+        const QString before = QDir::currentPath();
+        QDir::setCurrent(cwd.path());
+        const auto back = qScopeGuard([before] { QDir::setCurrent(before); });
+        const QString expected = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
+            + u"/quillon/tst-vekgrid-bare.ini"_s;
+        QFile::remove(expected);
+        QVERIFY(m_grid->setSetupFile(u"tst-vekgrid-bare.ini"_s));
+        m_grid->setColWidth(1, 1500);
+        QVERIFY(m_grid->SaveOrReadColWidth(u"商品"_s, u"列宽"_s, false));
+        QVERIFY(QFile::exists(expected));
+        QVERIFY(!QFile::exists(cwd.filePath(u"tst-vekgrid-bare.ini"_s)));
+        m_grid->setColWidth(1, 300);
+        QDir::setCurrent(before); // another working folder finds the same file
+        QVERIFY(m_grid->SaveOrReadColWidth(u"商品"_s, u"列宽"_s, true));
+        QVERIFY(std::abs(m_grid->ColWidth(1) - 1500) <= 15);
+        QFile::remove(expected);
     }
 
     void savedWidthsConvertAsNumbers_data()

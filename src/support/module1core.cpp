@@ -5,6 +5,10 @@
 #include "prompt.h"
 #include "sqlvalue.h"
 
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+
 #include <algorithm>
 #include <cmath>
 
@@ -111,18 +115,31 @@ int ShowErrMsg(const QString &message)
     return CPrompt::current().MsgBox(ErrMsgText(message, s_errDescription), CPrompt::vbExclamation, QString());
 }
 
+QString IniFilePath(const QString &file)
+{
+    if (file.isEmpty() || file.contains(u'/') || QDir::isAbsolutePath(file)) {
+        return file;
+    }
+    // Like the profile functions' own folder for a bare name: one place whatever folder the program runs in.
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + u"/quillon/"_s + file;
+}
+
 QString GetIniString(const QString &section, const QString &key, const QString &file, const QString &defaultValue)
 {
-    const QString value = IniFile::load(file).value(section, key).value_or(defaultValue);
+    const QString value = IniFile::load(IniFilePath(file)).value(section, key).value_or(defaultValue);
     // The value arrives in a 256-character buffer that ends with a NUL.
     return TrimNullString(value.left(255) + QChar(0));
 }
 
 qint32 SetIniString(const QString &section, const QString &key, const QString &file, const QString &value)
 {
-    IniFile ini = IniFile::load(file);
+    const QString path = IniFilePath(file);
+    IniFile ini = IniFile::load(path);
     ini.setValue(section, key, value);
-    return ini.save(file) ? 1 : 0;
+    if (path != file) {
+        QDir().mkpath(QFileInfo(path).absolutePath());
+    }
+    return ini.save(path) ? 1 : 0;
 }
 
 QString TrimNullString(const QString &text)

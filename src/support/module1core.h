@@ -30,6 +30,9 @@ QUILLON_EXPORT QString ErrMsgText(const QString &message, const QString &descrip
 /// Shows ErrMsgText(message, pending error) with the exclamation icon and OK only; returns the answer.
 QUILLON_EXPORT int ShowErrMsg(const QString &message);
 
+/// Where GetIniString and SetIniString find an ini file: a bare name (no folder) in the per-user configuration
+/// folder "quillon", any other name as it is given.
+QUILLON_EXPORT QString IniFilePath(const QString &file);
 /// One key of an ini file, at most 255 characters and trimmed; `defaultValue` when the key or file is missing.
 QUILLON_EXPORT QString GetIniString(const QString &section, const QString &key, const QString &file,
                                     const QString &defaultValue);
