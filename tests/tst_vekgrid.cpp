@@ -670,6 +670,27 @@ private Q_SLOTS:
         QVERIFY(spy.contains({u"Font"_s}));
     }
 
+    void restoringRaisesNoPropertyChanged()
+    {
+        VekGrid placed;
+        placed.setKeepLastRows(0);
+        placed.setPopMenu(true);
+        placed.setEditCol(u"1"_s);
+        placed.setFormatString(u"A|B|C"_s);
+        placed.setEnabled(false);
+        placed.setFont(QFont(u"Sans"_s, 15));
+        placed.setBackColorSel(0x00FF00);
+        QVariantMap bag;
+        placed.WriteProperties(bag);
+        QSignalSpy spy(m_grid.get(), &VekGrid::PropertyChanged);
+        m_grid->ReadProperties(bag);
+        QCOMPARE(spy.count(), 0);
+        QVERIFY(m_grid->PopMenu());
+        QVERIFY(!m_grid->Enabled());
+        m_grid->setPopMenu(false);
+        QCOMPARE(spy.count(), 1);
+    }
+
     void restoringDefaultRowsKeepsTheStoredRows()
     {
         VekGrid placed;

@@ -1031,6 +1031,7 @@ void VekGrid::ReadProperties(const QVariantMap &bag)
 {
     const bool design = m_designMode;
     m_designMode = false; // the bag restores guarded properties too
+    const bool restoring = std::exchange(m_restoring, true);
     for (const BagEntry &entry : bagEntries()) {
         const QString key = QString::fromUtf16(entry.key);
         const auto it = bag.constFind(key);
@@ -1040,6 +1041,7 @@ void VekGrid::ReadProperties(const QVariantMap &bag)
             entry.set(*this, entry.defaultValue);
         }
     }
+    m_restoring = restoring;
     m_designMode = design;
 }
 

@@ -370,6 +370,7 @@ public:
 
     /// The property bag: every persisted property under its key, values equal to their defaults left out.
     void WriteProperties(QVariantMap &bag) const;
+    /// Restores every persisted property (a missing key gives its default) without raising PropertyChanged.
     void ReadProperties(const QVariantMap &bag);
     /// The values a control placed anew on a form starts with.
     void InitProperties();
@@ -398,7 +399,12 @@ protected:
 private:
     friend struct VekGridBag;
     bool editorParked() const;
-    void changed(const char16_t *name) { Q_EMIT PropertyChanged(QString::fromUtf16(name)); }
+    void changed(const char16_t *name)
+    {
+        if (!m_restoring) {
+            Q_EMIT PropertyChanged(QString::fromUtf16(name));
+        }
+    }
     void Flexgd1_DblClick();
     void txtEdit_LostFocus();
     void commitEditor();
@@ -419,6 +425,7 @@ private:
     bool m_isDemo = false;
     QString m_setupFile = QStringLiteral("VekGrid.ini");
     bool m_designMode = false;
+    bool m_restoring = false; // ReadProperties: what the bag restores is no change to store
     int m_lastError = 0;
     int m_index = 0;
     quint32 m_backColorSel = 0;
