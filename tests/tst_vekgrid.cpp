@@ -704,6 +704,32 @@ private Q_SLOTS:
         QCOMPARE(restored.DefaultRows(), qint16(3));
     }
 
+    void badRowCountsAndCellsAreRefused()
+    {
+        m_grid->setTextMatrix(1, 1, u"甲"_s);
+        QVERIFY(!m_grid->setRows(-1));
+        QCOMPARE(m_grid->lastError(), int(VekGrid::kErrInvalidValue));
+        QCOMPARE(m_grid->Rows(), 4);
+        QCOMPARE(m_grid->TextMatrix(0, 1), u"名称"_s);
+        QVERIFY(!m_grid->setDefaultRows(-3));
+        QCOMPARE(m_grid->DefaultRows(), qint16(0));
+        QCOMPARE(m_grid->Rows(), 4);
+        QVERIFY(m_grid->setRows(0)); // no rows at all is a grid too
+        QCOMPARE(m_grid->lastError(), 0);
+        QVERIFY(m_grid->setRows(4));
+
+        int events = 0;
+        connect(m_grid.get(), &VekGrid::ChangedByProgram, this, [&] { ++events; });
+        QVERIFY(!m_grid->setTextMatrix(9, 1, u"x"_s));
+        QCOMPARE(m_grid->lastError(), int(VekGrid::kErrSubscript));
+        QVERIFY(Module1::ErrDescription().contains(u"381"_s));
+        QVERIFY(!m_grid->setTextMatrix(1, -1, u"x"_s));
+        QCOMPARE(events, 0);
+        QVERIFY(m_grid->setTextMatrix(1, 1, u"乙"_s));
+        QCOMPARE(m_grid->lastError(), 0);
+        QCOMPARE(events, 1);
+    }
+
     void designModeRefusesGuardedProperties()
     {
         m_grid->setDesignMode(true);

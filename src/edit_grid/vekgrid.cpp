@@ -297,24 +297,43 @@ void VekGrid::resizeEvent(QResizeEvent *event)
     Flexgd1->setGeometry(rect());
 }
 
-bool VekGrid::refuse()
+bool VekGrid::refuse(int error)
 {
-    m_lastError = kErrSetNotPermitted;
-    Module1::SetErr(u"不允许设置该属性(错误 387)"_s);
+    m_lastError = error;
+    switch (error) {
+    case kErrInvalidValue:
+        Module1::SetErr(u"无效的属性值(错误 380)"_s);
+        break;
+    case kErrSubscript:
+        Module1::SetErr(u"行或列的下标越界(错误 381)"_s);
+        break;
+    default:
+        Module1::SetErr(u"不允许设置该属性(错误 387)"_s);
+        break;
+    }
     return false;
 }
 
-void VekGrid::setRows(qint32 rows)
+bool VekGrid::setRows(qint32 rows)
 {
+    if (rows < 0) {
+        return refuse(kErrInvalidValue);
+    }
+    m_lastError = 0;
     Flexgd1->setRows(rows);
     if (m_idCol >= 0) {
         AutoFillID(m_idCol);
     }
     changed(u"Rows");
+    return true;
 }
 
-void VekGrid::setDefaultRows(qint16 rows)
+bool VekGrid::setDefaultRows(qint16 rows)
 {
+    if (rows < 0) {
+        return refuse(kErrInvalidValue);
+    }
+    m_lastError = 0;
     m_defaultRows = rows;
     if (rows != 0) {
         Flexgd1->setRows(rows);
@@ -323,6 +342,7 @@ void VekGrid::setDefaultRows(qint16 rows)
         AutoFillID(m_idCol);
     }
     changed(u"DefaultRows");
+    return true;
 }
 
 bool VekGrid::setRow(qint32 row)
@@ -395,12 +415,13 @@ bool VekGrid::isEditable(qint32 col) const
     return false;
 }
 
-void VekGrid::setTextMatrix(qint32 row, qint32 col, const QString &text)
+bool VekGrid::setTextMatrix(qint32 row, qint32 col, const QString &text)
 {
     const QString oldText = Flexgd1->TextMatrix(row, col);
     if (!Flexgd1->grid()->setTextMatrix(row, col, text)) {
-        return;
+        return refuse(kErrSubscript);
     }
+    m_lastError = 0;
     QString newText = text;
     qint32 cancel = 0;
     Q_EMIT ChangedByProgram(row, col, oldText, newText, cancel);
@@ -408,6 +429,7 @@ void VekGrid::setTextMatrix(qint32 row, qint32 col, const QString &text)
         Flexgd1->grid()->setTextMatrix(row, col, oldText);
     }
     changed(u"TextMatrix");
+    return true;
 }
 
 void VekGrid::AutoFillID(qint32 col)

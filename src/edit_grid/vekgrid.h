@@ -70,7 +70,10 @@ class QUILLON_EXPORT VekGrid : public QWidget
     Q_PROPERTY(quint32 BackColorSel READ BackColorSel WRITE setBackColorSel)
 
 public:
-    /// The error that a refused assignment leaves (set not permitted).
+    /// The errors that a refused assignment leaves: an invalid value (a negative row count), a cell outside the
+    /// grid, a property that may not be set now.
+    static constexpr int kErrInvalidValue = 380;
+    static constexpr int kErrSubscript = 381;
     static constexpr int kErrSetNotPermitted = 387;
 
     explicit VekGrid(QWidget *parent = nullptr);
@@ -86,7 +89,8 @@ public:
     /// While the host is in design mode, Row, Clip and SetupFile refuse assignments.
     void setDesignMode(bool design) { m_designMode = design; }
     bool designMode() const { return m_designMode; }
-    /// The error number the last refused assignment left (0 when none), cleared by the next accepted one.
+    /// The error number the last refused assignment left (0 when none), cleared by the next accepted one; the
+    /// description is Module1::ErrDescription().
     int lastError() const { return m_lastError; }
 
     quint32 BackColor() const { return Flexgd1->BackColor(); }
@@ -104,7 +108,8 @@ public:
     bool Enabled() const { return Flexgd1->isEnabled(); }
     QFont Font() const { return Flexgd1->font(); }
     qint32 Rows() const { return Flexgd1->Rows(); }
-    void setRows(qint32 rows);
+    /// A negative count is refused (error 380) and the grid kept.
+    bool setRows(qint32 rows);
     qint32 Cols() const { return Flexgd1->Cols(); }
     void setCols(qint32 cols)
     {
@@ -248,8 +253,9 @@ public:
     void setBackColorSel(quint32 color);
 
     Q_INVOKABLE QString TextMatrix(qint32 row, qint32 col) const { return Flexgd1->TextMatrix(row, col); }
-    /// Stores the text, raises ChangedByProgram, and puts the old text back when the handler cancels.
-    Q_INVOKABLE void setTextMatrix(qint32 row, qint32 col, const QString &text);
+    /// Stores the text, raises ChangedByProgram, and puts the old text back when the handler cancels. A cell
+    /// outside the grid is refused (error 381) without an event.
+    Q_INVOKABLE bool setTextMatrix(qint32 row, qint32 col, const QString &text);
     Q_INVOKABLE qint32 ColWidth(qint32 col) const { return Flexgd1->ColWidth(col); }
     Q_INVOKABLE void setColWidth(qint32 col, qint32 twips)
     {
@@ -292,7 +298,8 @@ public:
     QString EditCol() const { return m_editColText; }
     void setEditCol(const QString &text);
     qint16 DefaultRows() const { return m_defaultRows; }
-    void setDefaultRows(qint16 rows);
+    /// A negative count is refused (error 380).
+    bool setDefaultRows(qint16 rows);
     qint32 Row() const { return Flexgd1->Row(); }
     /// Refused (error 387) in design mode and outside 0..Rows-1.
     bool setRow(qint32 row);
@@ -410,7 +417,7 @@ private:
     void commitEditor();
     void mnuInsertRow_Click();
     void mnuDeleteRow_Click();
-    bool refuse();
+    bool refuse(int error = kErrSetNotPermitted);
     bool isEditable(qint32 col) const;
 
     QList<qint32> m_editCols {-1};
