@@ -1,6 +1,7 @@
 #include "cspell.h"
 
 #include <QRandomGenerator>
+#include <QStringDecoder>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -118,6 +119,34 @@ private Q_SLOTS:
             QCOMPARE(CSpell::codeOf(QChar(row.first)), QChar(QLatin1Char(row.letter)));
             QCOMPARE(CSpell::codeOf(QChar(row.last)), QChar(QLatin1Char(row.letter)));
         }
+    }
+
+    void firstLevelTableAgreesWithTheCodePage()
+    {
+        QStringDecoder gbk("GBK");
+        if (!gbk.isValid()) {
+            QSKIP("no GBK converter to compare with");
+        }
+        const char letters[] = "abcdefghjklmnopqrstwxyz";
+        const int firstCodes[] = {0xB0A1, 0xB0C5, 0xB2C1, 0xB4EE, 0xB6EA, 0xB7A2, 0xB8C1, 0xB9FE,
+                                  0xBBF7, 0xBFA6, 0xC0AC, 0xC2E8, 0xC4C3, 0xC5B6, 0xC5BE, 0xC6DA,
+                                  0xC8BB, 0xC8F6, 0xCBFA, 0xCDDA, 0xCEF4, 0xD1B9, 0xD4D1};
+        int checked = 0;
+        for (int code = 0xB0A1; code <= 0xD7F9; ++code) {
+            if ((code & 0xFF) < 0xA1 || (code & 0xFF) == 0xFF) {
+                continue;
+            }
+            const char bytes[] = {char(code >> 8), char(code & 0xFF)};
+            const QString c = gbk.decode(QByteArrayView(bytes, 2));
+            QCOMPARE(c.size(), 1);
+            int row = 22;
+            while (code < firstCodes[row]) {
+                --row;
+            }
+            QCOMPARE(CSpell::codeOf(c.at(0)), QChar(QLatin1Char(letters[row])));
+            ++checked;
+        }
+        QCOMPARE(checked, 3755);
     }
 
     void extraListsHoldOnlyTheKnownDoubles()
