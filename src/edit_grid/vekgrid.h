@@ -26,11 +26,12 @@ class QUILLON_EXPORT VekGrid : public QWidget
 {
     Q_OBJECT
     // In the control's interface order. Enabled and Font are read from the inner grid and assigned to the whole
-    // control, so that the editor over the cells follows the grid.
+    // control, so that the editor over the cells follows the grid; a form designer edits them as the widget's own
+    // enabled and font.
     Q_PROPERTY(quint32 BackColor READ BackColor WRITE setBackColor)
     Q_PROPERTY(quint32 ForeColor READ ForeColor WRITE setForeColor)
-    Q_PROPERTY(bool Enabled READ Enabled WRITE setEnabled)
-    Q_PROPERTY(QFont Font READ Font WRITE setFont)
+    Q_PROPERTY(bool Enabled READ Enabled WRITE setEnabled STORED false DESIGNABLE false)
+    Q_PROPERTY(QFont Font READ Font WRITE setFont STORED false DESIGNABLE false)
     Q_PROPERTY(int BorderStyle READ BorderStyle WRITE setBorderStyle)
     Q_PROPERTY(qint32 Rows READ Rows WRITE setRows)
     Q_PROPERTY(qint32 Cols READ Cols WRITE setCols)
