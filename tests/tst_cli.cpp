@@ -350,11 +350,11 @@ private Q_SLOTS:
         QProcess p;
         p.start(QCoreApplication::applicationDirPath() + u"/quillon-cli"_s, {u"py"_s});
         QVERIFY(p.waitForStarted());
-        p.write(u"统一冰红茶\n喆堃\n\nabc"_s.toUtf8());
+        p.write(u"统一冰红茶\n昇玥喆\n\nabc"_s.toUtf8());
         p.closeWriteChannel();
         QVERIFY(p.waitForFinished());
         QCOMPARE(p.exitCode(), 0);
-        QCOMPARE(QString::fromUtf8(p.readAllStandardOutput()), u"tybhc\nzk\n\nabc\n"_s);
+        QCOMPARE(QString::fromUtf8(p.readAllStandardOutput()), u"tybhc\nsy!\n\nabc\n"_s);
     }
 
     void defaultDatabaseLivesInTheDataFolder()

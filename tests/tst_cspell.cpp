@@ -1,6 +1,7 @@
 #include "cspell.h"
 
 #include <QRandomGenerator>
+#include <QStringDecoder>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -27,14 +28,18 @@ private Q_SLOTS:
         QTest::newRow("a goods name") << u"康师傅矿泉水550ml"_s << u"ksfkqs550ml"_s;
         QTest::newRow("level-2 in two lists takes the earlier") << u"亟嗒"_s << u"jd"_s;
         QTest::newRow("level-2 plain") << u"讴锕"_s << u"oa"_s;
-        QTest::newRow("GBK extension characters") << u"喆堃"_s << u"zk"_s;
+        QTest::newRow("GBK extension characters in the lists") << u"昇玥"_s << u"sy"_s;
+        // The lists hold a fixed number of characters per letter; what none of them holds has no letter.
+        QTest::newRow("GBK character in no list") << u"喆鰪長"_s << u"!!!"_s;
         // Characters with several readings take the initial of their main one, not the alphabetically first.
         QTest::newRow("several readings, main one counts") << u"腌蕃铛宓"_s << u"yfdm"_s;
-        QTest::newRow("main reading o outside list o") << u"喔噢"_s << u"wo"_s;
+        QTest::newRow("main reading o outside list o") << u"喔噢"_s << u"w!"_s;
         QTest::newRow("blank gives a") << u"可 乐"_s << u"kal"_s;
         QTest::newRow("characters outside the set") << u"=&;:?<>'\""_s << u"!!!!!!!!!"_s;
         QTest::newRow("full-width punctuation") << u"，。！（"_s << u"!!!!"_s;
         QTest::newRow("full-width letters") << u"ＡＢ"_s << u"!!"_s;
+        // The pass-through test is a textual compare, so letters whose case fold is a Latin letter pass too.
+        QTest::newRow("case fold beyond ASCII passes through") << u"\u212A\u017F"_s << u"\u212A\u017F"_s;
         QTest::newRow("surrogate pair gives two marks") << u"a😀b"_s << u"a!!b"_s;
         QTest::newRow("lone surrogate") << QString(QChar(0xD800)) << u"!"_s;
         QTest::newRow("control and NUL") << QString(u"\t\0x"_s) << u"!!x"_s;
@@ -65,6 +70,83 @@ private Q_SLOTS:
         if (letter == u"o"_s || letter == u"i"_s) {
             QCOMPARE(CSpell::ExtraList(letter.at(0)), begins);
         }
+    }
+
+    void extraListSizes_data()
+    {
+        QTest::addColumn<QChar>("letter");
+        QTest::addColumn<int>("size");
+        const int sizes[] = {34, 143, 194, 149, 26, 83,  151, 153, 243, 100, 234, 133,
+                             80, 4,   109, 175, 38, 205, 159, 92,  181, 296, 242};
+        int i = 0;
+        for (const QChar letter : u"abcdefghjklmnopqrstwxyz"_s) {
+            QTest::newRow(qPrintable(QString(letter))) << letter << sizes[i++];
+        }
+    }
+    void extraListSizes()
+    {
+        QFETCH(QChar, letter);
+        QFETCH(int, size);
+        const QString list = CSpell::ExtraList(letter);
+        QCOMPARE(list.size() - list.count(u' '), size);
+        // Every entry is a character outside the range table with a reading of that letter.
+        for (const QChar c : list) {
+            if (c != u' ') {
+                QVERIFY2(CSpell::initials(c).contains(letter), qPrintable(QString(c)));
+                QCOMPARE(CSpell::codeOf(c),
+                         letter == u'q' && c == u'亟'       ? u'j'
+                             : letter == u't' && c == u'嗒' ? u'd'
+                                                            : letter);
+            }
+        }
+    }
+
+    void firstLevelRangeFromCodePage()
+    {
+        // Every first-level character (0xB0A1 to 0xD7F9) takes its letter from the range table; the rows are
+        // checked at each edge.
+        const struct
+        {
+            char16_t first, last;
+            char letter;
+        } edges[] = {{u'啊', u'澳', 'a'}, {u'芭', u'怖', 'b'}, {u'擦', u'错', 'c'}, {u'搭', u'堕', 'd'},
+                     {u'蛾', u'贰', 'e'}, {u'发', u'咐', 'f'}, {u'噶', u'过', 'g'}, {u'哈', u'祸', 'h'},
+                     {u'击', u'骏', 'j'}, {u'喀', u'阔', 'k'}, {u'垃', u'络', 'l'}, {u'妈', u'穆', 'm'},
+                     {u'拿', u'诺', 'n'}, {u'哦', u'沤', 'o'}, {u'啪', u'瀑', 'p'}, {u'期', u'群', 'q'},
+                     {u'然', u'弱', 'r'}, {u'撒', u'所', 's'}, {u'塌', u'唾', 't'}, {u'挖', u'误', 'w'},
+                     {u'昔', u'迅', 'x'}, {u'压', u'孕', 'y'}, {u'匝', u'座', 'z'}};
+        for (const auto &row : edges) {
+            QCOMPARE(CSpell::codeOf(QChar(row.first)), QChar(QLatin1Char(row.letter)));
+            QCOMPARE(CSpell::codeOf(QChar(row.last)), QChar(QLatin1Char(row.letter)));
+        }
+    }
+
+    void firstLevelTableAgreesWithTheCodePage()
+    {
+        QStringDecoder gbk("GBK");
+        if (!gbk.isValid()) {
+            QSKIP("no GBK converter to compare with");
+        }
+        const char letters[] = "abcdefghjklmnopqrstwxyz";
+        const int firstCodes[] = {0xB0A1, 0xB0C5, 0xB2C1, 0xB4EE, 0xB6EA, 0xB7A2, 0xB8C1, 0xB9FE,
+                                  0xBBF7, 0xBFA6, 0xC0AC, 0xC2E8, 0xC4C3, 0xC5B6, 0xC5BE, 0xC6DA,
+                                  0xC8BB, 0xC8F6, 0xCBFA, 0xCDDA, 0xCEF4, 0xD1B9, 0xD4D1};
+        int checked = 0;
+        for (int code = 0xB0A1; code <= 0xD7F9; ++code) {
+            if ((code & 0xFF) < 0xA1 || (code & 0xFF) == 0xFF) {
+                continue;
+            }
+            const char bytes[] = {char(code >> 8), char(code & 0xFF)};
+            const QString c = gbk.decode(QByteArrayView(bytes, 2));
+            QCOMPARE(c.size(), 1);
+            int row = 22;
+            while (code < firstCodes[row]) {
+                --row;
+            }
+            QCOMPARE(CSpell::codeOf(c.at(0)), QChar(QLatin1Char(letters[row])));
+            ++checked;
+        }
+        QCOMPARE(checked, 3755);
     }
 
     void extraListsHoldOnlyTheKnownDoubles()
@@ -155,7 +237,7 @@ private Q_SLOTS:
             QCOMPARE(code.size(), text.size());
             for (qsizetype i = 0; i < code.size(); ++i) {
                 const QChar out = code.at(i);
-                const bool same = out == text.at(i) && out.unicode() < 128;
+                const bool same = out == text.at(i) && QChar::toCaseFolded(out.unicode()) < 128;
                 QVERIFY2(same || letters.contains(out) || out == u'!',
                          qPrintable(QString::number(text.at(i).unicode(), 16)));
             }

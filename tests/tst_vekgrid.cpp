@@ -1,15 +1,21 @@
 #include "cconnection.h"
+#include "currency.h"
 #include "module1.h"
 #include "prompt.h"
 #include "vekgrid.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QDir>
 #include <QFileInfo>
+#include <QKeyEvent>
 #include <QLineEdit>
 #include <QMenu>
 #include <QPdfWriter>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QSqlQuery>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -84,6 +90,18 @@ private Q_SLOTS:
         m_grid->Flexgd1->setFocus();
         QTest::keyClick(m_grid->Flexgd1, Qt::Key_Return);
         QCOMPARE(order, (QStringList {u"KeyDown 13"_s, u"DblClick"_s, u"KeyPress 13"_s}));
+    }
+
+    void keyPressReportsEveryTypedCharacter()
+    {
+        QList<qint16> codes;
+        connect(m_grid.get(), &VekGrid::KeyPress, this, [&](qint16 code) { codes << code; });
+        m_grid->Flexgd1->setFocus();
+        for (const QString &text : {u"a"_s, u"中"_s, u"，"_s}) {
+            QKeyEvent press(QEvent::KeyPress, Qt::Key_unknown, Qt::NoModifier, text);
+            QApplication::sendEvent(m_grid->Flexgd1, &press);
+        }
+        QCOMPARE(codes, (QList<qint16> {qint16(u'a'), qint16(0x4E2D), qint16(0xFF0C)}));
     }
 
     void keyCodesAreVirtualKeys_data()
@@ -229,6 +247,20 @@ private Q_SLOTS:
         QTest::newRow("inf") << u"inf"_s << false;
         QTest::newRow("-infinity") << u"-infinity"_s << false;
         QTest::newRow("letters") << u"箱"_s << false;
+        QTest::newRow("trailing sign") << u"12-"_s << true;
+        QTest::newRow("parentheses") << u"(1,200.00)"_s << true;
+        QTest::newRow("currency sign") << u"¥12.50"_s << true;
+        QTest::newRow("full-width currency sign") << u"￥ 8"_s << true;
+        QTest::newRow("hexadecimal") << u"&H1F"_s << true;
+        QTest::newRow("D exponent") << u"1.5D3"_s << true;
+        QTest::newRow("blanks around") << u"  42 "_s << true;
+        QTest::newRow("two signs") << u"-12-"_s << false;
+        QTest::newRow("bare point") << u"."_s << false;
+        QTest::newRow("leading separator") << u",12"_s << false;
+        QTest::newRow("exponent without digits") << u"1e"_s << false;
+        QTest::newRow("overflowing exponent") << u"1e999"_s << false;
+        QTest::newRow("hexadecimal beyond 32 bits") << u"&H123456789"_s << false;
+        QTest::newRow("empty") << QString() << false;
     }
     void numericTestRefusesWords()
     {
@@ -398,19 +430,90 @@ private Q_SLOTS:
         QVERIFY(m_grid->SaveOrReadColWidth(u"商品"_s, u"列宽"_s, true));
         QCOMPARE(m_grid->ColWidth(1), 1200);
 
+        // Fewer widths than columns: the empty element after the last ";" falls on a column and is no number.
         Module1::SetIniString(u"商品"_s, u"少"_s, ini, u"600;"_s);
-        QVERIFY(m_grid->SaveOrReadColWidth(u"商品"_s, u"少"_s, true));
+        QVERIFY(!m_grid->SaveOrReadColWidth(u"商品"_s, u"少"_s, true));
         QCOMPARE(m_grid->ColWidth(0), 600);
+        QCOMPARE(m_grid->ColWidth(1), 1200);
         QCOMPARE(m_grid->ColWidth(2), 900);
+        Module1::SetIniString(u"商品"_s, u"多"_s, ini, u"405;1200;900;300;"_s);
+        QVERIFY(m_grid->SaveOrReadColWidth(u"商品"_s, u"多"_s, true));
+        QCOMPARE(m_grid->ColWidth(0), 405);
 
         Module1::SetIniString(u"商品"_s, u"坏"_s, ini, u"705;abc;810"_s);
         QVERIFY(!m_grid->SaveOrReadColWidth(u"商品"_s, u"坏"_s, true));
         QCOMPARE(m_grid->ColWidth(0), 705);
         QCOMPARE(m_grid->ColWidth(1), 1200);
 
+        QVERIFY(m_grid->setSetupFile(dir.filePath(u"no/such/folder/grid.ini"_s)));
+        QVERIFY(!m_grid->SaveOrReadColWidth(u"商品"_s, u"列宽"_s, false));
+        QVERIFY(Module1::ErrDescription().contains(u"no/such/folder"_s));
+        QVERIFY(m_grid->setSetupFile(ini));
+
         m_grid->setIsDemo(true);
         QVERIFY(m_grid->SaveOrReadColWidth(u"演示"_s, u"列宽"_s, false));
         QCOMPARE(Module1::GetIniString(u"演示"_s, u"列宽"_s, ini, u"none"_s), u"none"_s);
+    }
+
+    void bareSetupFileLivesInTheConfigurationFolder()
+    {
+        QStandardPaths::setTestModeEnabled(true);
+        const auto normal = qScopeGuard([] { QStandardPaths::setTestModeEnabled(false); });
+        QTemporaryDir cwd;
+        const QString before = QDir::currentPath();
+        QDir::setCurrent(cwd.path());
+        const auto back = qScopeGuard([before] { QDir::setCurrent(before); });
+        const QString expected = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
+            + u"/quillon/tst-vekgrid-bare.ini"_s;
+        QFile::remove(expected);
+        QVERIFY(m_grid->setSetupFile(u"tst-vekgrid-bare.ini"_s));
+        m_grid->setColWidth(1, 1500);
+        QVERIFY(m_grid->SaveOrReadColWidth(u"商品"_s, u"列宽"_s, false));
+        QVERIFY(QFile::exists(expected));
+        QVERIFY(!QFile::exists(cwd.filePath(u"tst-vekgrid-bare.ini"_s)));
+        m_grid->setColWidth(1, 300);
+        QDir::setCurrent(before); // another working folder finds the same file
+        QVERIFY(m_grid->SaveOrReadColWidth(u"商品"_s, u"列宽"_s, true));
+        QVERIFY(std::abs(m_grid->ColWidth(1) - 1500) <= 15);
+        QFile::remove(expected);
+    }
+
+    void savedWidthsConvertAsNumbers_data()
+    {
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<bool>("accepted");
+        QTest::addColumn<qint32>("width1");
+        QTest::newRow("blanks and thousands separator") << u"300; 1,200 ;900;"_s << true << 1200;
+        QTest::newRow("hexadecimal") << u"300;&H4B0;900;"_s << true << 1200;
+        QTest::newRow("beyond 32 bits") << u"300;99999999999;900;"_s << false << 555;
+        QTest::newRow("negative") << u"300;-20;900;"_s << false << 555;
+        QTest::newRow("empty inside") << u"300;;900;"_s << false << 555;
+    }
+    void savedWidthsConvertAsNumbers()
+    {
+        QFETCH(QString, stored);
+        QFETCH(bool, accepted);
+        QFETCH(qint32, width1);
+        QTemporaryDir dir;
+        const QString ini = dir.filePath(u"grid.ini"_s);
+        QVERIFY(m_grid->setSetupFile(ini));
+        m_grid->setColWidth(1, 555);
+        m_grid->setColWidth(2, 450);
+        const qint32 before = m_grid->ColWidth(1);
+        Module1::SetIniString(u"商品"_s, u"列宽"_s, ini, stored);
+        QCOMPARE(m_grid->SaveOrReadColWidth(u"商品"_s, u"列宽"_s, true), accepted);
+        QCOMPARE(m_grid->ColWidth(0), 300);
+        QVERIFY2(std::abs(m_grid->ColWidth(1) - (width1 == 555 ? before : width1)) <= 15,
+                 qPrintable(QString::number(m_grid->ColWidth(1))));
+        QCOMPARE(m_grid->ColWidth(2) > 800, accepted); // the widths after a refused one are not reached
+    }
+
+    void defaultWidthFromMinusOne()
+    {
+        const qint32 standard = m_grid->ColWidth(2);
+        m_grid->setColWidth(2, 2000);
+        m_grid->setColWidth(2, -1);
+        QCOMPARE(m_grid->ColWidth(2), standard);
     }
 
     void restoredGridKeepsEveryColumnEditable()
@@ -521,6 +624,112 @@ private Q_SLOTS:
         QCOMPARE(empty.KeepLastRows(), qint16(1));
     }
 
+    void indexedPropertiesForwardAndRaisePropertyChanged()
+    {
+        QSignalSpy spy(m_grid.get(), &VekGrid::PropertyChanged);
+        m_grid->setRowHeight(1, 600);
+        m_grid->setColAlignment(2, FlexGridModel::AlignRight);
+        m_grid->setFixedAlignment(1, FlexGridModel::AlignCenter);
+        m_grid->setMergeRow(0, true);
+        m_grid->setMergeCol(1, true);
+        QStringList names;
+        for (const QList<QVariant> &args : spy) {
+            names << args.at(0).toString();
+        }
+        QCOMPARE(names,
+                 (QStringList {u"RowHeight"_s, u"ColAlignment"_s, u"FixedAlignment"_s, u"MergeRow"_s, u"MergeCol"_s}));
+        QCOMPARE(m_grid->RowHeight(1), m_grid->Flexgd1->RowHeight(1));
+        QVERIFY(std::abs(m_grid->RowHeight(1) - 600) <= 15);
+        QCOMPARE(m_grid->ColAlignment(2), int(FlexGridModel::AlignRight));
+        QCOMPARE(m_grid->FixedAlignment(1), int(FlexGridModel::AlignCenter));
+        QVERIFY(m_grid->MergeRow(0));
+        QVERIFY(!m_grid->MergeRow(1));
+        QVERIFY(m_grid->MergeCol(1));
+    }
+
+    void enabledAndFontReachTheEditor()
+    {
+        QFont font(u"Sans"_s, 17);
+        QVariantMap bag;
+        bag.insert(u"Enabled"_s, false);
+        bag.insert(u"Font"_s, font.toString());
+        m_grid->ReadProperties(bag);
+        QCOMPARE(m_grid->property("Enabled"), QVariant(false));
+        QVERIFY(!m_grid->txtEdit->isEnabled());
+        QCOMPARE(m_grid->property("Font").value<QFont>().pointSize(), 17);
+        QCOMPARE(m_grid->txtEdit->font().pointSize(), 17);
+
+        QSignalSpy spy(m_grid.get(), &VekGrid::PropertyChanged);
+        QVERIFY(m_grid->setProperty("Enabled", true));
+        QVERIFY(m_grid->Flexgd1->isEnabled());
+        font.setPointSize(9);
+        QVERIFY(m_grid->setProperty("Font", font));
+        QCOMPARE(m_grid->Flexgd1->font().pointSize(), 9);
+        QCOMPARE(m_grid->txtEdit->font().pointSize(), 9);
+        QVERIFY(spy.contains({u"Enabled"_s}));
+        QVERIFY(spy.contains({u"Font"_s}));
+    }
+
+    void restoringRaisesNoPropertyChanged()
+    {
+        VekGrid placed;
+        placed.setKeepLastRows(0);
+        placed.setPopMenu(true);
+        placed.setEditCol(u"1"_s);
+        placed.setFormatString(u"A|B|C"_s);
+        placed.setEnabled(false);
+        placed.setFont(QFont(u"Sans"_s, 15));
+        placed.setBackColorSel(0x00FF00);
+        QVariantMap bag;
+        placed.WriteProperties(bag);
+        QSignalSpy spy(m_grid.get(), &VekGrid::PropertyChanged);
+        m_grid->ReadProperties(bag);
+        QCOMPARE(spy.count(), 0);
+        QVERIFY(m_grid->PopMenu());
+        QVERIFY(!m_grid->Enabled());
+        m_grid->setPopMenu(false);
+        QCOMPARE(spy.count(), 1);
+    }
+
+    void restoringDefaultRowsKeepsTheStoredRows()
+    {
+        VekGrid placed;
+        placed.setDefaultRows(3);
+        placed.setRows(10);
+        QVariantMap bag;
+        placed.WriteProperties(bag);
+        VekGrid restored;
+        restored.ReadProperties(bag);
+        QCOMPARE(restored.Rows(), 10);
+        QCOMPARE(restored.DefaultRows(), qint16(3));
+    }
+
+    void badRowCountsAndCellsAreRefused()
+    {
+        m_grid->setTextMatrix(1, 1, u"甲"_s);
+        QVERIFY(!m_grid->setRows(-1));
+        QCOMPARE(m_grid->lastError(), int(VekGrid::kErrInvalidValue));
+        QCOMPARE(m_grid->Rows(), 4);
+        QCOMPARE(m_grid->TextMatrix(0, 1), u"名称"_s);
+        QVERIFY(!m_grid->setDefaultRows(-3));
+        QCOMPARE(m_grid->DefaultRows(), qint16(0));
+        QCOMPARE(m_grid->Rows(), 4);
+        QVERIFY(m_grid->setRows(0)); // no rows at all is a grid too
+        QCOMPARE(m_grid->lastError(), 0);
+        QVERIFY(m_grid->setRows(4));
+
+        int events = 0;
+        connect(m_grid.get(), &VekGrid::ChangedByProgram, this, [&] { ++events; });
+        QVERIFY(!m_grid->setTextMatrix(9, 1, u"x"_s));
+        QCOMPARE(m_grid->lastError(), int(VekGrid::kErrSubscript));
+        QVERIFY(Module1::ErrDescription().contains(u"381"_s));
+        QVERIFY(!m_grid->setTextMatrix(1, -1, u"x"_s));
+        QCOMPARE(events, 0);
+        QVERIFY(m_grid->setTextMatrix(1, 1, u"乙"_s));
+        QCOMPARE(m_grid->lastError(), 0);
+        QCOMPARE(events, 1);
+    }
+
     void designModeRefusesGuardedProperties()
     {
         m_grid->setDesignMode(true);
@@ -574,6 +783,79 @@ private Q_SLOTS:
         QVERIFY(!m_grid->FillByRecordSet(closed, format));
     }
 
+    void fillByRecordSetWithAFormatOfOtherWidth()
+    {
+        auto db = CConnection::Open(u"sqlite::memory:"_s);
+        QVERIFY(db);
+        db->Execute(u"CREATE TABLE t (A TEXT, B TEXT, C TEXT)"_s);
+        db->Execute(u"INSERT INTO t VALUES ('1', 'a', 'x'), ('2', 'b', 'y')"_s);
+        // More columns than fields: the rows fill the leading columns.
+        QSqlQuery query = db->Select(u"SELECT A, B, C FROM t ORDER BY A"_s);
+        QString format = u"编号|名称|规格|备注"_s;
+        QVERIFY(m_grid->FillByRecordSet(query, format));
+        QCOMPARE(m_grid->Cols(), 4);
+        QCOMPARE(m_grid->Rows(), 3);
+        QCOMPARE(m_grid->TextMatrix(2, 2), u"y"_s);
+        QCOMPARE(m_grid->TextMatrix(2, 3), QString());
+        QVERIFY(m_grid->Flexgd1->Redraw());
+
+        // Fewer columns than fields: no row has a place.
+        QSqlQuery wider = db->Select(u"SELECT A, B, C FROM t ORDER BY A"_s);
+        format = u"编号|名称"_s;
+        QVERIFY(!m_grid->FillByRecordSet(wider, format));
+        QCOMPARE(m_prompt->lastText(), u"用记录集填充表格时发生错误!"_s);
+        QCOMPARE(m_grid->Rows(), 1);
+        QCOMPARE(m_grid->TextMatrix(0, 1), u"名称"_s);
+
+        // Without records nothing has to fit: the header alone.
+        QSqlQuery none = db->Select(u"SELECT A, B, C FROM t WHERE 0"_s);
+        format = u"编号|名称"_s;
+        QVERIFY(m_grid->FillByRecordSet(none, format));
+        QCOMPARE(m_grid->Rows(), 1);
+    }
+
+    void fillByRecordSetShowsValuesAsText_data()
+    {
+        QTest::addColumn<QVariant>("value");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("NULL") << QVariant(QMetaType::fromType<double>()) << QString();
+        QTest::newRow("text") << QVariant(u"可乐"_s) << u"可乐"_s;
+        QTest::newRow("integer") << QVariant(qlonglong(-42)) << u"-42"_s;
+        QTest::newRow("binary fraction") << QVariant(0.1 + 0.2) << u"0.3"_s;
+        QTest::newRow("price") << QVariant(3.5) << u"3.5"_s;
+        QTest::newRow("whole double") << QVariant(12.0) << u"12"_s;
+        QTest::newRow("large") << QVariant(1e20) << u"1E+20"_s;
+        QTest::newRow("small") << QVariant(1.5e-7) << u"1.5E-07"_s;
+        QTest::newRow("single") << QVariant(0.1f) << u"0.1"_s;
+        QTest::newRow("boolean") << QVariant(true) << u"True"_s;
+        QTest::newRow("date") << QVariant(QDate(2024, 5, 3)) << u"2024-05-03"_s;
+        QTest::newRow("date at midnight") << QVariant(QDateTime(QDate(2024, 5, 3), QTime(0, 0))) << u"2024-05-03"_s;
+        QTest::newRow("date and time") << QVariant(QDateTime(QDate(2024, 5, 3), QTime(14, 5, 9)))
+                                       << u"2024-05-03 14:05:09"_s;
+        QTest::newRow("amount") << QVariant::fromValue(*Currency::fromDouble(12.5)) << u"12.5"_s;
+    }
+    void fillByRecordSetShowsValuesAsText()
+    {
+        QFETCH(QVariant, value);
+        QFETCH(QString, text);
+        QCOMPARE(VekGrid::FieldText(value), text);
+    }
+
+    void fillByRecordSetWritesNumbersWithoutBinaryNoise()
+    {
+        auto db = CConnection::Open(u"sqlite::memory:"_s);
+        QVERIFY(db);
+        db->Execute(u"CREATE TABLE t (A TEXT, P REAL, Q INTEGER)"_s);
+        db->Execute(u"INSERT INTO t VALUES ('a', 0.1 + 0.2, 7), ('b', 1e20, NULL)"_s);
+        QSqlQuery query = db->Select(u"SELECT A, P, Q FROM t ORDER BY A"_s);
+        QString format;
+        QVERIFY(m_grid->FillByRecordSet(query, format));
+        QCOMPARE(m_grid->TextMatrix(1, 1), u"0.3"_s);
+        QCOMPARE(m_grid->TextMatrix(1, 2), u"7"_s);
+        QCOMPARE(m_grid->TextMatrix(2, 1), u"1E+20"_s);
+        QCOMPARE(m_grid->TextMatrix(2, 2), QString());
+    }
+
     void fillByRecordSetStartsAtTheFirstRecord()
     {
         auto db = CConnection::Open(u"sqlite::memory:"_s);
@@ -607,9 +889,15 @@ private Q_SLOTS:
         QCOMPARE(m_grid->Cols(), 2);
         QCOMPARE(m_grid->TextMatrix(0, 1), u"丙"_s);
         QCOMPARE(m_grid->ColWidth(1), 1800);
+        col = -1;
+        QVERIFY(!m_grid->RemoveCol(col));
+        QCOMPARE(m_prompt->lastText(), u"该列不能删除！"_s);
+        QCOMPARE(m_grid->Cols(), 2);
+        QCOMPARE(m_grid->TextMatrix(0, 0), u"甲"_s);
+        QCOMPARE(m_grid->ColWidth(1), 1800);
         m_grid->setCols(1);
         col = 0;
-        m_grid->RemoveCol(col);
+        QVERIFY(!m_grid->RemoveCol(col));
         QCOMPARE(m_prompt->lastText(), u"该列不能删除！"_s);
         QCOMPARE(m_grid->Cols(), 1);
     }

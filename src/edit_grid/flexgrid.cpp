@@ -381,10 +381,10 @@ qint32 FlexGrid::ColWidth(qint32 col) const
 
 void FlexGrid::setColWidth(qint32 col, qint32 twips)
 {
-    if (col < 0 || col >= Cols() || twips < 0) {
+    if (col < 0 || col >= Cols() || twips < -1) {
         return;
     }
-    const int pixels = twipsToPixelsX(twips);
+    const int pixels = twips == -1 ? horizontalHeader()->defaultSectionSize() : twipsToPixelsX(twips);
     if (col < FixedCols()) {
         m_corner->setColumnWidth(col, pixels);
         m_left->setColumnWidth(col, pixels);

@@ -85,7 +85,8 @@ public:
     qint32 ColSel() const { return m_colSel; }
     void setColSel(qint32 col);
 
-    /// Widths and heights in twips (1/1440 inch), converted with the screen's logical resolution.
+    /// Widths and heights in twips (1/1440 inch), converted with the screen's logical resolution; a width of -1
+    /// is the default width.
     Q_INVOKABLE qint32 ColWidth(qint32 col) const;
     Q_INVOKABLE void setColWidth(qint32 col, qint32 twips);
     Q_INVOKABLE qint32 RowHeight(qint32 row) const;

@@ -1,5 +1,7 @@
 #include "flexgridmodel.h"
 
+#include "module1core.h"
+
 #include <QVarLengthArray>
 
 #include <algorithm>
@@ -63,17 +65,7 @@ std::uint32_t *makeRow(const QVarLengthArray<QStringView, 32> &cells)
 
 bool FlexGridModel::isNumericText(const QString &text)
 {
-    QString plain = text.trimmed();
-    plain.remove(u',');
-    // Words the number parser knows ("nan", "inf") are no numbers to a clerk.
-    for (const QChar c : std::as_const(plain)) {
-        if (c.isLetter() && c != u'e' && c != u'E') {
-            return false;
-        }
-    }
-    bool ok = false;
-    plain.toDouble(&ok);
-    return ok;
+    return Module1::IsNumeric(text);
 }
 
 FlexGridModel::FlexGridModel(QObject *parent)

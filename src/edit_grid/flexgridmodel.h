@@ -87,7 +87,8 @@ public:
     QColor cellBackColor(qint32 row, qint32 col) const;
     void setCellBackColor(qint32 row, qint32 col, const QColor &colour);
 
-    /// The general numeric-string test: signs, a decimal point, an exponent and thousands separators.
+    /// The general numeric-string test (Module1::IsNumeric): signs, parentheses, a currency sign, thousands
+    /// separators, a decimal point, an exponent, &H and &O numbers.
     static bool isNumericText(const QString &text);
 
     /// Releases every row (the grid keeps its size).

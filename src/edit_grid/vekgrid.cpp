@@ -1,5 +1,6 @@
 #include "vekgrid.h"
 
+#include "currency.h"
 #include "module1.h"
 #include "olecolor.h"
 #include "prompt.h"
@@ -7,6 +8,7 @@
 #include <utility>
 
 #include <QAction>
+#include <QDateTime>
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLineEdit>
@@ -21,7 +23,10 @@
 #include <QSqlQuery>
 #include <QSqlRecord>
 
+#include <cmath>
 #include <functional>
+#include <limits>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -199,6 +204,64 @@ qint16 keyCode(int key, Qt::KeyboardModifiers modifiers)
     }
 }
 
+// A number in at most `digits` significant digits, the exponent (where one is needed) written as E+20 or E-05.
+QString numberText(double value, int digits)
+{
+    if (value == std::trunc(value) && std::abs(value) < 1e15) {
+        return QString::number(qint64(value));
+    }
+    QString text = QString::number(value, 'g', digits);
+    const qsizetype e = text.indexOf(u'e');
+    if (e >= 0) {
+        text[e] = u'E';
+    }
+    return text;
+}
+
+// A field's value as a cell shows it: NULL empty, numbers without the noise of binary fractions (0.3, not
+// 0.30000000000000004), dates as yyyy-MM-dd with the time of day only when there is one, True or False.
+void appendFieldText(QString &out, const QVariant &value)
+{
+    if (value.isNull()) {
+        return;
+    }
+    switch (value.metaType().id()) {
+    case QMetaType::QString:
+        out += *static_cast<const QString *>(value.constData());
+        return;
+    case QMetaType::Double:
+        out += numberText(value.toDouble(), 15);
+        return;
+    case QMetaType::Float:
+        out += numberText(double(value.toFloat()), 7);
+        return;
+    case QMetaType::Bool:
+        out += value.toBool() ? u"True"_s : u"False"_s;
+        return;
+    case QMetaType::QDate:
+        out += value.toDate().toString(u"yyyy-MM-dd"_s);
+        return;
+    case QMetaType::QTime:
+        out += value.toTime().toString(u"HH:mm:ss"_s);
+        return;
+    case QMetaType::QDateTime: {
+        const QDateTime when = value.toDateTime();
+        out += when.date().toString(u"yyyy-MM-dd"_s);
+        if (when.time() != QTime(0, 0)) {
+            out += u' ' + when.time().toString(u"HH:mm:ss"_s);
+        }
+        return;
+    }
+    default:
+        break;
+    }
+    if (value.metaType() == QMetaType::fromType<Currency>()) {
+        out += value.value<Currency>().toString();
+        return;
+    }
+    out += value.toString();
+}
+
 } // namespace
 
 VekGrid::VekGrid(QWidget *parent)
@@ -234,24 +297,43 @@ void VekGrid::resizeEvent(QResizeEvent *event)
     Flexgd1->setGeometry(rect());
 }
 
-bool VekGrid::refuse()
+bool VekGrid::refuse(int error)
 {
-    m_lastError = kErrSetNotPermitted;
-    Module1::SetErr(u"不允许设置该属性(错误 387)"_s);
+    m_lastError = error;
+    switch (error) {
+    case kErrInvalidValue:
+        Module1::SetErr(u"无效的属性值(错误 380)"_s);
+        break;
+    case kErrSubscript:
+        Module1::SetErr(u"行或列的下标越界(错误 381)"_s);
+        break;
+    default:
+        Module1::SetErr(u"不允许设置该属性(错误 387)"_s);
+        break;
+    }
     return false;
 }
 
-void VekGrid::setRows(qint32 rows)
+bool VekGrid::setRows(qint32 rows)
 {
+    if (rows < 0) {
+        return refuse(kErrInvalidValue);
+    }
+    m_lastError = 0;
     Flexgd1->setRows(rows);
     if (m_idCol >= 0) {
         AutoFillID(m_idCol);
     }
     changed(u"Rows");
+    return true;
 }
 
-void VekGrid::setDefaultRows(qint16 rows)
+bool VekGrid::setDefaultRows(qint16 rows)
 {
+    if (rows < 0) {
+        return refuse(kErrInvalidValue);
+    }
+    m_lastError = 0;
     m_defaultRows = rows;
     if (rows != 0) {
         Flexgd1->setRows(rows);
@@ -260,6 +342,7 @@ void VekGrid::setDefaultRows(qint16 rows)
         AutoFillID(m_idCol);
     }
     changed(u"DefaultRows");
+    return true;
 }
 
 bool VekGrid::setRow(qint32 row)
@@ -332,12 +415,13 @@ bool VekGrid::isEditable(qint32 col) const
     return false;
 }
 
-void VekGrid::setTextMatrix(qint32 row, qint32 col, const QString &text)
+bool VekGrid::setTextMatrix(qint32 row, qint32 col, const QString &text)
 {
     const QString oldText = Flexgd1->TextMatrix(row, col);
     if (!Flexgd1->grid()->setTextMatrix(row, col, text)) {
-        return;
+        return refuse(kErrSubscript);
     }
+    m_lastError = 0;
     QString newText = text;
     qint32 cancel = 0;
     Q_EMIT ChangedByProgram(row, col, oldText, newText, cancel);
@@ -345,6 +429,7 @@ void VekGrid::setTextMatrix(qint32 row, qint32 col, const QString &text)
         Flexgd1->grid()->setTextMatrix(row, col, oldText);
     }
     changed(u"TextMatrix");
+    return true;
 }
 
 void VekGrid::AutoFillID(qint32 col)
@@ -541,7 +626,8 @@ bool VekGrid::eventFilter(QObject *watched, QEvent *event)
             if (enter) {
                 Flexgd1_DblClick();
             }
-            if (!e->text().isEmpty() && e->text().at(0).unicode() < 0x8000) {
+            if (!e->text().isEmpty()) {
+                // Every typed character is reported; codes from 0x8000 on arrive as negative 16-bit numbers.
                 Q_EMIT KeyPress(qint16(e->text().at(0).unicode()));
             }
             if (enter) {
@@ -564,6 +650,8 @@ void VekGrid::changeEvent(QEvent *event)
 {
     QWidget::changeEvent(event);
     if (event->type() == QEvent::FontChange) {
+        // The grid takes the control's font even where it was given one of its own.
+        Flexgd1->setFont(font());
         changed(u"Font");
     } else if (event->type() == QEvent::EnabledChange) {
         changed(u"Enabled");
@@ -580,7 +668,10 @@ bool VekGrid::SaveOrReadColWidth(const QString &section, const QString &key, boo
         for (qint32 c = 0; c < Cols(); ++c) {
             widths += QString::number(Flexgd1->ColWidth(c)) + u';';
         }
-        Module1::SetIniString(section, key, m_setupFile, widths);
+        if (Module1::SetIniString(section, key, m_setupFile, widths) == 0) {
+            Module1::SetErr(u"无法写入列宽设置文件: "_s + m_setupFile);
+            return false;
+        }
         return true;
     }
     const QString stored = Module1::GetIniString(section, key, m_setupFile, u"NoSetting"_s);
@@ -589,13 +680,21 @@ bool VekGrid::SaveOrReadColWidth(const QString &section, const QString &key, boo
     }
     const QStringList parts = stored.split(u';');
     for (qint32 i = 0; i < qint32(parts.size()) && i < Cols(); ++i) {
-        if (parts[i].trimmed().isEmpty()) {
-            continue; // what follows the final ";"
-        }
-        bool ok = false;
-        const double width = parts[i].trimmed().toDouble(&ok);
-        if (!ok) {
+        // Each width within the columns is converted as a number is assigned to a 32-bit width: an empty or
+        // non-numeric element is a type mismatch, one beyond 32 bits an overflow, a fraction rounds half to even;
+        // -1 gives the column the default width. The widths before a refused element stay.
+        const std::optional<double> value = Module1::NumericValue(parts[i]);
+        if (!value) {
             Module1::SetErr(u"类型不匹配: "_s + parts[i]);
+            return false;
+        }
+        const double width = std::nearbyint(*value);
+        if (width > double(std::numeric_limits<qint32>::max()) || width < double(std::numeric_limits<qint32>::min())) {
+            Module1::SetErr(u"溢出: "_s + parts[i]);
+            return false;
+        }
+        if (width < -1) {
+            Module1::SetErr(u"无效的属性值: "_s + parts[i]);
             return false;
         }
         Flexgd1->setColWidth(i, qint32(width));
@@ -622,9 +721,6 @@ bool VekGrid::FillByRecordSet(QSqlQuery &rst, QString &formatText)
             }
         }
         Flexgd1->setFormatString(formatText);
-        if (count != Cols()) {
-            throw std::runtime_error("format does not match the fields");
-        }
         if (rst.isForwardOnly() && rst.at() != QSql::BeforeFirstRow) {
             // A forward-only query cannot step back to its first record; running it again gets there.
             const bool again = rst.boundValues().isEmpty() ? rst.exec(rst.lastQuery()) : rst.exec();
@@ -635,18 +731,21 @@ bool VekGrid::FillByRecordSet(QSqlQuery &rst, QString &formatText)
         // Rows go to the view in one insertion; a failure still keeps those read before it.
         const auto keep = qScopeGuard([grid] { grid->FlushItems(); });
         for (bool more = rst.first(); more; more = rst.next()) {
+            // A caller's format with fewer columns than the record set has fields has no place for a row; one
+            // with more columns leaves the last ones empty.
+            if (count > Cols()) {
+                throw std::runtime_error("the format has fewer columns than the record set has fields");
+            }
             const QVariant first = rst.value(0);
             if (first.isNull()) {
                 // A NULL in the first field ends the load, as it always did.
                 throw std::runtime_error("NULL in the first field");
             }
-            formatText = first.toString();
+            formatText.clear();
+            appendFieldText(formatText, first);
             for (int i = 1; i < count; ++i) {
                 formatText += u'\t';
-                const QVariant value = rst.value(i);
-                if (!value.isNull()) {
-                    formatText += value.toString();
-                }
+                appendFieldText(formatText, rst.value(i));
             }
             grid->AddItemBuffered(formatText);
         }
@@ -662,19 +761,28 @@ bool VekGrid::FillByRecordSet(QSqlQuery &rst, QString &formatText)
     }
 }
 
-void VekGrid::RemoveCol(qint32 &col)
+QString VekGrid::FieldText(const QVariant &value)
 {
-    if (Cols() == 1) {
+    QString text;
+    appendFieldText(text, value);
+    return text;
+}
+
+bool VekGrid::RemoveCol(qint32 &col)
+{
+    // No column lies left of column 0: a negative one is refused like the last remaining column.
+    if (Cols() == 1 || col < 0) {
         CPrompt::current().MsgBox(u"该列不能删除！"_s, CPrompt::vbExclamation, QString());
-        return;
+        return false;
     }
     if (Cols() == 0) {
         Flexgd1->setCols(1);
     }
-    for (qint32 c = std::max(col, 0); c < Cols() - 1; ++c) {
+    for (qint32 c = col; c < Cols() - 1; ++c) {
         Flexgd1->setColWidth(c, Flexgd1->ColWidth(c + 1));
     }
     Flexgd1->grid()->shiftTextsLeft(col);
+    return true;
 }
 
 int VekGrid::renderPages(QPagedPaintDevice *device, const QString &title) const
@@ -747,6 +855,13 @@ void VekGrid::PrintGrid(const QString &title)
     preview.exec();
 }
 
+// What the property bag assigns to members directly, past the property that would also reshape the grid.
+struct VekGridBag
+{
+    // The restored Rows stay as they were stored.
+    static void restoreDefaultRows(VekGrid &grid, qint16 rows) { grid.m_defaultRows = rows; }
+};
+
 namespace {
 
 struct BagEntry
@@ -779,15 +894,15 @@ const std::vector<BagEntry> &bagEntries()
         };
         colour(u"BackColor", 0x80000005u, "BackColor");
         colour(u"ForeColor", 0x80000008u, "ForeColor");
-        e.push_back({u"Enabled", QVariant(true), [](const VekGrid &g) { return QVariant(g.Flexgd1->isEnabled()); },
+        e.push_back({u"Enabled", QVariant(true), [](const VekGrid &g) { return QVariant(g.Enabled()); },
                      [](VekGrid &g, const QVariant &v) {
-                         g.Flexgd1->setEnabled(v.toBool());
+                         g.setEnabled(v.toBool());
                      }});
-        e.push_back({u"Font", QVariant(), [](const VekGrid &g) { return QVariant(g.Flexgd1->font().toString()); },
+        e.push_back({u"Font", QVariant(), [](const VekGrid &g) { return QVariant(g.Font().toString()); },
                      [](VekGrid &g, const QVariant &v) {
                          QFont font;
                          if (font.fromString(v.toString())) {
-                             g.Flexgd1->setFont(font);
+                             g.setFont(font);
                          }
                      }});
         number(u"BorderStyle", 1, "BorderStyle");
@@ -829,7 +944,7 @@ const std::vector<BagEntry> &bagEntries()
         number(u"ScrollBars", 3, "ScrollBars");
         e.push_back({u"DefaultRows", QVariant(0), [](const VekGrid &g) { return QVariant(int(g.DefaultRows())); },
                      [](VekGrid &g, const QVariant &v) {
-                         g.setDefaultRows(qint16(v.toInt()));
+                         VekGridBag::restoreDefaultRows(g, qint16(v.toInt()));
                      }});
         e.push_back({u"KeepLastRow", QVariant(1), [](const VekGrid &g) { return QVariant(int(g.KeepLastRows())); },
                      [](VekGrid &g, const QVariant &v) {
@@ -938,6 +1053,7 @@ void VekGrid::ReadProperties(const QVariantMap &bag)
 {
     const bool design = m_designMode;
     m_designMode = false; // the bag restores guarded properties too
+    const bool restoring = std::exchange(m_restoring, true);
     for (const BagEntry &entry : bagEntries()) {
         const QString key = QString::fromUtf16(entry.key);
         const auto it = bag.constFind(key);
@@ -947,6 +1063,7 @@ void VekGrid::ReadProperties(const QVariantMap &bag)
             entry.set(*this, entry.defaultValue);
         }
     }
+    m_restoring = restoring;
     m_designMode = design;
 }
 

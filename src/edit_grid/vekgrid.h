@@ -12,6 +12,7 @@ class QMenu;
 class QAction;
 class QPagedPaintDevice;
 class QSqlQuery;
+struct VekGridBag;
 
 /**
  * The editable grid control: a FlexGrid (Flexgd1) with an overlay editor (txtEdit) that opens on double click or
@@ -24,9 +25,13 @@ class QSqlQuery;
 class QUILLON_EXPORT VekGrid : public QWidget
 {
     Q_OBJECT
-    // In the control's interface order; Enabled and Font are the widget's own (the inner grid inherits them).
+    // In the control's interface order. Enabled and Font are read from the inner grid and assigned to the whole
+    // control, so that the editor over the cells follows the grid; a form designer edits them as the widget's own
+    // enabled and font.
     Q_PROPERTY(quint32 BackColor READ BackColor WRITE setBackColor)
     Q_PROPERTY(quint32 ForeColor READ ForeColor WRITE setForeColor)
+    Q_PROPERTY(bool Enabled READ Enabled WRITE setEnabled STORED false DESIGNABLE false)
+    Q_PROPERTY(QFont Font READ Font WRITE setFont STORED false DESIGNABLE false)
     Q_PROPERTY(int BorderStyle READ BorderStyle WRITE setBorderStyle)
     Q_PROPERTY(qint32 Rows READ Rows WRITE setRows)
     Q_PROPERTY(qint32 Cols READ Cols WRITE setCols)
@@ -66,7 +71,10 @@ class QUILLON_EXPORT VekGrid : public QWidget
     Q_PROPERTY(quint32 BackColorSel READ BackColorSel WRITE setBackColorSel)
 
 public:
-    /// The error that a refused assignment leaves (set not permitted).
+    /// The errors that a refused assignment leaves: an invalid value (a negative row count), a cell outside the
+    /// grid, a property that may not be set now.
+    static constexpr int kErrInvalidValue = 380;
+    static constexpr int kErrSubscript = 381;
     static constexpr int kErrSetNotPermitted = 387;
 
     explicit VekGrid(QWidget *parent = nullptr);
@@ -82,7 +90,8 @@ public:
     /// While the host is in design mode, Row, Clip and SetupFile refuse assignments.
     void setDesignMode(bool design) { m_designMode = design; }
     bool designMode() const { return m_designMode; }
-    /// The error number the last refused assignment left (0 when none), cleared by the next accepted one.
+    /// The error number the last refused assignment left (0 when none), cleared by the next accepted one; the
+    /// description is Module1::ErrDescription().
     int lastError() const { return m_lastError; }
 
     quint32 BackColor() const { return Flexgd1->BackColor(); }
@@ -97,8 +106,11 @@ public:
         Flexgd1->setForeColor(color);
         changed(u"ForeColor");
     }
+    bool Enabled() const { return Flexgd1->isEnabled(); }
+    QFont Font() const { return Flexgd1->font(); }
     qint32 Rows() const { return Flexgd1->Rows(); }
-    void setRows(qint32 rows);
+    /// A negative count is refused (error 380) and the grid kept.
+    bool setRows(qint32 rows);
     qint32 Cols() const { return Flexgd1->Cols(); }
     void setCols(qint32 cols)
     {
@@ -242,20 +254,53 @@ public:
     void setBackColorSel(quint32 color);
 
     Q_INVOKABLE QString TextMatrix(qint32 row, qint32 col) const { return Flexgd1->TextMatrix(row, col); }
-    /// Stores the text, raises ChangedByProgram, and puts the old text back when the handler cancels.
-    Q_INVOKABLE void setTextMatrix(qint32 row, qint32 col, const QString &text);
+    /// Stores the text, raises ChangedByProgram, and puts the old text back when the handler cancels. A cell
+    /// outside the grid is refused (error 381) without an event.
+    Q_INVOKABLE bool setTextMatrix(qint32 row, qint32 col, const QString &text);
     Q_INVOKABLE qint32 ColWidth(qint32 col) const { return Flexgd1->ColWidth(col); }
     Q_INVOKABLE void setColWidth(qint32 col, qint32 twips)
     {
         Flexgd1->setColWidth(col, twips);
         changed(u"ColWidth");
     }
+    Q_INVOKABLE qint32 RowHeight(qint32 row) const { return Flexgd1->RowHeight(row); }
+    Q_INVOKABLE void setRowHeight(qint32 row, qint32 twips)
+    {
+        Flexgd1->setRowHeight(row, twips);
+        changed(u"RowHeight");
+    }
+    /// FlexGridModel::Alignment values.
+    Q_INVOKABLE int ColAlignment(qint32 col) const { return Flexgd1->ColAlignment(col); }
+    Q_INVOKABLE void setColAlignment(qint32 col, int alignment)
+    {
+        Flexgd1->setColAlignment(col, alignment);
+        changed(u"ColAlignment");
+    }
+    Q_INVOKABLE int FixedAlignment(qint32 col) const { return Flexgd1->FixedAlignment(col); }
+    Q_INVOKABLE void setFixedAlignment(qint32 col, int alignment)
+    {
+        Flexgd1->setFixedAlignment(col, alignment);
+        changed(u"FixedAlignment");
+    }
+    Q_INVOKABLE bool MergeRow(qint32 row) const { return Flexgd1->MergeRow(row); }
+    Q_INVOKABLE void setMergeRow(qint32 row, bool merge)
+    {
+        Flexgd1->setMergeRow(row, merge);
+        changed(u"MergeRow");
+    }
+    Q_INVOKABLE bool MergeCol(qint32 col) const { return Flexgd1->MergeCol(col); }
+    Q_INVOKABLE void setMergeCol(qint32 col, bool merge)
+    {
+        Flexgd1->setMergeCol(col, merge);
+        changed(u"MergeCol");
+    }
 
     /// Comma-separated editable columns: -1 every column, -2 ends the list, other numbers name a column.
     QString EditCol() const { return m_editColText; }
     void setEditCol(const QString &text);
     qint16 DefaultRows() const { return m_defaultRows; }
-    void setDefaultRows(qint16 rows);
+    /// A negative count is refused (error 380).
+    bool setDefaultRows(qint16 rows);
     qint32 Row() const { return Flexgd1->Row(); }
     /// Refused (error 387) in design mode and outside 0..Rows-1.
     bool setRow(qint32 row);
@@ -302,15 +347,22 @@ public:
     }
 
     /// Saves (IsRead false) or restores the column widths under one ini section and key of SetupFile.
-    /// Returns false when a stored width is not a number (the widths before it are applied).
+    /// Returns false when a stored width is refused (the widths before it are applied) or the file cannot be
+    /// written, the reason in Module1::ErrDescription().
     bool SaveOrReadColWidth(const QString &section, const QString &key, bool isRead);
     /// Numbers rows 1..Rows-1 of a column and keeps numbering it on row-count changes; a negative column stops.
     void AutoFillID(qint32 col);
 
-    /// Loads every row of an active query, the header from the field names when `formatText` is empty.
+    /// Loads every row of an active query, the header from the field names when `formatText` is empty. A caller's
+    /// format may have more columns than the query has fields (the last ones stay empty), not fewer.
     bool FillByRecordSet(QSqlQuery &rst, QString &formatText);
-    /// Removes a column, moving the columns right of it (widths and texts) one place left.
-    void RemoveCol(qint32 &col);
+    /// A field's value as FillByRecordSet writes it into a cell: NULL empty, numbers in at most 15 significant
+    /// digits (7 for single precision) with an exponent as 1E+20, dates as yyyy-MM-dd and a time of day after
+    /// them unless it is midnight, True or False.
+    static QString FieldText(const QVariant &value);
+    /// Removes a column, moving the columns right of it (widths and texts) one place left. The last remaining
+    /// column and a negative one are refused with a message box (false); one beyond the last drops the last.
+    bool RemoveCol(qint32 &col);
 
     Q_INVOKABLE void AddItem(const QString &text, qint32 index = -1) { Flexgd1->AddItem(text, index); }
     Q_INVOKABLE void AddColItem(const QString &text) { Flexgd1->grid()->AddColItem(text); }
@@ -326,6 +378,7 @@ public:
 
     /// The property bag: every persisted property under its key, values equal to their defaults left out.
     void WriteProperties(QVariantMap &bag) const;
+    /// Restores every persisted property (a missing key gives its default) without raising PropertyChanged.
     void ReadProperties(const QVariantMap &bag);
     /// The values a control placed anew on a form starts with.
     void InitProperties();
@@ -339,6 +392,7 @@ Q_SIGNALS:
     void Click();
     void DblClick();
     void KeyDown(qint16 keyCode, qint16 shift);
+    /// The typed character's UTF-16 code (a character from 0x8000 on as a negative number).
     void KeyPress(qint16 keyAscii);
     void KeyUp(qint16 keyCode, qint16 shift);
     void MouseDown(qint16 button, qint16 shift, float x, float y);
@@ -351,14 +405,20 @@ protected:
     void changeEvent(QEvent *event) override;
 
 private:
+    friend struct VekGridBag;
     bool editorParked() const;
-    void changed(const char16_t *name) { Q_EMIT PropertyChanged(QString::fromUtf16(name)); }
+    void changed(const char16_t *name)
+    {
+        if (!m_restoring) {
+            Q_EMIT PropertyChanged(QString::fromUtf16(name));
+        }
+    }
     void Flexgd1_DblClick();
     void txtEdit_LostFocus();
     void commitEditor();
     void mnuInsertRow_Click();
     void mnuDeleteRow_Click();
-    bool refuse();
+    bool refuse(int error = kErrSetNotPermitted);
     bool isEditable(qint32 col) const;
 
     QList<qint32> m_editCols {-1};
@@ -373,6 +433,7 @@ private:
     bool m_isDemo = false;
     QString m_setupFile = QStringLiteral("VekGrid.ini");
     bool m_designMode = false;
+    bool m_restoring = false; // ReadProperties: what the bag restores is no change to store
     int m_lastError = 0;
     int m_index = 0;
     quint32 m_backColorSel = 0;

@@ -2,8 +2,6 @@
 
 #include "spelldata.h"
 
-#include <QStringDecoder>
-#include <QStringEncoder>
 #include <QVarLengthArray>
 
 #include <algorithm>
@@ -28,25 +26,22 @@ bool passesThrough(char16_t c)
     static constexpr char16_t kPassThrough[] = u"0123456789abcdefghijklmnopqrstuvwxyz"
                                                u"ABCDEFGHIJKLMNOPQRSTUVWXYZ"
                                                u"!.#$%()*+-,/[\\|^~`@{}_";
-    // Membership ignores letter case, which only the Latin letters have here.
-    const char16_t folded = (c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c;
-    return std::find(std::begin(kPassThrough), std::end(kPassThrough) - 1, folded) != std::end(kPassThrough) - 1;
+    // A textual compare: the unit's case fold against the set's, so the Kelvin sign counts as k and the long s
+    // as s, while full-width letters (whose fold is full-width) stay outside.
+    const char16_t folded = QChar::toCaseFolded(c);
+    for (const char16_t member : kPassThrough) {
+        if (member != 0 && QChar::toCaseFolded(member) == folded) {
+            return true;
+        }
+    }
+    return false;
 }
 
-// The letter of the first range row that encloses the unit's GBK code, or 0.
-char16_t rangeLetter(QStringEncoder &encoder, QStringDecoder &decoder, char16_t c)
+// The letter of the first range row that encloses a GBK code, or 0. The code is compared as a signed 16-bit
+// number, so single-byte codes (0 to 0x7F) never fall into a row.
+char16_t rangeLetter(std::uint16_t gbk)
 {
-    if (QChar::isSurrogate(c)) {
-        return 0;
-    }
-    // The converters' error flag stays set once raised, so a code counts only when it decodes back to the unit
-    // (a character that GBK lacks comes out as a one-byte substitute).
-    const QByteArray bytes = encoder.encode(QStringView(&c, 1));
-    if (bytes.size() != 2 || QString(decoder.decode(bytes)) != QStringView(&c, 1)) {
-        return 0;
-    }
-    // The code is compared as a signed 16-bit number, so single-byte codes (0 to 0x7F) never fall into a row.
-    const auto code = std::int16_t(std::uint16_t((std::uint8_t(bytes[0]) << 8) | std::uint8_t(bytes[1])));
+    const auto code = std::int16_t(gbk);
     for (int row = 0; row < 23; ++row) {
         if (code >= std::int16_t(kRanges[row][0]) && code <= std::int16_t(kRanges[row][1])) {
             return kLetters[row];
@@ -56,27 +51,25 @@ char16_t rangeLetter(QStringEncoder &encoder, QStringDecoder &decoder, char16_t 
 }
 
 // The code of every UTF-16 unit, in the order of precedence: pass-through set, range table, extra lists in letter
-// order, "!".
+// order, "!". Only first-level characters have a GBK code inside the range table, so their table stands for the
+// code page there and the build does not depend on a GBK converter being present.
 const std::array<char16_t, 65536> &codeTable()
 {
     static const std::array<char16_t, 65536> table = [] {
         std::array<char16_t, 65536> t {};
-        QStringEncoder encoder("GBK", QStringConverter::Flag::Stateless);
-        QStringDecoder decoder("GBK", QStringConverter::Flag::Stateless);
+        std::array<char16_t, 65536> range {};
+        for (std::size_t i = 0; i < SpellData::kFirstLevelCount; ++i) {
+            const auto gbk = std::uint16_t(((0xB0 + i / 94) << 8) | (0xA1 + i % 94));
+            range[SpellData::kFirstLevel[i]] = rangeLetter(gbk);
+        }
         for (std::uint32_t u = 0; u < 65536; ++u) {
             const auto c = char16_t(u);
-            if (passesThrough(c)) {
-                t[u] = c;
-            } else if (encoder.isValid() && decoder.isValid()) {
-                t[u] = rangeLetter(encoder, decoder, c);
-            }
+            t[u] = passesThrough(c) ? c : range[u];
         }
-        for (const char16_t *const *lists : {SpellData::kExtraLists, SpellData::kFallbackLists}) {
-            for (int list = 0; list < 23; ++list) {
-                for (const char16_t *p = lists[list]; *p; ++p) {
-                    if (t[*p] == 0) {
-                        t[*p] = kLetters[list];
-                    }
+        for (int list = 0; list < 23; ++list) {
+            for (const char16_t *p = SpellData::kExtraLists[list]; *p; ++p) {
+                if (t[*p] == 0) {
+                    t[*p] = kLetters[list];
                 }
             }
         }
@@ -98,10 +91,7 @@ const std::array<std::uint32_t, 65536> &letterMasks()
         std::array<std::uint32_t, 65536> m {};
         const std::array<char16_t, 65536> &codes = codeTable();
         for (std::uint32_t u = 0; u < 65536; ++u) {
-            char16_t c = codes[u];
-            if (c >= u'A' && c <= u'Z') {
-                c = char16_t(c + 32);
-            }
+            const char16_t c = QChar::toCaseFolded(codes[u]);
             if (c >= u'a' && c <= u'z') {
                 m[u] = 1u << (c - u'a');
             }

@@ -15,12 +15,13 @@ struct CharInitials
     std::uint32_t mask;
 };
 
-/// Per letter of the table, the second-level characters whose main reading starts with it, each followed by a
-/// blank, in pinyin order (a few placed as the lists have always had them; 亟 and 嗒 stand in two lists).
+/// The GB2312 first-level characters in code order: entry i has the code 0xB0A1 + (i / 94) * 0x100 + i % 94.
+extern const char16_t kFirstLevel[];
+extern const std::size_t kFirstLevelCount;
+/// Per letter of the table, the characters outside the first-level range whose main reading starts with it, each
+/// followed by a blank, in pinyin order: the second-level characters, then the commonest other GBK characters,
+/// to a fixed size per letter (a few placed as the lists have always had them; 亟 and 嗒 stand in two lists).
 extern const char16_t *const kExtraLists[23];
-/// The same for the other characters outside the first-level range that have a reading; searched after the
-/// extra-character lists.
-extern const char16_t *const kFallbackLists[23];
 /// Every GBK character that has a reading, in code order.
 extern const CharInitials kAllInitials[];
 extern const std::size_t kAllInitialsCount;

@@ -8,6 +8,8 @@
 #include <QStringView>
 #include <QVariant>
 
+#include <optional>
+
 /**
  * The widget-free helpers that every layer shares: the pending error and the one error box, the input box, ini
  * access, number parsing and formatting. Boxes go through CPrompt::current(); nothing here touches a widget
@@ -28,6 +30,9 @@ QUILLON_EXPORT QString ErrMsgText(const QString &message, const QString &descrip
 /// Shows ErrMsgText(message, pending error) with the exclamation icon and OK only; returns the answer.
 QUILLON_EXPORT int ShowErrMsg(const QString &message);
 
+/// Where GetIniString and SetIniString find an ini file: a bare name (no folder) in the per-user configuration
+/// folder "quillon", any other name as it is given.
+QUILLON_EXPORT QString IniFilePath(const QString &file);
 /// One key of an ini file, at most 255 characters and trimmed; `defaultValue` when the key or file is missing.
 QUILLON_EXPORT QString GetIniString(const QString &section, const QString &key, const QString &file,
                                     const QString &defaultValue);
@@ -46,6 +51,14 @@ QUILLON_EXPORT QVariant NullToZero(const QVariant &value);
 QUILLON_EXPORT QString ValText(QStringView text);
 /// ValText as a binary floating-point number.
 QUILLON_EXPORT double Val(QStringView text);
+
+/// The value of a text that is wholly a number, as the general numeric test reads it: blanks around it, a sign
+/// before or after it or parentheses for a negative one, a currency sign (¥, ￥ or $), thousands separators in the
+/// integer part, a decimal point, an exponent with E or D, or a whole &H (hexadecimal) or &O (octal) number.
+/// Nothing for any other text, the empty one included.
+QUILLON_EXPORT std::optional<double> NumericValue(QStringView text);
+/// True when NumericValue reads a number.
+QUILLON_EXPORT bool IsNumeric(QStringView text);
 
 /// "#0.00" (or "#0.0000") formatting, rounding half away from zero; zero gives the empty text when `blankIfZero`.
 /// A text that is not a number is returned as it is; NULL gives the empty text.
