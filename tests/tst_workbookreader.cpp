@@ -120,6 +120,67 @@ private Q_SLOTS:
         QCOMPARE(rowsOf(reader, u"商品"_s), expected);
     }
 
+    // FreeXL reads damaged files out of bounds; its reading runs in a child process, whose death is a clear error.
+    void legacyXlsReaderThatDiesIsAnError()
+    {
+        const QString file = make(u"xls"_s, u"dies.xls"_s);
+        QVERIFY(!file.isEmpty());
+        qputenv("QUILLON_XLS_READER_ABORT", "1");
+        WorkbookReader reader(file);
+        const bool opened = reader.open();
+        qunsetenv("QUILLON_XLS_READER_ABORT");
+        QVERIFY(!opened);
+        QVERIFY2(reader.errorString().contains(u"已损坏"_s), qPrintable(reader.errorString()));
+        QVERIFY(reader.errorString().contains(u"dies.xls"_s));
+    }
+
+    void damagedLegacyXlsFailsWithAReason_data()
+    {
+        QTest::addColumn<int>("keep");
+        QTest::addColumn<int>("flip");
+        for (int keep : {0, 8, 512, 1000, 1536, 2600, 4000}) {
+            QTest::addRow("cut at %d", keep) << keep << -1;
+        }
+        for (int flip : {0, 30, 48, 520, 1100, 1600, 2100, 3000}) {
+            QTest::addRow("byte %d changed", flip) << -1 << flip;
+        }
+    }
+
+    void damagedLegacyXlsFailsWithAReason()
+    {
+        QFETCH(int, keep);
+        QFETCH(int, flip);
+        const QString good = make(u"xls"_s, u"whole.xls"_s);
+        QVERIFY(!good.isEmpty());
+        QFile in(good);
+        QVERIFY(in.open(QIODevice::ReadOnly));
+        QByteArray bytes = in.readAll();
+        if (keep >= 0) {
+            bytes.truncate(keep);
+        } else if (flip < bytes.size()) {
+            bytes[flip] = char(~bytes.at(flip));
+        }
+        const QString file = write(u"damaged.xls"_s, bytes);
+        WorkbookReader reader(file);
+        if (!reader.open()) {
+            QVERIFY(!reader.errorString().isEmpty());
+            return;
+        }
+        // Damage the reader does not notice reads as whatever the cells now hold, within the sheet's limits.
+        for (const QString &sheet : reader.sheetNames()) {
+            int last = 0;
+            const bool read = reader.readSheet(sheet, [&](int row, const WorkbookReader::Row &cells) {
+                [&] {
+                    QVERIFY(row > last);
+                    QVERIFY(!cells.empty());
+                }();
+                last = row;
+                return true;
+            });
+            QVERIFY(read || !reader.errorString().isEmpty());
+        }
+    }
+
     void mergedAreasAreReportedAfterTheRead()
     {
         const QString file = make(u"merged"_s, u"merged.xlsx"_s);

@@ -1,4 +1,5 @@
 #include "workbookreader.h"
+#include "xlsprocess.h"
 
 #include <QDate>
 #include <QDir>
@@ -10,7 +11,6 @@
 #include <QStringDecoder>
 #include <QXmlStreamReader>
 
-#include <freexl.h>
 #include <zip.h>
 
 #include <algorithm>
@@ -575,10 +575,6 @@ public:
             zip_discard(zip);
             zip = nullptr;
         }
-        if (xls) {
-            freexl_close(xls);
-            xls = nullptr;
-        }
     }
 
     bool openXlsx();
@@ -606,8 +602,6 @@ public:
     bool sharedLoaded = false;
     std::vector<QString> sharedStrings;
     std::vector<bool> dateStyles;
-
-    const void *xls = nullptr;
 };
 
 std::unique_ptr<ZipEntryDevice> WorkbookReaderPrivate::openPart(const QString &part, bool *missing)
@@ -998,70 +992,57 @@ bool WorkbookReaderPrivate::openXls()
     if (QFileInfo(file).size() > qMin(limits.maxPartBytes, kMaxXlsBytes)) {
         return fail(u"文件 "_s + file + u" 太大,不是能读取的 Excel 97-2003 工作簿"_s);
     }
-    if (freexl_open(QFile::encodeName(file).constData(), &xls) != FREEXL_OK) {
-        xls = nullptr;
-        return fail(u"文件 "_s + file + u" 不是能读取的 Excel 97-2003 工作簿(.xls)"_s);
+    XlsProcess reader(file);
+    QStringList names;
+    if (!reader.sheetNames(&names)) {
+        return fail(reader.errorString());
     }
-    unsigned int count = 0;
-    if (freexl_get_info(xls, FREEXL_BIFF_SHEET_COUNT, &count) != FREEXL_OK || count == 0) {
-        return fail(u"工作簿 "_s + file + u" 中没有表格"_s);
-    }
-    for (unsigned int i = 0; i < count && i < 65535; ++i) {
-        const char *name = nullptr;
-        if (freexl_get_worksheet_name(xls, static_cast<unsigned short>(i), &name) != FREEXL_OK) {
-            return fail(u"工作簿 "_s + file + u" 的表格名称无法读取"_s);
-        }
-        sheets.push_back({QString::fromUtf8(name ? name : ""), QString::number(i)});
+    for (const QString &name : std::as_const(names)) {
+        sheets.push_back({name, QString::number(sheets.size())});
     }
     return true;
 }
 
 bool WorkbookReaderPrivate::readXlsSheet(int index, const WorkbookReader::RowHandler &handler)
 {
-    if (freexl_select_active_worksheet(xls, static_cast<unsigned short>(index)) != FREEXL_OK) {
-        return fail(u"无法打开表格 ["_s + sheets[std::size_t(index)].name + u"]"_s);
-    }
-    unsigned int rows = 0;
-    unsigned short columns = 0;
-    if (freexl_worksheet_dimensions(xls, &rows, &columns) != FREEXL_OK) {
-        return fail(u"无法读取表格 ["_s + sheets[std::size_t(index)].name + u"] 的大小"_s);
-    }
+    XlsProcess reader(file);
     WorkbookReader::Row row;
-    for (unsigned int r = 0; r < rows; ++r) {
+    qint64 current = -1;
+    bool stopped = false;
+    auto flush = [&] {
+        if (!row.empty() && !handler(int(current) + 1, row)) {
+            stopped = true;
+        }
         row.clear();
-        for (unsigned short c = 0; c < columns; ++c) {
-            FreeXL_CellValue cell;
-            if (freexl_get_cell_value(xls, r, c, &cell) != FREEXL_OK) {
-                return fail(u"表格的第 "_s + QString::number(r + 1) + u" 行无法读取"_s);
-            }
-            QString text;
-            switch (cell.type) {
-            case FREEXL_CELL_INT:
-                text = QString::number(cell.value.int_value);
-                break;
-            case FREEXL_CELL_DOUBLE:
-                text = QString::number(cell.value.double_value, 'f', QLocale::FloatingPointShortest);
-                break;
-            case FREEXL_CELL_TEXT:
-            case FREEXL_CELL_SST_TEXT:
-            case FREEXL_CELL_DATE:
-            case FREEXL_CELL_DATETIME:
-            case FREEXL_CELL_TIME:
-                text = QString::fromUtf8(cell.value.text_value ? cell.value.text_value : "");
-                break;
-            default:
-                break;
+        return !stopped;
+    };
+    const bool read = reader.readSheet(
+        index, sheets[std::size_t(index)].name,
+        [&](unsigned rows, int columns) {
+            // An empty cell beyond the column limit counts as much as a filled one.
+            return rows == 0 || checkCell(1, qMin(columns, limits.maxColumns + 1) - 1, QString());
+        },
+        [&](unsigned r, int c, QString &&text) {
+            if (qint64(r) != current) {
+                if (!flush()) {
+                    return false;
+                }
+                current = r;
             }
             if (!checkCell(int(r) + 1, c, text)) {
                 return false;
             }
-            if (!text.isEmpty()) {
-                row.push_back({c, std::move(text), false});
-            }
-        }
-        if (!row.empty() && !handler(int(r) + 1, row)) {
+            row.push_back({c, std::move(text), false});
             return true;
-        }
+        });
+    if (!read) {
+        return fail(reader.errorString());
+    }
+    if (!error.isEmpty() && !stopped) {
+        return false;
+    }
+    if (!stopped) {
+        flush();
     }
     return true;
 }
