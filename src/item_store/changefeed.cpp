@@ -1,6 +1,7 @@
 #include "changefeed.h"
 
 #include "cconnection.h"
+#include "postgreshandle.h"
 
 #include <QSqlDriver>
 #include <QSqlQuery>
@@ -13,19 +14,6 @@ namespace {
 
 constexpr qint64 kPruneEveryMs = 60 * 60 * 1000;
 constexpr qint64 kRetryEveryMs = 2000;
-
-PGconn *postgresHandle(CConnection &connection)
-{
-    if (connection.engine() != CConnection::Engine::PostgreSQL || !connection.isOpen()) {
-        return nullptr;
-    }
-    const QVariant handle = connection.database().driver()->handle();
-    if (!handle.isValid()
-        || (qstrcmp(handle.typeName(), "pg_conn*") != 0 && qstrcmp(handle.typeName(), "PGconn*") != 0)) {
-        return nullptr;
-    }
-    return *static_cast<PGconn *const *>(handle.constData());
-}
 
 // Clears a flag when the scope ends, however it ends.
 struct BusyScope

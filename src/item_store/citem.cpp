@@ -124,6 +124,25 @@ private:
     const QList<int> &m_indexes;
 };
 
+// Runs a copy between an item and a row, turning what it throws into false and the reason.
+template<typename Copy>
+bool trapped(QString *error, Copy copy)
+{
+    try {
+        return copy();
+    } catch (const DbError &e) {
+        if (error) {
+            *error = e.message();
+        }
+        return false;
+    } catch (const std::exception &e) {
+        if (error) {
+            *error = QString::fromLocal8Bit(e.what());
+        }
+        return false;
+    }
+}
+
 } // namespace
 
 std::span<const CItem::Column> CItem::columns()
@@ -586,7 +605,7 @@ bool CItem::readRow(RowSource &source, QString *error)
         CItem &item;
         ~Fingerprint() { item.m.m_rowHash = item.columnHash(); }
     } fingerprint {*this};
-    try {
+    return trapped(error, [&] {
         // Texts are gathered and stored together: one allocation per item instead of one per text.
         QString texts[15];
         std::uint32_t gathered = 0;
@@ -622,17 +641,7 @@ bool CItem::readRow(RowSource &source, QString *error)
         }
         m.m_unreadFrom = kAllRead;
         return true;
-    } catch (const DbError &e) {
-        if (error) {
-            *error = e.message();
-        }
-        return false;
-    } catch (const std::exception &e) {
-        if (error) {
-            *error = QString::fromLocal8Bit(e.what());
-        }
-        return false;
-    }
+    });
 }
 
 template<typename Cell>
@@ -716,7 +725,7 @@ bool CItem::assignCell(const Column &c, const Cell &cell)
 
 bool CItem::writeRow(CRecordset &rst, QString *error)
 {
-    try {
+    return trapped(error, [&] {
         for (std::size_t i = 0; i < std::size(kColumns); ++i) {
             const Column &c = kColumns[i];
             QVariant v = value(int(i));
@@ -735,17 +744,7 @@ bool CItem::writeRow(CRecordset &rst, QString *error)
             rst.setField(c.name, v);
         }
         return true;
-    } catch (const DbError &e) {
-        if (error) {
-            *error = e.message();
-        }
-        return false;
-    } catch (const std::exception &e) {
-        if (error) {
-            *error = QString::fromLocal8Bit(e.what());
-        }
-        return false;
-    }
+    });
 }
 
 std::optional<Currency> CItem::GetPriceByClientID(CConnection &connection, qint32 clientID) const

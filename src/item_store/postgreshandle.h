@@ -11,10 +11,10 @@
 
 #include <libpq-fe.h>
 
-/// The PostgreSQL connection under an open connection; nothing for other engines.
+/// The PostgreSQL connection under an open connection; nothing for other engines or a closed connection.
 inline PGconn *postgresHandle(CConnection &connection)
 {
-    if (connection.engine() != CConnection::Engine::PostgreSQL) {
+    if (connection.engine() != CConnection::Engine::PostgreSQL || !connection.isOpen()) {
         return nullptr;
     }
     const QVariant handle = connection.database().driver()->handle();
