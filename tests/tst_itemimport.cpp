@@ -1,4 +1,5 @@
 #include "cconnection.h"
+#include "changelog.h"
 #include "citems.h"
 #include "cspell.h"
 #include "demodata.h"
@@ -266,6 +267,37 @@ private Q_SLOTS:
         report = store.import(file, options);
         QCOMPARE(report.unchanged, qint64(1));
         QCOMPARE(report.updated, qint64(0));
+    }
+
+    // The other seats hear of a few imported rows one by one, of many by one note to reload their lists.
+    void largeImportsNoteOneReload()
+    {
+        auto db = smallShop();
+        QVERIFY(db);
+        QVERIFY(ChangeLog::isInstalled(*db));
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        const qint64 before = ChangeLog::lastSeq(*db);
+        ItemImport::Report report =
+            store.import(writeCsv(u"few.csv"_s, u"编号,名称\nF001,少量一\nF002,少量二\n"_s), ItemImport::Options());
+        QVERIFY2(report.ok, qPrintable(report.text()));
+        QList<ItemChange> changes = ChangeLog::read(*db, before + 1, 1000);
+        QCOMPARE(changes.size(), 2);
+        QCOMPARE(changes.at(0).kind, ItemChange::Saved);
+
+        QString many = u"编号,名称\n"_s;
+        for (int i = 0; i < 600; ++i) {
+            many += u"M%1,批量%1\n"_s.arg(i, 4, 10, QChar(u'0'));
+        }
+        const qint64 middle = ChangeLog::lastSeq(*db);
+        report = store.import(writeCsv(u"many.csv"_s, many), ItemImport::Options());
+        QVERIFY2(report.ok, qPrintable(report.text()));
+        QCOMPARE(report.added, qint64(600));
+        changes = ChangeLog::read(*db, middle + 1, 1000);
+        QCOMPARE(changes.size(), 1);
+        QCOMPARE(changes.at(0).kind, ItemChange::Reload);
+        // The triggers are back: a change after the import is noted again.
+        db->Execute(u"UPDATE T_Item SET F_ItemName='改名' WHERE F_ItemNo='M0001'"_s);
+        QCOMPARE(ChangeLog::read(*db, middle + 1, 1000).size(), 2);
     }
 
     void numbersAreSuggestedAroundTheOnesTheFileUses()

@@ -2,6 +2,8 @@
 #include "sqlitehandle.h"
 
 #include "cconnection.h"
+#include "changefeed.h"
+#include "changelog.h"
 #include "citem.h"
 #include "citems.h"
 #include "cspell.h"
@@ -1092,6 +1094,11 @@ void ItemImportPrivate::write(const ItemImport::Options &options, const QHash<QS
             }
         }
 
+        // So many rows make the other seats reload their lists anyway: the change triggers are off while the rows
+        // go in and one note tells the seats to reload, all in this transaction.
+        const bool suspended = qsizetype(pending.size()) + qsizetype(inserts.size()) > ChangeFeed::kBatchLimit
+            && ChangeLog::suspendTriggers(connection, u"T_Item"_s);
+
         std::size_t i = 0;
         if (sqlite3 *handle = sqliteHandle(connection)) {
             // A page cache of 64 MB holds an import of a hundred thousand rows and keeps SQLite from spilling pages
@@ -1194,6 +1201,10 @@ void ItemImportPrivate::write(const ItemImport::Options &options, const QHash<QS
             }
             q.bindValue(count - 1, p.existingID);
             exec(q);
+        }
+        if (suspended) {
+            ChangeLog::restoreTriggers(connection, u"T_Item"_s);
+            ChangeLog::noteReload(connection, 0);
         }
         transaction.Commit();
         report.written = true;
