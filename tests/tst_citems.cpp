@@ -1,6 +1,8 @@
 #include "cconnection.h"
 #include "citems.h"
+#include "cspell.h"
 #include "itemfixtures.h"
+#include "itemtextquery.h"
 #include "keyid.h"
 #include "prompt.h"
 #include "testdatabase.h"
@@ -11,6 +13,10 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QTreeWidget>
+
+#include <functional>
+#include <memory>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 using ItemFixtures::Row;
@@ -42,6 +48,162 @@ private:
     }
 
     int itemRows() { return ItemFixtures::count(*m_db, u"Select Count(*) From T_Item"_s); }
+
+    // Texts over a small alphabet, so that searches often find something; now and then a unit that makes a text
+    // irregular for the text index (the Kelvin sign, the long s, a surrogate pair, a lone surrogate, a NUL).
+    // `storable`: without the lone surrogate and the NUL, which a database does not keep.
+    static QString randomText(QRandomGenerator &rng, int longest, bool storable = false)
+    {
+        static const char16_t kUnits[] = u"aAbBkKsS12-长行乐中重Öößσςİ";
+        QString text;
+        const int length = rng.bounded(longest + 1);
+        for (int i = 0; i < length; ++i) {
+            int pick = rng.bounded(80);
+            if (storable && (pick == 3 || pick == 4)) {
+                pick = 80;
+            }
+            switch (pick) {
+            case 0:
+                text.append(QChar(0x212A));
+                break;
+            case 1:
+                text.append(QChar(0x017F));
+                break;
+            case 2:
+                text.append(QChar(0xD83D)).append(QChar(0xDE00));
+                break;
+            case 3:
+                text.append(QChar(0xDC00));
+                break;
+            case 4:
+                text.append(QChar(0));
+                break;
+            default:
+                text.append(QChar(kUnits[rng.bounded(int(std::size(kUnits)) - 1)]));
+            }
+        }
+        return text;
+    }
+
+    static QString foldedUnits(QStringView text)
+    {
+        QString out;
+        for (QChar c : text) {
+            out.append(QChar(char16_t(QChar::toCaseFolded(char32_t(c.unicode())))));
+        }
+        return out;
+    }
+
+    // A random search as the search dialog makes them, on texts folded unit by unit: a needle is found where the
+    // number, name or code holds it; a typed code also where a run of the name's units matches it
+    // (CSpell::codeUnitMatches). The query's `accepts` is the plain test, which the scan uses too.
+    struct RandomSearch
+    {
+        std::shared_ptr<ItemTextQuery> query;
+        std::function<bool(const CItem &)> matches;
+    };
+
+    // With `typed`, one clause looks for that text in that field (0 number, 1 name, 2 code).
+    static RandomSearch randomSearch(QRandomGenerator &rng, const CItems &items,
+                                     std::optional<std::pair<int, QString>> typedText = std::nullopt)
+    {
+        using Test = std::function<bool(const CItem &)>;
+        std::vector<Test> tests;
+        std::vector<std::vector<std::pair<ItemTextQuery::Field, ItemTextQuery::Pattern>>> clauses;
+        auto needle = [&](int field) {
+            if (items.Count() > 0 && rng.bounded(2) == 0) {
+                const CItemPtr item = items.Item(1 + rng.bounded(items.Count()));
+                const QString text = field == 0 ? item->F_ItemNo() : field == 1 ? item->F_ItemName() : item->F_Spell();
+                const qsizetype from = text.isEmpty() ? 0 : rng.bounded(int(text.size()));
+                const QString part = text.mid(from, 1 + rng.bounded(4));
+                return rng.bounded(2) ? part.toUpper() : part;
+            }
+            return randomText(rng, 3);
+        };
+        const int count = typedText ? 1 : 1 + rng.bounded(3);
+        for (int c = 0; c < count; ++c) {
+            const int field = typedText ? typedText->first : rng.bounded(3);
+            QString typed = typedText ? typedText->second : needle(field);
+            if (typed.isEmpty()) {
+                typed = u"a"_s;
+            }
+            const QString folded = foldedUnits(typed);
+            auto text = [field](const CItem &item) -> const QString & {
+                return field == 0 ? item.F_ItemNo() : field == 1 ? item.F_ItemName() : item.F_Spell();
+            };
+            auto holds = [text, folded](const CItem &item) {
+                return foldedUnits(text(item)).contains(folded);
+            };
+            const auto kind = ItemTextQuery::Field(field);
+            if (field != 2) {
+                tests.push_back(holds);
+                clauses.push_back({{kind, ItemTextQuery::Pattern(folded)}});
+                continue;
+            }
+            // A code: in the code itself, or as a run of the name's units.
+            ItemTextQuery::Pattern run;
+            for (QChar unit : typed) {
+                run.append(ItemTextQuery::unitClass([unit](char16_t c) { return CSpell::codeUnitMatches(unit, c); }));
+            }
+            tests.push_back([holds, typed](const CItem &item) {
+                const QString &name = item.F_ItemName();
+                for (qsizetype at = 0; at + typed.size() <= name.size(); ++at) {
+                    qsizetype k = 0;
+                    while (k < typed.size() && CSpell::codeUnitMatches(typed[k], name[at + k])) {
+                        ++k;
+                    }
+                    if (k == typed.size()) {
+                        return true;
+                    }
+                }
+                return holds(item);
+            });
+            clauses.push_back({{kind, ItemTextQuery::Pattern(folded)}, {ItemTextQuery::Name, run}});
+        }
+        RandomSearch search;
+        search.matches = [tests](const CItem &item) {
+            return std::all_of(tests.begin(), tests.end(), [&](const Test &test) { return test(item); });
+        };
+        search.query = std::make_shared<ItemTextQuery>(search.matches);
+        for (auto &clause : clauses) {
+            search.query->require(std::move(clause));
+        }
+        return search;
+    }
+
+    // FindText against a walk of the list, over the whole list and over a random stretch of it; with `changed` (a
+    // position), also for the texts of that item, from it on.
+    static void compareSearches(QRandomGenerator &rng, const CItems &items, int queries, int changed = 0,
+                                const QStringList &oldTexts = {})
+    {
+        const int count = items.Count();
+        std::vector<std::pair<RandomSearch, int>> searches; // with the first position to look at
+        for (int q = 0; q < queries; ++q) {
+            searches.emplace_back(randomSearch(rng, items), rng.bounded(3) == 0 ? -1 : 1);
+        }
+        if (changed >= 1 && changed <= count) {
+            const CItemPtr item = items.Item(changed);
+            const QStringList texts {item->F_ItemNo(), item->F_ItemName(), item->F_Spell()};
+            for (int field = 0; field < 3; ++field) {
+                for (const QString &text : {texts.value(field), oldTexts.value(field)}) {
+                    if (!text.isEmpty()) {
+                        searches.emplace_back(randomSearch(rng, items, std::pair(field, text)), changed);
+                    }
+                }
+            }
+        }
+        for (const auto &[search, from] : searches) {
+            const int first = from < 0 ? rng.bounded(count + 2) : from;
+            const int last = from < 0 ? rng.bounded(count + 2) : count;
+            int expected = 0;
+            for (int at = std::max(first, 1); at <= std::min(last, count) && !expected; ++at) {
+                if (search.matches(*items.Item(at))) {
+                    expected = at;
+                }
+            }
+            QCOMPARE(items.FindText(*search.query, first, last), expected);
+        }
+    }
 
     CItemPtr newGoods(const QString &no, const QString &name = QString())
     {
@@ -274,6 +436,255 @@ private Q_SLOTS:
             QCOMPARE(items.GetItemByItemNo(text), scan([&](const CItem &i) { return i.F_ItemNo() == text; }));
             QCOMPARE(items.GetItemByItemName(text), scan([&](const CItem &i) { return i.F_ItemName() == text; }));
             QCOMPARE(items.GetItemByTag(key % 10, 1), scan([&](const CItem &i) { return i.F_Tag1() == key % 10; }));
+        }
+    }
+
+    void textSearchAgreesWithAWalkUnderRandomChanges()
+    {
+        // The text index follows every change of the list and of the searched fields: after each change, every
+        // search finds what a walk of the list finds. Enough items for a few of the index's chunks.
+        CItems items;
+        QRandomGenerator rng(20261124);
+        auto fill = [&](CItem &item) {
+            item.setF_ItemNo(randomText(rng, 6));
+            item.setF_ItemName(randomText(rng, 8));
+            item.setF_Spell(randomText(rng, 4));
+        };
+        for (int i = 0; i < 2600; ++i) {
+            auto item = CItem::create();
+            fill(*item);
+            items.Add(item);
+        }
+        QCOMPARE(items.textSearchBytes(), 0);
+        compareSearches(rng, items, 20);
+        QVERIFY(items.textSearchBytes() > 0);
+        for (int step = 0; step < 600; ++step) {
+            int position = 1 + rng.bounded(items.Count());
+            const CItemPtr some = items.Item(position);
+            const QStringList before {some->F_ItemNo(), some->F_ItemName(), some->F_Spell()};
+            switch (rng.bounded(9)) {
+            case 0:
+            case 1: {
+                auto item = CItem::create();
+                fill(*item);
+                items.Add(item);
+                position = items.Count();
+                break;
+            }
+            case 2:
+                items.Add(CItem::create(*some));
+                position = items.Count();
+                break;
+            case 3:
+                items.Remove(position);
+                break;
+            case 4:
+                some->setF_ItemNo(randomText(rng, 6));
+                break;
+            case 5:
+                some->setF_ItemName(randomText(rng, 8));
+                break;
+            case 6:
+                some->setF_Spell(randomText(rng, 4));
+                break;
+            case 7:
+                some->setValue(CItem::columnIndex(rng.bounded(2) ? u"F_Spell"_s : u"F_ItemName"_s), randomText(rng, 5));
+                break;
+            default: {
+                CItem other;
+                fill(other);
+                *some = other;
+                break;
+            }
+            }
+            compareSearches(rng, items, 3, position, before);
+        }
+        // Emptied and filled again.
+        while (items.Count() > 0) {
+            items.Remove(items.Count());
+        }
+        compareSearches(rng, items, 3);
+        for (int i = 0; i < 1500; ++i) {
+            auto item = CItem::create();
+            fill(*item);
+            items.Add(item);
+        }
+        compareSearches(rng, items, 30);
+    }
+
+    void textSearchFindsAMatchAnywhereInTheList()
+    {
+        // The search reads the index a stretch at a time: 16 places at once for a text, two halves side by side for
+        // a run of classes (a code). A single match is found wherever it lies, and nothing outside the range asked.
+        CItems items;
+        for (int i = 0; i < 1100; ++i) {
+            auto item = CItem::create();
+            item->setF_ItemNo(u"SP"_s + QString::number(i).rightJustified(5, u'0'));
+            item->setF_ItemName(u"一二三四五六七八九十"_s.mid(i % 5, 1 + i % 6));
+            item->setF_Spell(u"yes"_s.left(i % 4));
+            items.Add(item);
+        }
+        auto query = [](const QString &no, const QString &code, const QString &name = {}) {
+            auto accepts = [no, code, name](const CItem &item) {
+                return (no.isEmpty() || item.F_ItemNo().contains(no, Qt::CaseInsensitive))
+                    && (name.isEmpty() || item.F_ItemName().contains(name))
+                    && (code.isEmpty() || CSpell::MatchCode(item.F_ItemName(), code));
+            };
+            auto q = std::make_shared<ItemTextQuery>(accepts);
+            if (!no.isEmpty()) {
+                q->require({{ItemTextQuery::Number, ItemTextQuery::Pattern(no.toCaseFolded())}});
+            }
+            if (!name.isEmpty()) {
+                q->require({{ItemTextQuery::Name, ItemTextQuery::Pattern(name)}});
+            }
+            if (!code.isEmpty()) {
+                ItemTextQuery::Pattern run;
+                for (QChar typed : code) {
+                    run.append(
+                        ItemTextQuery::unitClass([typed](char16_t c) { return CSpell::codeUnitMatches(typed, c); }));
+                }
+                q->require({{ItemTextQuery::Name, run}});
+            }
+            return q;
+        };
+        const auto byCode = query({}, u"ZC"_s);
+        const auto byNumber = query(u"zz9"_s, {});
+        const auto byBoth = query(u"Z9"_s, u"cc"_s);
+        const auto byName = query({}, {}, u"长城"_s);
+        const int count = items.Count();
+        QCOMPARE(items.FindText(*byCode, 1, count), 0);
+        for (int at = 1; at <= count; ++at) {
+            const CItemPtr item = items.Item(at);
+            const CItem before = *item;
+            // Every offset of the match in the index, so that it also lies across where the halves meet.
+            for (int pad = 0; pad < 4; ++pad) {
+                item->setF_ItemName(before.F_ItemName() + QString(pad, u'一') + u"长城"_s);
+                item->setF_ItemNo(before.F_ItemNo().left(2 + pad) + u"ZZ9"_s);
+                for (const auto &q : {byCode, byNumber, byBoth, byName}) {
+                    QCOMPARE(items.FindText(*q, 1, count), at);
+                    QCOMPARE(items.FindText(*q, at, at), at);
+                    QCOMPARE(items.FindText(*q, at + 1, count), 0);
+                    QCOMPARE(items.FindText(*q, 1, at - 1), 0);
+                }
+            }
+            *item = before;
+        }
+        // Of two matches the first; then the other.
+        const CItemPtr first = items.Item(600);
+        const CItemPtr second = items.Item(601);
+        first->setF_ItemName(u"长城"_s);
+        second->setF_ItemName(u"长城"_s);
+        QCOMPARE(items.FindText(*byCode, 1, count), 600);
+        QCOMPARE(items.FindText(*byCode, 601, count), 601);
+    }
+
+    void textSearchIsPreparedInSlices()
+    {
+        // Made a slice at a time (as the search dialog does between events); a search in between finishes it.
+        CItems items;
+        for (int i = 0; i < 5000; ++i) {
+            auto item = CItem::create();
+            item->setF_ItemNo(QString::number(i));
+            item->setF_ItemName(u"矿泉水"_s);
+            items.Add(item);
+        }
+        auto query = [](const QString &name) {
+            auto q =
+                std::make_shared<ItemTextQuery>([name](const CItem &item) { return item.F_ItemName().contains(name); });
+            q->require({{ItemTextQuery::Name, ItemTextQuery::Pattern(name)}});
+            return q;
+        };
+        QVERIFY(!items.PrepareTextSearch(2000));
+        const qint64 slice = items.textSearchBytes();
+        QVERIFY(slice > 0);
+        QVERIFY(!items.PrepareTextSearch(2000));
+        QVERIFY(items.textSearchBytes() > slice);
+        items.Item(10)->setF_ItemName(u"绿茶"_s); // in a chunk already read
+        items.Item(4990)->setF_ItemName(u"红茶"_s); // in one not read yet
+        QCOMPARE(items.FindText(*query(u"绿茶"_s), 1, 5000), 10);
+        QCOMPARE(items.FindText(*query(u"红茶"_s), 1, 5000), 4990);
+        QVERIFY(items.PrepareTextSearch(2000));
+        QVERIFY(items.PrepareTextSearch());
+        items.Item(20)->setF_ItemName(u"果汁"_s);
+        QVERIFY(items.PrepareTextSearch(1));
+        QCOMPARE(items.FindText(*query(u"果汁"_s), 1, 5000), 20);
+        QCOMPARE(items.FindText(*query(u"绿茶"_s), 11, 5000), 0);
+    }
+
+    void textSearchFollowsSavesOtherSeatsAndReloads()
+    {
+        // Through the database: saves that insert in goods order or move an item, rows changed, added and deleted
+        // by another seat, deletions and reloads. After each, the searches find what a walk of the list finds.
+        QRandomGenerator rng(1124);
+        const QString insert = u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName, F_Spell) "
+                               "Values (?, 4, ?, ?, ?)"_s;
+        auto number = [&] {
+            return QString::number(rng.bounded(1000000)).rightJustified(6, u'0');
+        };
+        {
+            CTransaction batch(*m_db);
+            for (int id = 1; id <= 1300; ++id) {
+                m_db->Execute(insert, {id, number(), randomText(rng, 6, true), randomText(rng, 4, true)});
+            }
+            batch.Commit();
+        }
+        Module1::ReseedKeyID(*m_db, u"T_Item"_s);
+        auto goods = load(4);
+        compareSearches(rng, *goods, 10);
+        for (int step = 0; step < 160; ++step) {
+            const CItemPtr some = goods->Item(1 + rng.bounded(goods->Count()));
+            const qint32 id = some->F_ID();
+            const QStringList before {some->F_ItemNo(), some->F_ItemName(), some->F_Spell()};
+            const int at = goods->PositionOf(some.get());
+            CItemPtr changed = some;
+            switch (rng.bounded(8)) {
+            case 0: {
+                changed = newGoods(number(), randomText(rng, 6, true));
+                changed->setF_Spell(randomText(rng, 4, true));
+                QVERIFY(goods->SaveItem(changed));
+                break;
+            }
+            case 1: {
+                // A saved copy takes the listed item's place, and a new number moves it.
+                changed = CItem::create(*some);
+                changed->setF_ItemNo(number());
+                changed->setF_Spell(randomText(rng, 4, true));
+                QVERIFY(goods->SaveItem(changed));
+                break;
+            }
+            case 2:
+                some->setF_ItemName(randomText(rng, 6, true));
+                QVERIFY(goods->SaveItem(some));
+                break;
+            case 3:
+                m_db->Execute(u"Update T_Item Set F_ItemNo=?, F_ItemName=?, F_Spell=? Where F_ID=?"_s,
+                              {number(), randomText(rng, 6, true), randomText(rng, 4, true), id});
+                QVERIFY(rng.bounded(2) ? goods->FollowChange(id) : bool(goods->Refresh(id)));
+                break;
+            case 4: {
+                const qint32 added = Module1::GetNewID(*m_db, u"T_Item"_s, true);
+                m_db->Execute(insert, {added, number(), randomText(rng, 6, true), randomText(rng, 4, true)});
+                QVERIFY(goods->FollowChange(added));
+                changed = goods->SearchItemByID(added);
+                break;
+            }
+            case 5:
+                m_db->Execute(u"Delete From T_Item Where F_ID=?"_s, {id});
+                QVERIFY(goods->FollowChange(id));
+                break;
+            case 6:
+                QVERIFY(goods->RemoveItem(id));
+                break;
+            default:
+                if (rng.bounded(4) == 0) {
+                    goods->Refresh(0);
+                } else {
+                    some->setF_Spell(randomText(rng, 4, true)); // changed in memory only, never saved
+                }
+                break;
+            }
+            const int position = goods->PositionOf(changed.get());
+            compareSearches(rng, *goods, 3, position ? position : at, before);
         }
     }
 

@@ -216,6 +216,32 @@ private Q_SLOTS:
         QCOMPARE(CSpell::MatchCode(name, code), matches);
     }
 
+    void matchCodeIsARunOfMatchingUnits()
+    {
+        // MatchCode, unit by unit: what the search's text index builds its classes of units from.
+        static const char16_t kName[] = u"长城行重乐银卡A4纸-ÖöKk\u212A1";
+        static const char16_t kCode[] = u"aAcCzZhHxXyYkK4-Öö1";
+        QRandomGenerator rng(271828);
+        for (int round = 0; round < 5000; ++round) {
+            QString name;
+            QString code;
+            for (int i = rng.bounded(8); i > 0; --i) {
+                name.append(QChar(kName[rng.bounded(int(std::size(kName)) - 1)]));
+            }
+            for (int i = 1 + rng.bounded(3); i > 0; --i) {
+                code.append(QChar(kCode[rng.bounded(int(std::size(kCode)) - 1)]));
+            }
+            bool run = false;
+            for (qsizetype at = 0; at + code.size() <= name.size() && !run; ++at) {
+                run = true;
+                for (qsizetype k = 0; k < code.size() && run; ++k) {
+                    run = CSpell::codeUnitMatches(code.at(k), name.at(at + k));
+                }
+            }
+            QVERIFY2(CSpell::MatchCode(name, code) == run, qPrintable(name + u" / "_s + code));
+        }
+    }
+
     void codeOfAgreesWithGetPy()
     {
         for (char16_t c : {u'中', u' ', u'Z', u'喆', u'='}) {

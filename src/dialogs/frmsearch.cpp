@@ -3,6 +3,7 @@
 #include "citems.h"
 #include "cspell.h"
 #include "itemtablemodel.h"
+#include "itemtextquery.h"
 #include "module1.h"
 #include "prompt.h"
 
@@ -14,10 +15,11 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QStringMatcher>
+#include <QTimer>
 #include <QVBoxLayout>
 
 #include <algorithm>
-#include <array>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
@@ -30,10 +32,29 @@ class CaseFreeNeedle
 {
 public:
     explicit CaseFreeNeedle(const QString &text)
-        : m_folded(text.toCaseFolded())
+        : m_text(text)
+        , m_folded(text.toCaseFolded())
         , m_matcher(text, Qt::CaseInsensitive)
     {
         m_ascii = std::all_of(m_folded.cbegin(), m_folded.cend(), [](QChar c) { return c.unicode() < 0x80; });
+    }
+
+    // What the text index looks for, in its fold (QChar::toCaseFolded unit by unit). An ASCII needle is compared
+    // after folding A-Z only, which that fold does too (and more, which isIn() sorts out); the matcher folds unit by
+    // unit as the index does, apart from surrogates, whose texts the index leaves to isIn() anyway.
+    ItemTextQuery::Pattern pattern() const
+    {
+        if (m_ascii) {
+            return ItemTextQuery::Pattern(m_folded);
+        }
+        // The matcher folds unit by unit, a low surrogate with its high one into a character beyond 16 bits, which
+        // no regular text holds.
+        ItemTextQuery::Pattern pattern;
+        for (QChar c : m_text) {
+            const char32_t folded = QChar::toCaseFolded(char32_t(c.unicode()));
+            pattern.append(c.isSurrogate() || folded > 0xFFFF ? char16_t(0) : char16_t(folded));
+        }
+        return pattern;
     }
 
     bool isIn(const QString &haystack) const
@@ -62,52 +83,29 @@ public:
 private:
     static char16_t fold(char16_t c) { return (c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c; }
 
+    QString m_text;
     QString m_folded;
     QStringMatcher m_matcher;
     bool m_ascii = true;
 };
 
-// The first row in [first, last] of `items` that `matches`, or -1. Items live all over the heap, and each test
-// reads three of an item's texts through two more pointers: the walk runs a few items ahead, asking for each
-// level of memory one step before it is needed, so that a million items are not a million waits in a row.
-template<typename Matches>
-int firstMatch(const CItems &items, int first, int last, const Matches &matches)
+// The pattern that the collection's text index looks for: every text a code matches as a run of the name's
+// characters (CSpell::MatchCode) holds a run of these classes of units. A typed unit that repeats shares its class.
+ItemTextQuery::Pattern codePattern(const QString &code)
 {
-    constexpr int kAhead = 24; // ring size; stages at 24, 16 and 8 items ahead
-    std::array<const CItem *, kAhead> ring {};
-    auto next = items.begin();
-    const auto end = items.end();
-    int row = 0;
-    for (; row < first && next != end; ++row) {
-        ++next;
+    ItemTextQuery::Pattern pattern;
+    std::vector<std::pair<QChar, ItemTextQuery::UnitClassPtr>> classes;
+    for (QChar typed : code) {
+        auto it = std::find_if(classes.begin(), classes.end(), [typed](const auto &c) { return c.first == typed; });
+        if (it == classes.end()) {
+            classes.emplace_back(typed, ItemTextQuery::unitClass([typed](char16_t unit) {
+                                     return CSpell::codeUnitMatches(typed, unit);
+                                 }));
+            it = classes.end() - 1;
+        }
+        pattern.append(it->second);
     }
-    int fetched = row; // rows from `row` up to `fetched` sit in the ring
-    auto fetchOne = [&] {
-        if (next == end || fetched > last) {
-            return;
-        }
-        const CItem *item = next->get();
-        item->prefetch(0);
-        ring[fetched % kAhead] = item;
-        ++fetched;
-        ++next;
-    };
-    while (fetched < row + kAhead && next != end && fetched <= last) {
-        fetchOne();
-    }
-    for (; row < fetched; ++row) {
-        if (row + 16 < fetched) {
-            ring[(row + 16) % kAhead]->prefetch(1);
-        }
-        if (row + 8 < fetched) {
-            ring[(row + 8) % kAhead]->prefetch(2);
-        }
-        if (matches(*ring[row % kAhead])) {
-            return row;
-        }
-        fetchOne();
-    }
-    return -1;
+    return pattern;
 }
 
 } // namespace
@@ -179,6 +177,21 @@ void frmSearch::showEvent(QShowEvent *event)
     QDialog::showEvent(event);
     lblResult->clear();
     Module1::SelectAllText(txtNo);
+    prepareSearch();
+}
+
+void frmSearch::prepareSearch()
+{
+    // The collection's text index is made while the clerk types rather than on the first search (once per
+    // collection; later changes only touch their part of it), a slice at a time, so that the dialog stays
+    // responsive. A search before it is done finishes it.
+    QTimer::singleShot(0, this, [this] {
+        const auto *model = m_grid ? qobject_cast<const ItemTableModel *>(m_grid->model()) : nullptr;
+        const CItems *items = model ? model->items() : nullptr;
+        if (items && isVisible() && !items->PrepareTextSearch(kPrepareSlice)) {
+            prepareSearch();
+        }
+    });
 }
 
 int frmSearch::FindNext(int fromRow) const
@@ -206,22 +219,55 @@ int frmSearch::FindNext(int fromRow) const
         }
         return code.isEmpty() || codeNeedle.isIn(item.F_Spell()) || CSpell::MatchCode(item.F_ItemName(), code);
     };
-    const int rows = model->rowCount();
     const CItems *items = model->items();
-    if (items && !model->isModified()) {
-        // Without pending edits the rows are the list itself: one walk from the row after the current one to
-        // the end, then one from the top.
-        const int below = firstMatch(*items, fromRow + 1, rows - 1, matches);
-        return below >= 0 ? below : firstMatch(*items, 0, std::min(fromRow, rows - 1), matches);
+    if (!items) {
+        return -1;
     }
-    for (int step = 1; step <= rows; ++step) {
-        const int row = int((qint64(fromRow) + step + rows) % rows);
+    // The collection's text index narrows the list down to the items whose texts may match; `matches` decides.
+    ItemTextQuery query(matches);
+    if (!no.isEmpty()) {
+        query.require({{ItemTextQuery::Number, noNeedle.pattern()}});
+    }
+    if (!name.isEmpty()) {
+        query.require({{ItemTextQuery::Name, nameNeedle.pattern()}});
+    }
+    if (!code.isEmpty()) {
+        query.require({{ItemTextQuery::Spell, codeNeedle.pattern()}, {ItemTextQuery::Name, codePattern(code)}});
+    }
+    // The rows showing a pending edit or a new item are not what the collection holds: they are tested as shown.
+    const QList<int> pending = model->pendingRows();
+    const int count = items->Count();
+    const auto shownMatches = [&](int row) {
         const CItemPtr item = model->itemAt(row);
-        if (item && matches(*item)) {
-            return row;
+        return item && matches(*item);
+    };
+    const int rows = model->rowCount();
+    // The first matching row in [first, last], or -1.
+    const auto firstMatch = [&](int first, int last) {
+        auto pendingRow = std::lower_bound(pending.begin(), pending.end(), first);
+        for (int row = first; row <= last;) {
+            // The first of the collection's items that matches as the collection holds it...
+            int hit = -1;
+            if (row < count) {
+                hit = int(items->FindText(query, row + 1, std::min(last, count - 1) + 1)) - 1;
+            }
+            // ... unless a pending row before it matches as the table shows it (the new rows are all pending).
+            for (const int until = hit >= 0 ? hit : last; pendingRow != pending.end() && *pendingRow <= until;
+                 ++pendingRow) {
+                if (shownMatches(*pendingRow)) {
+                    return *pendingRow;
+                }
+            }
+            if (hit < 0 || !std::binary_search(pending.begin(), pending.end(), hit)) {
+                return hit;
+            }
+            row = hit + 1;
         }
-    }
-    return -1;
+        return -1;
+    };
+    // From the row after the current one to the end, then from the top.
+    const int below = firstMatch(fromRow + 1, rows - 1);
+    return below >= 0 ? below : firstMatch(0, std::min(fromRow, rows - 1));
 }
 
 void frmSearch::cmdFind_Click()

@@ -16,6 +16,9 @@ class QLabel;
  * Finds an item in a grid bound to an items collection (ItemTableModel) by number, name or mnemonic code and
  * selects its row. Each search starts after the grid's current row and wraps around. Enter moves between the
  * fields. Not a filter: the grid keeps all its rows.
+ *
+ * The rows are found through the collection's text index (CItems::FindText), which showing the dialog prepares;
+ * rows with pending edits and new rows are tested as the grid shows them.
  */
 class QUILLON_EXPORT frmSearch : public QDialog
 {
@@ -50,6 +53,10 @@ protected:
     void showEvent(QShowEvent *event) override;
 
 private:
+    // Items read into the search index per turn of the event loop (a few milliseconds' work).
+    static constexpr int kPrepareSlice = 32768;
+    void prepareSearch();
+
     QPointer<QAbstractItemView> m_grid;
 };
 

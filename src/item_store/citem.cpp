@@ -68,8 +68,8 @@ const std::array<QString, std::size(kColumns)> kColumnNames = [] {
     return names;
 }();
 
-// The columns that collections look items up by.
-constexpr int kKeyColumns[] = {0, 1, 2, 16, 17, 18, 23};
+// The columns that collections look items up by or search (F_Spell: the text search of number, name and code).
+constexpr int kKeyColumns[] = {0, 1, 2, 5, 16, 17, 18, 23};
 
 bool isKeyColumn(int column)
 {
@@ -393,6 +393,17 @@ void CItem::setF_ItemName(const QString &value)
         return;
     }
     m.m_texts.set(1, value);
+}
+
+void CItem::setF_Spell(const QString &value)
+{
+    if (m_hooks.head && m.m_texts.get(3) != value) {
+        keyAboutToChange(5);
+        m.m_texts.set(3, value);
+        keyChanged(5);
+        return;
+    }
+    m.m_texts.set(3, value);
 }
 
 void CItem::setF_Tag1(qint32 value)

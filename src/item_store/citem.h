@@ -113,7 +113,7 @@ public:
     const QString &F_Standard() const { return m.m_texts.get(2); }
     void setF_Standard(const QString &value) { m.m_texts.set(2, value); }
     const QString &F_Spell() const { return m.m_texts.get(3); }
-    void setF_Spell(const QString &value) { m.m_texts.set(3, value); }
+    void setF_Spell(const QString &value);
     qint32 F_ParentID() const { return m.m_int[1]; }
     void setF_ParentID(qint32 value) { m.m_int[1] = value; }
     const QString &F_Remark() const { return m.m_texts.get(4); }
@@ -265,7 +265,8 @@ private:
         Currency m_money;
     } m;
 
-    // The collections that hold this item, so that their look-ups follow changes of the looked-up fields.
+    // The collections that hold this item, so that their look-ups and text search follow changes of the fields they
+    // use (number, name, mnemonic code, id, tags, order number).
     struct Hooks
     {
         CItemHook *head = nullptr;

@@ -7,13 +7,16 @@
 #include "itemindex.h"
 #include "itemlist.h"
 #include "itemloader.h"
+#include "itemtextquery.h"
 #include "itemtype.h"
 #include "keyid.h"
 #include "module1core.h"
 #include "prompt.h"
+#include "textsearchindex.h"
 
 #include <QSqlQuery>
 
+#include <algorithm>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -67,6 +70,7 @@ public:
         }
         list.insert(pos, hook);
         index.insert(hook);
+        search.inserted(pos);
         if (isGoods()) {
             inversions += outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
         }
@@ -82,6 +86,7 @@ public:
             inversions += outOfOrder(pos - 1, pos);
         }
         index.remove(hook);
+        search.removed(pos);
         return hook;
     }
 
@@ -156,6 +161,7 @@ public:
     void clear()
     {
         index.clear();
+        search.cleared();
         for (CItemHook *hook : list.takeAll()) {
             detach(hook);
             delete hook;
@@ -217,6 +223,9 @@ public:
     void itemKeyChanged(CItemHook *hook, int column) override
     {
         index.insert(ItemIndex::keyOfColumn(column), hook);
+        if ((column == 1 || column == 2 || column == 5) && search.isTracking()) {
+            search.changed(list.positionOf(hook));
+        }
         if (column == 1 && isGoods()) {
             const qsizetype pos = list.positionOf(hook);
             inversions += outOfOrder(pos - 1, pos) + outOfOrder(pos, pos + 1);
@@ -239,6 +248,10 @@ public:
             for (const CItemPtr &item : loaded) {
                 append(item);
             }
+        }
+        if (search.isTracking()) {
+            // A list that was searched is searched again: its text index is made now rather than on that search.
+            search.update(list);
         }
         partial.report(typeName);
     }
@@ -386,6 +399,7 @@ public:
     qint32 clientTypeID = 0;
     ItemList list;
     mutable ItemIndex index;
+    mutable TextSearchIndex search;
     qsizetype inversions = 0;
 };
 
@@ -565,6 +579,21 @@ CItemPtr CItems::GetItemByItemName(const QString &itemName) const
 CItemPtr CItems::SearchItemByID(qint32 id) const
 {
     return d->first(ItemIndex::ID, id);
+}
+
+qint32 CItems::FindText(const ItemTextQuery &query, qint32 first, qint32 last) const
+{
+    return qint32(d->search.find(query, qsizetype(first) - 1, qsizetype(last) - 1, d->list) + 1);
+}
+
+bool CItems::PrepareTextSearch(qint32 maxItems) const
+{
+    return d->search.update(d->list, std::max<qsizetype>(maxItems, 0));
+}
+
+qint64 CItems::textSearchBytes() const
+{
+    return d->search.isTracking() ? qint64(d->search.bytes()) : 0;
 }
 
 QString CItems::ItemTypeName() const

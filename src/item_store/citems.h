@@ -19,6 +19,7 @@ class QComboBox;
 class QTreeWidget;
 class QWidget;
 class CItemsPrivate;
+class ItemTextQuery;
 
 /**
  * All items of one item type, loaded from T_Item, in list order, with look-ups and change events; every change of
@@ -80,6 +81,18 @@ public:
     CItemPtr GetItemByItemNo(const QString &itemNo) const;
     CItemPtr GetItemByItemName(const QString &itemName) const;
     CItemPtr SearchItemByID(qint32 id) const;
+
+    /// The 1-based position of the first item from `first` to `last` (1-based, both included; clamped to the list)
+    /// that `query` finds, 0 when none. The query's patterns are looked up in a text index of the items' numbers,
+    /// names and mnemonic codes, which the collection makes on the first search (or PrepareTextSearch) and keeps in
+    /// step with every change of the list and of those fields from then on.
+    qint32 FindText(const ItemTextQuery &query, qint32 first, qint32 last) const;
+    /// Makes the text index now (or brings it up to date), so that the next FindText does not wait for it. With
+    /// `maxItems`, reads about that many items at most and returns whether the index is complete: a window can
+    /// spread the work over several turns of its event loop.
+    bool PrepareTextSearch(qint32 maxItems = 0) const;
+    /// The memory the text index holds, in bytes (0 before it is made).
+    qint64 textSearchBytes() const;
 
     QString ItemTypeName() const;
     void setItemTypeName(const QString &name);

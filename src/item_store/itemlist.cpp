@@ -35,6 +35,18 @@ CItemHook *ItemList::at(qsizetype pos) const
     return m_chunks[chunk][offset];
 }
 
+ItemList::const_iterator ItemList::iteratorAt(qsizetype pos) const
+{
+    if (pos <= 0) {
+        return begin();
+    }
+    if (pos >= m_size) {
+        return end();
+    }
+    const auto [chunk, offset] = locate(pos);
+    return const_iterator(&m_chunks, chunk, offset);
+}
+
 void ItemList::relabel()
 {
     quint64 label = kGap;

@@ -81,6 +81,8 @@ public:
     const std::vector<std::vector<CItemHook *>> &chunks() const { return m_chunks; }
 
     const_iterator begin() const { return const_iterator(&m_chunks, 0, 0); }
+    /// The iterator at a position (size() gives end()).
+    const_iterator iteratorAt(qsizetype pos) const;
     const_iterator end() const { return const_iterator(&m_chunks, m_chunks.size(), 0); }
 
 private:

@@ -611,6 +611,26 @@ bool ItemTableModel::isPendingRow(int row) const
     return item && (isNewRow(row) || m_edited.count(item.get()));
 }
 
+QList<int> ItemTableModel::pendingRows() const
+{
+    QList<int> rows;
+    if (!m_items) {
+        return rows;
+    }
+    rows.reserve(qsizetype(m_edited.size() + m_newItems.size()));
+    for (const auto &edit : m_edited) {
+        if (const qint32 position = m_items->PositionOf(edit.first)) {
+            rows.append(position - 1);
+        }
+    }
+    std::sort(rows.begin(), rows.end());
+    const int count = m_items->Count();
+    for (std::size_t i = 0; i < m_newItems.size(); ++i) {
+        rows.append(count + int(i));
+    }
+    return rows;
+}
+
 bool ItemTableModel::isNewRow(int row) const
 {
     if (!m_items) {

@@ -115,6 +115,8 @@ public:
     bool isNewRow(int row) const;
     /// True for a new row and for a row whose edits wait for SaveChanges.
     bool isPendingRow(int row) const;
+    /// The pending rows (isPendingRow) in row order: the rows that do not show the collection's item as it is.
+    QList<int> pendingRows() const;
     /// Appends an empty item of the collection's type as a new row; returns its row.
     int addNewRow();
     /// Drops a new (unsaved) row; false for rows of the collection.

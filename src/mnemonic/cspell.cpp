@@ -148,6 +148,19 @@ bool CSpell::MatchCode(QStringView name, QStringView code)
     return false;
 }
 
+bool CSpell::codeUnitMatches(QChar typed, QChar nameUnit)
+{
+    char16_t c = typed.unicode();
+    if (c >= u'A' && c <= u'Z') {
+        c = char16_t(c + 32);
+    }
+    const char16_t unit = nameUnit.unicode();
+    if (c >= u'a' && c <= u'z') {
+        return letterMasks()[unit] & (1u << (c - u'a'));
+    }
+    return QChar::toCaseFolded(unit) == c;
+}
+
 QString CSpell::py(QStringView text)
 {
     const std::array<char16_t, 65536> &table = codeTable();

@@ -34,6 +34,9 @@ public:
     /// letter is the character itself or the initial of one of its readings (so 长城 matches "cc" and "zc").
     /// Other typed characters match themselves. An empty code matches every name.
     static bool MatchCode(QStringView name, QStringView code);
+    /// Whether one typed unit of a code matches one unit of a name as MatchCode compares them: a letter (any case)
+    /// the unit's code or the initial of one of its readings, anything else the unit itself, without case.
+    static bool codeUnitMatches(QChar typed, QChar nameUnit);
 };
 
 #endif
