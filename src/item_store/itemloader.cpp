@@ -7,12 +7,14 @@
 #include "postgreshandle.h"
 
 #include <QByteArrayView>
+#include <QCoreApplication>
 #include <QDate>
 #include <QDateTime>
 #include <QElapsedTimer>
 #include <QLoggingCategory>
 #include <QSqlDatabase>
 #include <QThread>
+#include <QTimer>
 #include <QtNumeric>
 
 #include <sqlite3.h>
@@ -29,6 +31,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -563,14 +566,69 @@ bool ItemLoader::loadSqlite(const QString &sql, Rows &rows)
 
 namespace {
 
+// A reading session kept for the next list: a start-up reads eleven lists in a row, and a session costs a round of
+// authentication each. It is closed once it has waited kSpareForMs unused.
+class SpareSession
+{
+public:
+    static constexpr qint64 kSpareForMs = 2000;
+
+    static PGconn *take(const QByteArray &key)
+    {
+        std::lock_guard lock(s_mutex);
+        PGconn *pg = std::exchange(s_pg, nullptr);
+        if (pg
+            && (s_key != key || s_since.elapsed() >= kSpareForMs || PQstatus(pg) != CONNECTION_OK
+                || PQtransactionStatus(pg) != PQTRANS_IDLE)) {
+            PQfinish(pg);
+            pg = nullptr;
+        }
+        return pg;
+    }
+
+    static void give(PGconn *pg, const QByteArray &key)
+    {
+        QCoreApplication *app = QCoreApplication::instance();
+        {
+            std::lock_guard lock(s_mutex);
+            PQfinish(std::exchange(s_pg, nullptr));
+            if (!app) {
+                PQfinish(pg);
+                return;
+            }
+            s_pg = pg;
+            s_key = key;
+            s_since.start();
+        }
+        QTimer::singleShot(kSpareForMs + 100, app, [] {
+            std::lock_guard lock(s_mutex);
+            if (s_pg && s_since.elapsed() >= kSpareForMs) {
+                PQfinish(std::exchange(s_pg, nullptr));
+            }
+        });
+    }
+
+private:
+    static inline std::mutex s_mutex;
+    static inline PGconn *s_pg = nullptr;
+    static inline QByteArray s_key;
+    static inline QElapsedTimer s_since;
+};
+
 struct PostgresReader
 {
     PGconn *pg = nullptr;
     PGresult *result = nullptr;
+    QByteArray key;
+    bool done = false; // every row read: the session can serve the next list
     ~PostgresReader()
     {
         PQclear(result);
-        PQfinish(pg);
+        if (done && pg && PQtransactionStatus(pg) == PQTRANS_IDLE) {
+            SpareSession::give(pg, key);
+        } else {
+            PQfinish(pg);
+        }
     }
 };
 
@@ -704,7 +762,13 @@ bool ItemLoader::loadPostgres(const QString &sql, Rows &rows)
     valuePointers.push_back(nullptr);
 
     PostgresReader reader;
-    reader.pg = PQconnectdbParams(keyPointers.data(), valuePointers.data(), 0);
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        reader.key += keys[i] + '\0' + values[i] + '\0';
+    }
+    reader.pg = SpareSession::take(reader.key);
+    if (!reader.pg) {
+        reader.pg = PQconnectdbParams(keyPointers.data(), valuePointers.data(), 0);
+    }
     if (PQstatus(reader.pg) != CONNECTION_OK) {
         return false;
     }
@@ -814,11 +878,14 @@ bool ItemLoader::loadPostgres(const QString &sql, Rows &rows)
         return true;
     };
     m_path = Path::PostgreSQL;
-    Pipeline pipeline(positions);
-    pipeline.start(fill);
-    while (std::unique_ptr<RawBatch> batch = pipeline.next([&] { rows.idle(); })) {
-        rows.take(*batch);
+    {
+        Pipeline pipeline(positions);
+        pipeline.start(fill);
+        while (std::unique_ptr<RawBatch> batch = pipeline.next([&] { rows.idle(); })) {
+            rows.take(*batch);
+        }
     }
+    reader.done = true;
     return true;
 }
 
