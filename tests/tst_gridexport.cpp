@@ -260,6 +260,34 @@ private Q_SLOTS:
         QCOMPARE(fileBytes(file), before);
     }
 
+    // A sheet list declaring another encoding than UTF-8 took the new sheet's name in UTF-8 and read it back garbled
+    // (found by fuzzing): such a workbook is refused and kept.
+    void workbookDeclaringAnotherEncodingIsRefusedAndKept()
+    {
+        fill(u"编号|名称"_s, {u"1\t可乐"_s});
+        const QString file = path(u"latin.xlsx"_s);
+        QVERIFY(m_bus->CopyGridToExcel(m_grid.get(), file, u"Goods"_s));
+        QProcess rewrite;
+        rewrite.start(u"/usr/bin/python3"_s,
+                      {u"-c"_s,
+                       u"import sys, zipfile\n"
+                       "src = zipfile.ZipFile(sys.argv[1]).infolist()\n"
+                       "data = {i.filename: zipfile.ZipFile(sys.argv[1]).read(i.filename) for i in src}\n"
+                       "data['xl/workbook.xml'] = data['xl/workbook.xml'].replace(b'encoding=\"UTF-8\"', "
+                       "b'encoding=\"ISO-8859-1\"')\n"
+                       "with zipfile.ZipFile(sys.argv[1], 'w', zipfile.ZIP_DEFLATED) as z:\n"
+                       "    [z.writestr(name, body) for name, body in data.items()]\n"_s,
+                       file});
+        QVERIFY(rewrite.waitForFinished(60000));
+        QCOMPARE(rewrite.exitCode(), 0);
+        const QByteArray before = fileBytes(file);
+        QVERIFY(before.size() > 0);
+        m_prompt->queueAnswer(CPrompt::vbCancel);
+        QVERIFY(!m_bus->CopyGridToExcel(m_grid.get(), file, u"客户"_s));
+        QVERIFY2(m_prompt->lastText().contains(u"UTF-8"_s), qPrintable(m_prompt->lastText()));
+        QCOMPARE(fileBytes(file), before);
+    }
+
     void secondSheetKeepsTheFirstSheetsBytes()
     {
         fill(u"编号|名称"_s, {u"1\t可乐"_s, u"2\t雪碧"_s});

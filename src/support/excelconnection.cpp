@@ -256,8 +256,14 @@ bool ExcelConnectionPrivate::readExisting()
     }
 
     QXmlStreamReader book(workbookXml);
+    // The sheet list is rewritten as UTF-8 text; a list that declares another encoding would then read back wrong.
+    bool foreignEncoding = false;
     while (!book.atEnd()) {
         book.readNext();
+        if (book.isStartDocument() && !book.documentEncoding().isEmpty()
+            && book.documentEncoding().compare(u"UTF-8", Qt::CaseInsensitive) != 0) {
+            foreignEncoding = true;
+        }
         if (book.isStartElement() && book.name() == u"sheet") {
             existingSheets.append(book.attributes().value("name"_L1).toString());
             maxSheetId = qMax(maxSheetId, book.attributes().value("sheetId"_L1).toInt());
@@ -272,6 +278,10 @@ bool ExcelConnectionPrivate::readExisting()
     }
     if (book.hasError() || rels.hasError()) {
         return fail(ExcelConnection::ErrNotWorkbook, u"工作簿 "_s + file + u" 的结构已损坏"_s);
+    }
+    if (foreignEncoding) {
+        return fail(ExcelConnection::ErrNotWorkbook,
+                    u"工作簿 "_s + file + u" 的表格目录不是 UTF-8 编码(不是 Excel 保存的文件),不能在其中添加表格"_s);
     }
     return true;
 }
