@@ -264,8 +264,8 @@ public:
         void read(CRecordset &rst, CItem &item)
         {
             QString error;
-            if (!item.UpdateDataFromRst(rst, true, &error) && count++ == 0) {
-                first = u"F_ID="_s + QString::number(item.F_ID()) + u": "_s + error;
+            if (!item.UpdateDataFromRst(rst, true, &error)) {
+                note(item.F_ID(), error);
             }
         }
         void report(const QString &kind) const

@@ -213,8 +213,8 @@ void decode(RawBatch &batch, const Positions &positions)
         row.moveTo(r);
         auto item = CItem::create();
         QString error;
-        if (!ItemLoader::read(*item, row, &error) && batch.partial.count++ == 0) {
-            batch.partial.first = u"F_ID="_s + QString::number(item->F_ID()) + u": "_s + error;
+        if (!ItemLoader::read(*item, row, &error)) {
+            batch.partial.note(item->F_ID(), error);
         }
         batch.items.push_back(std::move(item));
     }
@@ -397,7 +397,7 @@ public:
         auto item = CItem::create();
         QString error;
         if (!fill(*item, &error)) {
-            notePartial(item->F_ID(), error);
+            m_partial.note(item->F_ID(), error);
         }
         items.push_back(std::move(item));
         if (m_progress && qint64(items.size()) % kFirstReportAfter == 0) {
@@ -433,13 +433,6 @@ public:
     std::vector<CItemPtr> items;
 
 private:
-    void notePartial(qint32 id, const QString &error)
-    {
-        if (m_partial.count++ == 0) {
-            m_partial.first = u"F_ID="_s + QString::number(id) + u": "_s + error;
-        }
-    }
-
     void report()
     {
         if (m_reported && m_sinceReport.elapsed() < kReportEveryMs) {

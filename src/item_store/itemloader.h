@@ -28,6 +28,14 @@ public:
     {
         int count = 0;
         QString first; ///< "F_ID=...: reason" of the first such row
+
+        /// Counts a row that could not be read whole, keeping the reason when it is the first.
+        void note(qint32 id, const QString &error)
+        {
+            if (count++ == 0) {
+                first = QStringLiteral("F_ID=") + QString::number(id) + QStringLiteral(": ") + error;
+            }
+        }
     };
 
     /// Thrown by load() when the progress callback asked to stop.
