@@ -122,6 +122,44 @@ private Q_SLOTS:
         QCOMPARE(orphan->mTypeName(), u"旧类别"_s);
     }
 
+    // Goods and clients take their names while they are read. A list that could not be read again keeps its
+    // items, and those still take the names of the units and types read just before.
+    void listsThatFailToReloadTakeTheNewNames()
+    {
+        seed();
+        CBus bus;
+        bus.InitAllData(m_db);
+        const CItemPtr goods = bus.mAllGoods()->GetItemByID(7);
+        const CItemPtr client = bus.mClients()->GetItemByID(3);
+        QCOMPARE(goods->mUnitName(), u"瓶"_s);
+        QCOMPARE(client->mTypeName(), u"批发"_s);
+
+        m_db->Execute(u"Update T_Item Set F_ItemName='瓶装' Where F_ID=5"_s);
+        m_db->Execute(u"Update T_Item Set F_ItemName='酒水' Where F_ID=6"_s);
+        m_db->Execute(u"Update T_Item Set F_ItemName='批发客户' Where F_ID=1"_s);
+        // The table is away while clients and goods are read, and back for the other lists.
+        connect(&bus, &CBus::OnInitItem, this, [&](const QString &text) {
+            if (text == u"化客户信息"_s || text == u"商品信息"_s) {
+                m_db->Execute(u"Alter Table T_Item Rename To T_ItemAway"_s);
+            } else if (text == u"单位信息"_s || text == u"仓库信息"_s) {
+                m_db->Execute(u"Alter Table T_ItemAway Rename To T_Item"_s);
+            }
+        });
+        bus.InitAllData(m_db);
+        QCOMPARE(bus.mAllGoods()->GetItemByID(7), goods);
+        QCOMPARE(bus.mClients()->GetItemByID(3), client);
+        QCOMPARE(goods->mUnitName(), u"瓶装"_s);
+        QCOMPARE(goods->mTypeName(), u"酒水"_s);
+        QCOMPARE(client->mTypeName(), u"批发客户"_s);
+        QStringList failures;
+        for (const auto &shown : m_prompt->shown()) {
+            if (shown.text.contains(u"数据失败"_s)) {
+                failures.append(shown.text.section(u':', 0, 0));
+            }
+        }
+        QCOMPARE(failures, (QStringList {u"读取客户数据失败"_s, u"读取商品数据失败"_s}));
+    }
+
     void cancelledLoadStopsWhereItWas()
     {
         seed();

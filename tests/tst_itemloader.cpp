@@ -198,6 +198,53 @@ private Q_SLOTS:
         compareBothWays(4);
     }
 
+    // Goods take their unit and type names as they are read, on whichever thread decodes them: the same names as a
+    // join over the loaded list, both ways of reading.
+    void goodsTakeTheirNamesWhileRead()
+    {
+        {
+            CTransaction fill(*m_db);
+            for (int unit = 1; unit <= 7; ++unit) {
+                m_db->Execute(u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName) Values (?, 2, '', ?)"_s,
+                              QVariantList {unit, QString(u"单位"_s + QString::number(unit))});
+            }
+            m_db->Execute(u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName, F_Tag1) "
+                          "Values (8, 3, '01', 'O''Brien 饮料', 1)"_s);
+            for (int i = 100; i < 5100; ++i) {
+                // Unit 0 and 8 are not units; 8 is the goods type.
+                m_db->Execute(u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName, F_Tag1, F_ParentID) "
+                              "Values (?, 4, ?, '商品', ?, ?)"_s,
+                              QVariantList {i, QString(u"SP"_s + QString::number(i)), i % 9, i % 2 == 0 ? 8 : 0});
+            }
+            fill.Commit();
+        }
+        CItems units;
+        CItems types;
+        QVERIFY(units.InitInstance(m_db, 2));
+        QVERIFY(types.InitInstance(m_db, 3));
+        for (const bool throughDriver : {false, true}) {
+            if (throughDriver) {
+                qputenv("QUILLON_LOAD_THROUGH_DRIVER", "1");
+            } else {
+                QTest::ignoreMessage(QtDebugMsg, QRegularExpression(u"5000 rows through (libpq|sqlite3)"_s));
+            }
+            CItems goods;
+            goods.setLoadJoin(CItems::GoodsNameJoin(units, types));
+            QVERIFY(goods.InitInstance(m_db, 4));
+            qunsetenv("QUILLON_LOAD_THROUGH_DRIVER");
+            QCOMPARE(goods.Count(), 5000);
+            int named = 0;
+            for (const CItemPtr &item : goods) {
+                const int unit = item->F_ID() % 9;
+                const QString unitName = unit >= 1 && unit <= 7 ? u"单位"_s + QString::number(unit) : QString();
+                QCOMPARE(item->mUnitName(), unitName);
+                QCOMPARE(item->mTypeName(), item->F_ID() % 2 == 0 ? u"O'Brien 饮料"_s : QString());
+                named += item->mUnitName().isEmpty() ? 0 : 1;
+            }
+            QVERIFY(named > 3000);
+        }
+    }
+
     // Inside a transaction the program's own uncommitted rows count, so the driver reads them.
     void insideATransactionTheOwnRowsAreRead()
     {

@@ -289,10 +289,20 @@ bool CBus::InitItems(const std::shared_ptr<CConnection> &connection, int itemTyp
     if (!items) {
         return false;
     }
+    // Clients take their type names while they are read, on the loading threads.
+    const bool joinTypes = itemType == itClient && m_clientTypes;
+    if (joinTypes) {
+        items->setLoadJoin(CItems::ClientTypeNameJoin(*m_clientTypes));
+    }
     const bool loaded = items->InitInstance(connection, itemType, boundControl);
+    if (joinTypes) {
+        items->setLoadJoin({});
+    }
     followChanges(connection);
     if (itemType == itClient) {
-        JoinClientTypeNames();
+        if (!loaded) {
+            JoinClientTypeNames(); // the clients held before, with the client types as they are now
+        }
     } else if (itemType == itSoftwareUserInfor && !(m_loadCancelled && !loaded)) {
         if (items->Count() >= 1) {
             m_softwareUserInfor = items->Item(1);
@@ -347,12 +357,15 @@ bool CBus::InitAllData(const std::shared_ptr<CConnection> &connection)
         {u"软件使用者信息", itSoftwareUserInfor},
     };
     m_loadCancelled = false;
+    bool goodsJoined = false;
     for (const Step &step : steps) {
         if (m_loadCancelled) {
             break;
         }
         if (!step.text) {
-            JoinGoodsNames();
+            if (!goodsJoined) {
+                JoinGoodsNames(); // the goods held before, with the units and types as they are now
+            }
             continue;
         }
         const QString text = QString::fromUtf16(step.text);
@@ -364,7 +377,17 @@ bool CBus::InitAllData(const std::shared_ptr<CConnection> &connection)
                 return !m_loadCancelled;
             });
         }
-        InitItems(connection, step.itemType);
+        // Goods take their unit and type names while they are read: the units and types are loaded by now and
+        // stay as they are until the join.
+        const bool joinGoods = step.itemType == itGoods && items && m_units && m_types;
+        if (joinGoods) {
+            items->setLoadJoin(CItems::GoodsNameJoin(*m_units, *m_types));
+        }
+        const bool loaded = InitItems(connection, step.itemType);
+        if (joinGoods) {
+            items->setLoadJoin({});
+            goodsJoined = loaded;
+        }
         if (items) {
             items->setLoadProgress({});
         }

@@ -717,6 +717,15 @@ bool CItem::assignCell(const Column &c, const Cell &cell)
                 m.m_currency[c.slot] = *amount;
                 return true;
             }
+        } else if (cell.kind == Cell::Integer && cell.integer <= std::numeric_limits<qint64>::max() / Currency::Scale
+                   && cell.integer >= std::numeric_limits<qint64>::min() / Currency::Scale) {
+            m.m_currency[c.slot] = Currency::fromInteger(cell.integer);
+            return true;
+        } else if (cell.kind == Cell::Real) {
+            if (const auto amount = Currency::fromDouble(cell.real)) {
+                m.m_currency[c.slot] = *amount;
+                return true;
+            }
         }
         return false;
     case ColumnType::Date:

@@ -14,6 +14,7 @@
 #include "prompt.h"
 #include "textsearchindex.h"
 
+#include <QHash>
 #include <QSqlQuery>
 
 #include <algorithm>
@@ -241,7 +242,7 @@ public:
         // the old list.
         ItemLoader loader(*connection);
         PartialReads partial;
-        std::vector<CItemPtr> loaded = loader.load(CItems::loadStatement(itemType), partial, loadProgress);
+        std::vector<CItemPtr> loaded = loader.load(CItems::loadStatement(itemType), partial, loadProgress, loadJoin);
         {
             ResetScope reset(this);
             clear();
@@ -393,6 +394,7 @@ public:
     CItems *q;
     int resetDepth = 0;
     std::function<bool(qint64)> loadProgress;
+    CItems::LoadJoin loadJoin;
     std::shared_ptr<CConnection> connection;
     int itemType = 0;
     QString typeName;
@@ -458,6 +460,11 @@ bool CItems::InitInstance(const std::shared_ptr<CConnection> &connection, int it
 void CItems::setLoadProgress(std::function<bool(qint64)> progress)
 {
     d->loadProgress = std::move(progress);
+}
+
+void CItems::setLoadJoin(LoadJoin join)
+{
+    d->loadJoin = std::move(join);
 }
 
 void CItems::Attach(const std::shared_ptr<CConnection> &connection, int itemTypeID)
@@ -1167,24 +1174,57 @@ bool CItems::HasTheItemNoEx(const QString &itemNo, qint32 exceptID) const
     return CConnection::next(q) && q.value(0).toLongLong() > 0;
 }
 
+namespace {
+
+// The name of the first item of each ID, in list order: what GetItemByID would find, read once instead of per item.
+std::shared_ptr<const QHash<qint32, QString>> namesByID(const CItems &items)
+{
+    auto names = std::make_shared<QHash<qint32, QString>>();
+    names->reserve(items.Count());
+    for (const CItemPtr &item : items) {
+        if (!names->contains(item->F_ID())) {
+            names->insert(item->F_ID(), item->F_ItemName());
+        }
+    }
+    return names;
+}
+
+} // namespace
+
+CItems::LoadJoin CItems::GoodsNameJoin(const CItems &units, const CItems &types)
+{
+    return [unitNames = namesByID(units), typeNames = namesByID(types)](CItem &item) {
+        if (const auto unit = unitNames->constFind(item.F_Tag1()); unit != unitNames->cend()) {
+            item.setmUnitName(*unit);
+        }
+        if (const auto type = typeNames->constFind(item.F_ParentID()); type != typeNames->cend()) {
+            item.setmTypeName(*type);
+        }
+    };
+}
+
+CItems::LoadJoin CItems::ClientTypeNameJoin(const CItems &clientTypes)
+{
+    return [typeNames = namesByID(clientTypes)](CItem &item) {
+        if (const auto type = typeNames->constFind(item.F_ParentID()); type != typeNames->cend()) {
+            item.setmTypeName(*type);
+        }
+    };
+}
+
 void CItems::JoinGoodsNames(const CItems &goods, CItems &units, CItems &types)
 {
+    const LoadJoin join = GoodsNameJoin(units, types);
     for (const CItemPtr &item : goods) {
-        if (const CItemPtr unit = units.GetItemByID(item->F_Tag1())) {
-            item->setmUnitName(unit->F_ItemName());
-        }
-        if (const CItemPtr type = types.GetItemByID(item->F_ParentID())) {
-            item->setmTypeName(type->F_ItemName());
-        }
+        join(*item);
     }
 }
 
 void CItems::JoinClientTypeNames(const CItems &clients, CItems &clientTypes)
 {
+    const LoadJoin join = ClientTypeNameJoin(clientTypes);
     for (const CItemPtr &client : clients) {
-        if (const CItemPtr type = clientTypes.GetItemByID(client->F_ParentID())) {
-            client->setmTypeName(type->F_ItemName());
-        }
+        join(*client);
     }
 }
 

@@ -52,6 +52,12 @@ public:
     /// load, which keeps the list it had (InitInstance then gives false without a message). None by default.
     void setLoadProgress(std::function<bool(qint64 rowsRead)> progress);
 
+    /// Completes an item read by a full load before the list takes it, e.g. with names from other lists. It runs on
+    /// the loading threads, several at once: it must only read what stays as it is during the load.
+    using LoadJoin = std::function<void(CItem &item)>;
+    /// Applied to every item of the following full loads; none by default.
+    void setLoadJoin(LoadJoin join);
+
     /// Connects the collection to a database and item type without loading anything (for storing single items).
     void Attach(const std::shared_ptr<CConnection> &connection, int itemTypeID);
 
@@ -178,6 +184,11 @@ public:
     static void JoinGoodsNames(const CItems &goods, CItems &units, CItems &types);
     /// Fills mTypeName of clients from their client type (F_ParentID).
     static void JoinClientTypeNames(const CItems &clients, CItems &clientTypes);
+    /// JoinGoodsNames for one goods item at a time, with the names the two lists hold now (the first item of an ID
+    /// in list order, as GetItemByID finds it); a name that is not found leaves the item's as it was.
+    static LoadJoin GoodsNameJoin(const CItems &units, const CItems &types);
+    /// JoinClientTypeNames for one client at a time, in the same way.
+    static LoadJoin ClientTypeNameJoin(const CItems &clientTypes);
     /// After a unit, goods type or client type was saved: the goods or clients of `dependants` that refer to it take
     /// its name again (mUnitName or mTypeName). Returns those items, for redrawing them.
     static std::vector<CItemPtr> RejoinName(const CItems &dependants, const CItem &changed);

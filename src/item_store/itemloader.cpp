@@ -205,7 +205,7 @@ private:
     const RawCell *m_cells = nullptr;
 };
 
-void decode(RawBatch &batch, const Positions &positions)
+void decode(RawBatch &batch, const Positions &positions, const ItemLoader::Join &join)
 {
     RawRow row(batch, positions);
     batch.items.reserve(std::size_t(batch.rows));
@@ -215,6 +215,9 @@ void decode(RawBatch &batch, const Positions &positions)
         QString error;
         if (!ItemLoader::read(*item, row, &error)) {
             batch.partial.note(item->F_ID(), error);
+        }
+        if (join) {
+            join(*item);
         }
         batch.items.push_back(std::move(item));
     }
@@ -245,8 +248,9 @@ public:
     // reading thread and may throw DbError.
     using Fill = std::function<bool(RawBatch &batch)>;
 
-    explicit Pipeline(const Positions &positions)
+    Pipeline(const Positions &positions, const ItemLoader::Join &join)
         : m_positions(positions)
+        , m_join(join)
     { }
 
     ~Pipeline() { stop(); }
@@ -358,7 +362,7 @@ private:
             RawBatch *taken = batch.get();
             taken->state = RawBatch::State::Decoding;
             lock.unlock();
-            decode(*taken, m_positions);
+            decode(*taken, m_positions, m_join);
             lock.lock();
             taken->state = RawBatch::State::Decoded;
             m_changed.notify_all();
@@ -368,6 +372,7 @@ private:
     }
 
     const Positions &m_positions;
+    const ItemLoader::Join &m_join;
     std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<std::unique_ptr<RawBatch>> m_batches;
@@ -383,8 +388,9 @@ private:
 class ItemLoader::Rows
 {
 public:
-    Rows(Partial &partial, const Progress &progress)
-        : m_partial(partial)
+    Rows(Partial &partial, const Progress &progress, const Join &join)
+        : join(join)
+        , m_partial(partial)
         , m_progress(progress)
     {
         m_sinceReport.start();
@@ -398,6 +404,9 @@ public:
         QString error;
         if (!fill(*item, &error)) {
             m_partial.note(item->F_ID(), error);
+        }
+        if (join) {
+            join(*item);
         }
         items.push_back(std::move(item));
         if (m_progress && qint64(items.size()) % kFirstReportAfter == 0) {
@@ -431,6 +440,7 @@ public:
     }
 
     std::vector<CItemPtr> items;
+    const Join &join;
 
 private:
     void report()
@@ -455,12 +465,12 @@ ItemLoader::ItemLoader(CConnection &connection)
     : m_connection(connection)
 { }
 
-std::vector<CItemPtr> ItemLoader::load(const QString &sql, Partial &partial, const Progress &progress)
+std::vector<CItemPtr> ItemLoader::load(const QString &sql, Partial &partial, const Progress &progress, const Join &join)
 {
     QElapsedTimer timer;
     timer.start();
     partial = Partial();
-    Rows rows(partial, progress);
+    Rows rows(partial, progress, join);
     // The engines' own readers can be turned off, to compare them with the driver's.
     const bool throughDriver = qEnvironmentVariableIntValue("QUILLON_LOAD_THROUGH_DRIVER") != 0;
     if (throughDriver || !(loadSqlite(sql, rows) || loadPostgres(sql, rows))) {
@@ -549,7 +559,7 @@ bool ItemLoader::loadSqlite(const QString &sql, Rows &rows)
         return true;
     };
     m_path = Path::SQLite;
-    Pipeline pipeline(positions);
+    Pipeline pipeline(positions, rows.join);
     pipeline.start(fill);
     while (std::unique_ptr<RawBatch> batch = pipeline.next([&] { rows.idle(); })) {
         rows.take(*batch);
@@ -872,7 +882,7 @@ bool ItemLoader::loadPostgres(const QString &sql, Rows &rows)
     };
     m_path = Path::PostgreSQL;
     {
-        Pipeline pipeline(positions);
+        Pipeline pipeline(positions, rows.join);
         pipeline.start(fill);
         while (std::unique_ptr<RawBatch> batch = pipeline.next([&] { rows.idle(); })) {
             rows.take(*batch);

@@ -47,9 +47,13 @@ public:
 
     explicit ItemLoader(CConnection &connection);
 
-    /// The items of the statement's rows, in their order. Throws DbError when the statement fails, Cancelled when
-    /// stopped.
-    std::vector<CItemPtr> load(const QString &sql, Partial &partial, const Progress &progress = Progress());
+    /// Completes each item after its row was read, on the decoding threads.
+    using Join = std::function<void(CItem &item)>;
+
+    /// The items of the statement's rows, in their order, each passed to `join` when given. Throws DbError when the
+    /// statement fails, Cancelled when stopped.
+    std::vector<CItemPtr> load(const QString &sql, Partial &partial, const Progress &progress = Progress(),
+                               const Join &join = Join());
     /// The way the last load() read its rows.
     Path path() const { return m_path; }
 
