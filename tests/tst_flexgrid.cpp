@@ -111,6 +111,20 @@ private Q_SLOTS:
         grid.setRowHeight(1, 720);
         QVERIFY(qAbs(grid.RowHeight(1) - 720) <= 15);
         QCOMPARE(grid.ColWidth(9), 0);
+
+        // Column or row -1 is every column or row, the fixed ones too.
+        grid.setRows(3);
+        grid.setFixedCols(1);
+        grid.setColWidth(-1, 720);
+        for (int c = 0; c < 3; ++c) {
+            QCOMPARE(grid.ColWidth(c), 720);
+        }
+        grid.setRowHeight(-1, 360);
+        for (int r = 0; r < 3; ++r) {
+            QVERIFY2(qAbs(grid.RowHeight(r) - 360) <= 15, qPrintable(QString::number(grid.RowHeight(r))));
+        }
+        grid.setColWidth(-2, 100); // no such column: ignored
+        QCOMPARE(grid.ColWidth(0), 720);
     }
 
     void clipUsesTheSelectedBlock()

@@ -120,6 +120,26 @@ private Q_SLOTS:
         QCOMPARE(m_grid->TextMatrix(0, 2), u"乙"_s);
     }
 
+    // Column -1 is every column, with one notice over the whole grid.
+    void alignmentOfColumnMinusOneIsEveryColumns()
+    {
+        m_grid->setCols(3);
+        m_grid->setRows(4);
+        QSignalSpy changed(m_grid.get(), &QAbstractItemModel::dataChanged);
+        m_grid->setColAlignment(-1, FlexGridModel::AlignCenter);
+        m_grid->setFixedAlignment(-1, FlexGridModel::AlignRight);
+        for (int c = 0; c < 3; ++c) {
+            QCOMPARE(m_grid->ColAlignment(c), int(FlexGridModel::AlignCenter));
+            QCOMPARE(m_grid->FixedAlignment(c), int(FlexGridModel::AlignRight));
+        }
+        QCOMPARE(changed.count(), 2);
+        QCOMPARE(changed.at(0).at(0).toModelIndex(), m_grid->index(0, 0));
+        QCOMPARE(changed.at(0).at(1).toModelIndex(), m_grid->index(3, 2));
+        m_grid->setColAlignment(-2, FlexGridModel::AlignLeft); // no such column
+        QCOMPARE(m_grid->ColAlignment(0), int(FlexGridModel::AlignCenter));
+        QCOMPARE(changed.count(), 2);
+    }
+
     void generalAlignmentFollowsTheText()
     {
         m_grid->setTextMatrix(1, 1, u"1,234.50"_s);

@@ -381,6 +381,12 @@ qint32 FlexGrid::ColWidth(qint32 col) const
 
 void FlexGrid::setColWidth(qint32 col, qint32 twips)
 {
+    if (col == -1) {
+        for (qint32 c = 0; c < Cols(); ++c) {
+            setColWidth(c, twips);
+        }
+        return;
+    }
     if (col < 0 || col >= Cols() || twips < -1) {
         return;
     }
@@ -406,6 +412,12 @@ qint32 FlexGrid::RowHeight(qint32 row) const
 
 void FlexGrid::setRowHeight(qint32 row, qint32 twips)
 {
+    if (row == -1) {
+        for (qint32 r = 0; r < Rows(); ++r) {
+            setRowHeight(r, twips);
+        }
+        return;
+    }
     if (row < 0 || row >= Rows() || twips < 0) {
         return;
     }

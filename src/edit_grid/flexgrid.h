@@ -86,7 +86,7 @@ public:
     void setColSel(qint32 col);
 
     /// Widths and heights in twips (1/1440 inch), converted with the screen's logical resolution; a width of -1
-    /// is the default width.
+    /// is the default width. Setting column or row -1 sets every column or row (as do the alignments below).
     Q_INVOKABLE qint32 ColWidth(qint32 col) const;
     Q_INVOKABLE void setColWidth(qint32 col, qint32 twips);
     Q_INVOKABLE qint32 RowHeight(qint32 row) const;

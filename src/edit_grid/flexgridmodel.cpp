@@ -420,6 +420,13 @@ int FlexGridModel::ColAlignment(qint32 col) const
 
 void FlexGridModel::setColAlignment(qint32 col, int alignment)
 {
+    if (col == -1 && m_cols > 0) {
+        std::fill(m_colAlignment.begin(), m_colAlignment.end(), alignment);
+        if (Rows() > 0) {
+            Q_EMIT dataChanged(index(0, 0), index(Rows() - 1, m_cols - 1), {Qt::TextAlignmentRole});
+        }
+        return;
+    }
     if (col < 0 || col >= m_cols) {
         return;
     }
@@ -436,6 +443,13 @@ int FlexGridModel::FixedAlignment(qint32 col) const
 
 void FlexGridModel::setFixedAlignment(qint32 col, int alignment)
 {
+    if (col == -1 && m_cols > 0) {
+        std::fill(m_fixedAlignment.begin(), m_fixedAlignment.end(), alignment);
+        if (Rows() > 0) {
+            Q_EMIT dataChanged(index(0, 0), index(Rows() - 1, m_cols - 1), {Qt::TextAlignmentRole});
+        }
+        return;
+    }
     if (col < 0 || col >= m_cols) {
         return;
     }

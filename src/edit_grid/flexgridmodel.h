@@ -59,6 +59,7 @@ public:
     void AddColItem(const QString &text);
 
     int ColAlignment(qint32 col) const;
+    /// Column -1 sets every column's alignment (also for setFixedAlignment).
     void setColAlignment(qint32 col, int alignment);
     int FixedAlignment(qint32 col) const;
     void setFixedAlignment(qint32 col, int alignment);

@@ -257,6 +257,7 @@ public:
     /// Stores the text, raises ChangedByProgram, and puts the old text back when the handler cancels. A cell
     /// outside the grid is refused (error 381) without an event.
     Q_INVOKABLE bool setTextMatrix(qint32 row, qint32 col, const QString &text);
+    /// In twips. Setting column -1 sets every column; the same holds for RowHeight (row -1) and the alignments.
     Q_INVOKABLE qint32 ColWidth(qint32 col) const { return Flexgd1->ColWidth(col); }
     Q_INVOKABLE void setColWidth(qint32 col, qint32 twips)
     {
