@@ -82,18 +82,20 @@ double sqliteScan(CConnection &db)
         const int columns = sqlite3_column_count(stmt);
         while (sqlite3_step(stmt) == SQLITE_ROW) {
             for (int c = 0; c < columns; ++c) {
-                switch (sqlite3_column_type(stmt, c)) {
+                // The cheapest way in: one call per column, then the value's own accessors.
+                sqlite3_value *value = sqlite3_column_value(stmt, c);
+                switch (sqlite3_value_type(value)) {
                 case SQLITE_INTEGER:
-                    touched += sqlite3_column_int64(stmt, c) != 0;
+                    touched += sqlite3_value_int64(value) != 0;
                     break;
                 case SQLITE_FLOAT:
-                    touched += sqlite3_column_double(stmt, c) != 0;
+                    touched += sqlite3_value_double(value) != 0;
                     break;
                 case SQLITE_NULL:
                     break;
                 default:
-                    touched += sqlite3_column_text(stmt, c) != nullptr;
-                    touched += sqlite3_column_bytes(stmt, c) > 0;
+                    touched += sqlite3_value_text(value) != nullptr;
+                    touched += sqlite3_value_bytes(value) > 0;
                     break;
                 }
             }

@@ -221,9 +221,6 @@ void decode(RawBatch &batch, const Positions &positions, const ItemLoader::Join 
         }
         batch.items.push_back(std::move(item));
     }
-    // The raw rows are not needed any more; the batch may wait a while to be taken.
-    batch.cells = {};
-    batch.bytes = {};
 }
 
 struct SqliteReader
@@ -293,6 +290,20 @@ public:
         }
     }
 
+    // Gives a batch whose items were taken back for reading into again: its buffers stay allocated, so the
+    // reading thread neither allocates nor touches fresh memory for every batch.
+    void recycle(std::unique_ptr<RawBatch> batch)
+    {
+        batch->state = RawBatch::State::Filled;
+        batch->rows = 0;
+        batch->cells.clear();
+        batch->bytes.clear();
+        batch->items.clear();
+        batch->partial = ItemLoader::Partial();
+        std::lock_guard lock(m_mutex);
+        m_spare.push_back(std::move(batch));
+    }
+
     void stop()
     {
         {
@@ -307,14 +318,28 @@ public:
     }
 
 private:
+    std::unique_ptr<RawBatch> spareBatch()
+    {
+        {
+            std::lock_guard lock(m_mutex);
+            if (!m_spare.empty()) {
+                std::unique_ptr<RawBatch> batch = std::move(m_spare.back());
+                m_spare.pop_back();
+                return batch;
+            }
+        }
+        auto batch = std::make_unique<RawBatch>();
+        batch->cells.reserve(kBatchRows * kItemColumns);
+        return batch;
+    }
+
     void read(const Fill &fill)
     {
         QString error;
         try {
             bool more = true;
             while (more) {
-                auto batch = std::make_unique<RawBatch>();
-                batch->cells.reserve(kBatchRows * kItemColumns);
+                std::unique_ptr<RawBatch> batch = spareBatch();
                 more = fill(*batch);
                 std::unique_lock lock(m_mutex);
                 // Ahead of the decoders: lend them a hand instead of reading on.
@@ -376,6 +401,7 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<std::unique_ptr<RawBatch>> m_batches;
+    std::vector<std::unique_ptr<RawBatch>> m_spare;
     bool m_readDone = false;
     bool m_stopping = false;
     QString m_error;
@@ -523,21 +549,25 @@ bool ItemLoader::loadSqlite(const QString &sql, Rows &rows)
             for (std::size_t i = 0; i < kItemColumns; ++i) {
                 RawCell cell;
                 const int c = positions[i];
-                switch (c < 0 ? SQLITE_NULL : sqlite3_column_type(stmt, c)) {
+                // One call per column reaches the stored value; the value_* calls on it skip the statement's
+                // checks and lock that every column_* call repeats. Safe here: this thread alone uses the
+                // connection, and the value is read before the next step.
+                sqlite3_value *value = c < 0 ? nullptr : sqlite3_column_value(stmt, c);
+                switch (value ? sqlite3_value_type(value) : SQLITE_NULL) {
                 case SQLITE_NULL:
                     break;
                 case SQLITE_INTEGER:
                     cell.kind = RawCell::Integer;
-                    cell.integer = sqlite3_column_int64(stmt, c);
+                    cell.integer = sqlite3_value_int64(value);
                     break;
                 case SQLITE_FLOAT:
                     cell.kind = RawCell::Real;
-                    cell.real = sqlite3_column_double(stmt, c);
+                    cell.real = sqlite3_value_double(value);
                     break;
                 case SQLITE_BLOB: {
                     cell.kind = RawCell::Blob;
-                    const void *blob = sqlite3_column_blob(stmt, c);
-                    cell.size = quint32(sqlite3_column_bytes(stmt, c));
+                    const void *blob = sqlite3_value_blob(value);
+                    cell.size = quint32(sqlite3_value_bytes(value));
                     cell.offset = quint32(batch.bytes.size());
                     batch.bytes.append(static_cast<const char *>(blob), cell.size);
                     break;
@@ -545,8 +575,8 @@ bool ItemLoader::loadSqlite(const QString &sql, Rows &rows)
                 default: {
                     cell.kind = RawCell::Text;
                     // The text pointer first: asking for the size first could leave a converted copy behind.
-                    const auto *text = reinterpret_cast<const char *>(sqlite3_column_text(stmt, c));
-                    cell.size = quint32(sqlite3_column_bytes(stmt, c));
+                    const auto *text = reinterpret_cast<const char *>(sqlite3_value_text(value));
+                    cell.size = quint32(sqlite3_value_bytes(value));
                     cell.offset = quint32(batch.bytes.size());
                     batch.bytes.append(text, cell.size);
                     break;
@@ -563,6 +593,7 @@ bool ItemLoader::loadSqlite(const QString &sql, Rows &rows)
     pipeline.start(fill);
     while (std::unique_ptr<RawBatch> batch = pipeline.next([&] { rows.idle(); })) {
         rows.take(*batch);
+        pipeline.recycle(std::move(batch));
     }
     return true;
 }
@@ -886,6 +917,7 @@ bool ItemLoader::loadPostgres(const QString &sql, Rows &rows)
         pipeline.start(fill);
         while (std::unique_ptr<RawBatch> batch = pipeline.next([&] { rows.idle(); })) {
             rows.take(*batch);
+            pipeline.recycle(std::move(batch));
         }
     }
     reader.done = true;
