@@ -261,9 +261,33 @@ public:
         }
     }
 
-    // The next decoded batch in order, or null when all were taken. Decodes while it waits, and calls `idle`
-    // (without the lock) about every 50 ms that brings nothing, e.g. while the engine sorts before the first row.
-    // Throws DbError for a failed read, and whatever `idle` throws.
+    // Hands every decoded batch to `take`, in order, then reads into it again. Decodes while it waits, and calls
+    // `idle` (without the lock) about every 50 ms that brings nothing, e.g. while the engine sorts before the first
+    // row. Throws DbError for a failed read, and whatever `take` or `idle` throws.
+    template<typename Take, typename Idle>
+    void drain(Take take, Idle idle)
+    {
+        while (std::unique_ptr<RawBatch> batch = next(idle)) {
+            take(*batch);
+            recycle(std::move(batch));
+        }
+    }
+
+    void stop()
+    {
+        {
+            std::lock_guard lock(m_mutex);
+            m_stopping = true;
+        }
+        m_changed.notify_all();
+        for (std::thread &thread : m_threads) {
+            thread.join();
+        }
+        m_threads.clear();
+    }
+
+private:
+    // The next decoded batch in order, or null when all were taken; see drain().
     template<typename Idle>
     std::unique_ptr<RawBatch> next(Idle idle)
     {
@@ -290,7 +314,7 @@ public:
         }
     }
 
-    // Gives a batch whose items were taken back for reading into again: its buffers stay allocated, so the
+    // Takes a batch whose items were taken back, for reading into again: its buffers stay allocated, so the
     // reading thread neither allocates nor touches fresh memory for every batch.
     void recycle(std::unique_ptr<RawBatch> batch)
     {
@@ -304,20 +328,6 @@ public:
         m_spare.push_back(std::move(batch));
     }
 
-    void stop()
-    {
-        {
-            std::lock_guard lock(m_mutex);
-            m_stopping = true;
-        }
-        m_changed.notify_all();
-        for (std::thread &thread : m_threads) {
-            thread.join();
-        }
-        m_threads.clear();
-    }
-
-private:
     std::unique_ptr<RawBatch> spareBatch()
     {
         {
@@ -591,10 +601,7 @@ bool ItemLoader::loadSqlite(const QString &sql, Rows &rows)
     m_path = Path::SQLite;
     Pipeline pipeline(positions, rows.join);
     pipeline.start(fill);
-    while (std::unique_ptr<RawBatch> batch = pipeline.next([&] { rows.idle(); })) {
-        rows.take(*batch);
-        pipeline.recycle(std::move(batch));
-    }
+    pipeline.drain([&](RawBatch &batch) { rows.take(batch); }, [&] { rows.idle(); });
     return true;
 }
 
@@ -915,10 +922,7 @@ bool ItemLoader::loadPostgres(const QString &sql, Rows &rows)
     {
         Pipeline pipeline(positions, rows.join);
         pipeline.start(fill);
-        while (std::unique_ptr<RawBatch> batch = pipeline.next([&] { rows.idle(); })) {
-            rows.take(*batch);
-            pipeline.recycle(std::move(batch));
-        }
+        pipeline.drain([&](RawBatch &batch) { rows.take(batch); }, [&] { rows.idle(); });
     }
     reader.done = true;
     return true;
