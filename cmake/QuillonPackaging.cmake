@@ -20,7 +20,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION office)
 # links, so they are named here.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_BINARY_DIR}/lib")
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libqt6sql6-sqlite, qt6-qpa-plugins")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libqt6sql6-sqlite, qt6-qpa-plugins, qt6-translations-l10n")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "libqt6sql6-psql, fonts-wqy-microhei")
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
     "Master data for purchasing, sales and inventory (进销存基础资料)

@@ -5,6 +5,7 @@
 #include "demodata.h"
 #include "frmconnect.h"
 #include "frmmain.h"
+#include "module1.h"
 #include "qtprompt.h"
 
 #include <QApplication>
@@ -74,6 +75,7 @@ int main(int argc, char *argv[])
     QApplication::setApplicationName(u"quillon"_s);
     QApplication::setApplicationDisplayName(u"Quillon进销存"_s);
     QApplication::setApplicationVersion(QStringLiteral(QUILLON_APP_VERSION));
+    Module1::LoadToolkitTranslations();
 
     QCommandLineParser parser;
     parser.setApplicationDescription(u"Quillon进销存 基础资料管理"_s);

@@ -4,9 +4,13 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QKeyEvent>
+#include <QLibraryInfo>
 #include <QLineEdit>
+#include <QLocale>
 #include <QPlainTextEdit>
+#include <QPointer>
 #include <QTextEdit>
+#include <QTranslator>
 
 using namespace Qt::StringLiterals;
 
@@ -56,6 +60,30 @@ void Module1::EnterToTab(qint16 keyCode)
     // Posted, not sent: the Enter that called us finishes first, as a queued keystroke would.
     QCoreApplication::postEvent(target, new QKeyEvent(QEvent::KeyPress, Qt::Key_Tab, Qt::NoModifier));
     QCoreApplication::postEvent(target, new QKeyEvent(QEvent::KeyRelease, Qt::Key_Tab, Qt::NoModifier));
+}
+
+bool Module1::LoadToolkitTranslations()
+{
+    static QPointer<QTranslator> s_loaded;
+    QCoreApplication *app = QCoreApplication::instance();
+    if (!app) {
+        return false;
+    }
+    if (s_loaded) {
+        return true;
+    }
+    QLocale locale = QLocale::system();
+    if (locale.language() != QLocale::Chinese) {
+        locale = QLocale(QLocale::Chinese, QLocale::SimplifiedHanScript, QLocale::China);
+    }
+    auto *translator = new QTranslator(app);
+    if (!translator->load(locale, u"qtbase"_s, u"_"_s, QLibraryInfo::path(QLibraryInfo::TranslationsPath))) {
+        delete translator;
+        return false;
+    }
+    QCoreApplication::installTranslator(translator);
+    s_loaded = translator;
+    return true;
 }
 
 void Module1::PrintGrid(qint32, QWidget *, const QString &, qint32, const QStringList &)

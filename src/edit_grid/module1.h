@@ -26,6 +26,10 @@ QUILLON_EXPORT bool CheckNumberText(QLineEdit *box, const QString &fieldName, bo
 QUILLON_EXPORT void SelectAllText(QWidget *control);
 /// Enter (13) moves the focus on as Tab would, through a posted Tab keystroke; other keys are left alone.
 QUILLON_EXPORT void EnterToTab(qint16 keyCode);
+/// Loads the toolkit's own Chinese texts (file dialogs, standard buttons) into the application, once. The program
+/// speaks Simplified Chinese, so they are Chinese whatever the locale (a Chinese locale of another script takes its
+/// own). False when there is no application object or the translation files are missing.
+QUILLON_EXPORT bool LoadToolkitTranslations();
 /// The main window's print hook: takes the grid and the heading texts and prints nothing.
 QUILLON_EXPORT void PrintGrid(qint32 mode, QWidget *grid, const QString &title, qint32 options,
                               const QStringList &headings);

@@ -39,6 +39,8 @@ CBus::CBus(QObject *parent)
     }
     followOwnNames(nullptr, m_allGoods);
     followOwnNames(nullptr, m_clients);
+    // The windows and dialogs this facade opens use the toolkit's own boxes too; a host need not load their texts.
+    Module1::LoadToolkitTranslations();
 }
 
 void CBus::followOwnNames(const std::shared_ptr<CItems> &old, const std::shared_ptr<CItems> &items)
