@@ -4,6 +4,8 @@
 
 #include "cconnection.h"
 #include "citems.h"
+#include "databasecopy.h"
+#include "dberror.h"
 #include "itemimport.h"
 #include "itemtype.h"
 #include "masterbackup.h"
@@ -190,12 +192,22 @@ int restore(const QString &dbUrl, QStringList args, QTextStream &in, QTextStream
         err << error << u'\n';
         return Failed;
     }
-    if (!yes) {
-        err << u"恢复会用备份中的资料替换 "_s << DatabaseUrl::masked(dbUrl) << u" 中的全部基础资料("_s;
-        for (qsizetype i = 0; i < check.rows.size(); ++i) {
-            err << (i ? u", "_s : QString()) << check.rows[i].first << u' ' << check.rows[i].second << u" 行"_s;
+    QList<qint64> before;
+    for (const auto &table : check.rows) {
+        try {
+            before.append(DatabaseCopy::rowsIn(*connection, {table.first}));
+        } catch (const DbError &) {
+            before.append(-1);
         }
-        err << u")。确实要恢复吗? [y/N] "_s;
+    }
+    const QStringList replaced = MasterBackup::replacementLines(*connection, check);
+    if (!yes) {
+        err << u"恢复会用备份 "_s << file << u" 替换 "_s << DatabaseUrl::masked(dbUrl)
+            << u" 中以下各表的全部内容,现在的内容将不再保留:\n"_s;
+        for (const QString &line : replaced) {
+            err << u"  "_s << line << u'\n';
+        }
+        err << u"确实要恢复吗? [y/N] "_s;
         err.flush();
         const QString answer = in.readLine().trimmed().toLower();
         if (answer != u"y"_s && answer != u"yes"_s && answer != u"是"_s) {
@@ -208,8 +220,9 @@ int restore(const QString &dbUrl, QStringList args, QTextStream &in, QTextStream
         err << result.error << u'\n';
         return Failed;
     }
-    for (const auto &[table, rows] : result.rows) {
-        out << table << u": "_s << rows << u" 行\n"_s;
+    for (qsizetype i = 0; i < result.rows.size(); ++i) {
+        out << result.rows[i].first << u": "_s << result.rows[i].second << u" 行(恢复前 "_s << before.value(i)
+            << u" 行)\n"_s;
     }
     out << u"已从 "_s << file << u" 恢复\n"_s;
     return Ok;

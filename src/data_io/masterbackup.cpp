@@ -4,6 +4,7 @@
 #include "cconnection.h"
 #include "citem.h"
 #include "databasecopy.h"
+#include "livefiles.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -189,6 +190,11 @@ MasterBackup::Result MasterBackup::inspect(const QString &file)
         result.error = u"备份文件 "_s + file + u" 不存在"_s;
         return result;
     }
+    // The live database is not probed: closing the probe would drop SQLite's locks on it.
+    result.error = LiveFiles::refusal(file, u"从中恢复"_s);
+    if (!result.error.isEmpty()) {
+        return result;
+    }
     QFile probe(file);
     if (!probe.open(QIODevice::ReadOnly) || !probe.read(16).startsWith("SQLite format 3")) {
         result.error = u"文件 "_s + file + u" 不是本程序的备份文件(不是 SQLite 数据库)"_s;
@@ -283,4 +289,24 @@ MasterBackup::Result MasterBackup::restore(CConnection &target, const QString &f
     }
     result.ok = true;
     return result;
+}
+
+QStringList MasterBackup::replacementLines(CConnection &target, const Result &inspected)
+{
+    QStringList lines;
+    for (const auto &[table, inBackup] : inspected.rows) {
+        QString now = u"?"_s;
+        try {
+            now = QString::number(DatabaseCopy::rowsIn(target, {table}));
+        } catch (const DbError &) {
+            // A table the database lacks or cannot count is still named: it is replaced all the same.
+        }
+        const QString what = table == u"T_Item"_s ? u"基础资料"_s
+            : table == u"T_GoodsPrice"_s          ? u"客户和客户类别的商品价格"_s
+            : table == u"T_GoodsInOutList"_s      ? u"商品出入库明细"_s
+                                                  : QString();
+        lines.append(table + (what.isEmpty() ? QString() : u"("_s + what + u")"_s) + u": 现有 "_s + now
+                     + u" 行, 备份中 "_s + QString::number(inBackup) + u" 行"_s);
+    }
+    return lines;
 }

@@ -6,6 +6,7 @@
 #include <QList>
 #include <QPair>
 #include <QString>
+#include <QStringList>
 
 class CConnection;
 
@@ -37,6 +38,9 @@ public:
     static Result inspect(const QString &file);
     /// Replaces the master data of `target` with the backup's, in one transaction; on failure nothing changed.
     static Result restore(CConnection &target, const QString &file);
+    /// What a restore replaces, a line a table: its name, what it holds, its rows in `target` now and in the backup
+    /// (`inspected`, from inspect()). Rows that cannot be counted show as "?".
+    static QStringList replacementLines(CConnection &target, const Result &inspected);
 };
 
 #endif

@@ -1,4 +1,5 @@
 #include "workbookreader.h"
+#include "livefiles.h"
 #include "xlsprocess.h"
 
 #include <QDate>
@@ -1215,6 +1216,10 @@ bool WorkbookReader::open()
     d->closeAll();
     d->sheets.clear();
     d->error.clear();
+    // Not even a probe of the live database: closing it would drop SQLite's locks on the file.
+    if (const QString refused = LiveFiles::refusal(d->file, u"从中导入"_s); !refused.isEmpty()) {
+        return d->fail(refused);
+    }
     QFile probe(d->file);
     if (!probe.open(QIODevice::ReadOnly)) {
         return d->fail(u"无法打开文件 "_s + d->file + u": "_s + probe.errorString());

@@ -9,6 +9,7 @@
 #include <QDateTime>
 #include <QDialog>
 #include <QLineEdit>
+#include <QPushButton>
 
 #include <QKeyEvent>
 #include <QStyle>
@@ -35,7 +36,49 @@ protected:
     }
 };
 
+class EnterAction : public QObject
+{
+public:
+    EnterAction(QObject *parent, std::function<void()> action)
+        : QObject(parent)
+        , m_action(std::move(action))
+    { }
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::KeyPress) {
+            const auto *key = static_cast<QKeyEvent *>(event);
+            if ((key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter) && key->modifiers() == Qt::NoModifier) {
+                m_action();
+                return true;
+            }
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    std::function<void()> m_action;
+};
+
 } // namespace
+
+void DialogSupport::onEnter(QWidget *field, std::function<void()> action)
+{
+    field->installEventFilter(new EnterAction(field, std::move(action)));
+}
+
+void DialogSupport::enterPressesFocusedButton(QDialog *dialog)
+{
+    const QList<QPushButton *> buttons = dialog->findChildren<QPushButton *>();
+    for (QPushButton *button : buttons) {
+        onEnter(button, [button]() {
+            if (button->isEnabled()) {
+                button->click();
+            }
+        });
+    }
+}
 
 void DialogSupport::enterMovesOn(const QList<QWidget *> &fields)
 {

@@ -8,6 +8,7 @@
 
 #include <QObject>
 
+#include <functional>
 #include <memory>
 
 class CItems;
@@ -20,6 +21,11 @@ namespace DialogSupport {
 
 /// Makes Enter in each of `fields` move the focus on, as Tab would (EnterToTab).
 void enterMovesOn(const QList<QWidget *> &fields);
+/// Makes Enter in `field` call `action` and nothing else (no default button of the dialog is pressed).
+void onEnter(QWidget *field, std::function<void()> action);
+/// Makes Enter on any push button of `dialog` that has the keyboard focus press that button, not the dialog's
+/// default one (a button that is not auto-default ignores Enter and the dialog would press its default).
+void enterPressesFocusedButton(QDialog *dialog);
 
 /// Refuses a dialog's input: the message in an exclamation box, then the box's text selected. Returns false.
 bool refuse(QLineEdit *box, const QString &message);

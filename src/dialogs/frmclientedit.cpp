@@ -132,6 +132,7 @@ frmClientEdit::frmClientEdit(QWidget *parent)
         }
     });
     connect(txtSpell, &QLineEdit::textEdited, this, [this]() { m_spellTouched = !txtSpell->text().isEmpty(); });
+    DialogSupport::enterPressesFocusedButton(this);
 }
 
 frmClientEdit::~frmClientEdit() = default;

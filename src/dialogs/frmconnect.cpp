@@ -1,6 +1,8 @@
 #include "frmconnect.h"
 
 #include "cconnection.h"
+#include "dialogsupport.h"
+#include "filedialogs.h"
 #include "prompt.h"
 
 #include <QApplication>
@@ -108,6 +110,7 @@ frmConnect::frmConnect(QWidget *parent)
     // The button box would accept on its own; 确定 checks the fields first.
     connect(cmdOK, &QPushButton::clicked, this, &frmConnect::cmdOK_Click);
     connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject);
+    DialogSupport::enterPressesFocusedButton(this);
 }
 
 frmConnect::~frmConnect() = default;
@@ -234,7 +237,7 @@ bool frmConnect::cmdTest_Click()
 
 void frmConnect::cmdBrowse_Click()
 {
-    const QString chosen = QFileDialog::getSaveFileName(this, u"数据库文件"_s, txtFile->text(),
+    const QString chosen = FileDialogs::getSaveFileName(this, u"数据库文件"_s, txtFile->text(),
                                                         u"SQLite 数据库 (*.db *.sqlite);;所有文件 (*)"_s, nullptr,
                                                         QFileDialog::DontConfirmOverwrite);
     if (!chosen.isEmpty()) {

@@ -130,6 +130,7 @@ frmGoodsEdit::frmGoodsEdit(QWidget *parent)
             suggestNumber();
         }
     });
+    DialogSupport::enterPressesFocusedButton(this);
 }
 
 frmGoodsEdit::~frmGoodsEdit() = default;

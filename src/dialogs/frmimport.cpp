@@ -1,6 +1,8 @@
 #include "frmimport.h"
 
 #include "citems.h"
+#include "dialogsupport.h"
+#include "filedialogs.h"
 #include "itemimport.h"
 #include "prompt.h"
 
@@ -112,7 +114,13 @@ frmImport::frmImport(CItems *items, CItems *units, CItems *goodsTypes, CItems *c
     resize(820, 620);
 
     connect(cmdBrowse, &QPushButton::clicked, this, &frmImport::cmdBrowse_Click);
-    connect(txtFile, &QLineEdit::editingFinished, this, [this]() { setFile(txtFile->text().trimmed()); });
+    connect(txtFile, &QLineEdit::editingFinished, this, [this]() {
+        if (txtFile->text().trimmed() != m_shownFile) {
+            setFile(txtFile->text().trimmed());
+        }
+    });
+    // Enter in the file box shows that file; it is no press of a button.
+    DialogSupport::onEnter(txtFile, [this]() { setFile(txtFile->text().trimmed()); });
     connect(cmbSheet, &QComboBox::currentIndexChanged, this, [this]() {
         if (!m_loadingSheets) {
             showPreview();
@@ -121,6 +129,7 @@ frmImport::frmImport(CItems *items, CItems *units, CItems *goodsTypes, CItems *c
     connect(cmdCheck, &QPushButton::clicked, this, [this]() { cmdCheck_Click(); });
     connect(cmdImport, &QPushButton::clicked, this, [this]() { cmdImport_Click(); });
     connect(cmdClose, &QPushButton::clicked, this, &QDialog::reject);
+    DialogSupport::enterPressesFocusedButton(this);
 }
 
 frmImport::~frmImport() = default;
@@ -128,7 +137,7 @@ frmImport::~frmImport() = default;
 void frmImport::cmdBrowse_Click()
 {
     const QString file =
-        QFileDialog::getOpenFileName(this, u"选择要导入的文件"_s, QFileInfo(txtFile->text()).path(),
+        FileDialogs::getOpenFileName(this, u"选择要导入的文件"_s, QFileInfo(txtFile->text()).path(),
                                      u"Excel 工作簿 (*.xlsx *.xls);;CSV 文件 (*.csv *.txt);;所有文件 (*)"_s);
     if (!file.isEmpty()) {
         setFile(file);
@@ -138,6 +147,7 @@ void frmImport::cmdBrowse_Click()
 void frmImport::setFile(const QString &file)
 {
     txtFile->setText(file);
+    m_shownFile = file;
     grdErrors->setRowCount(0);
     lblSummary->clear();
     const ItemImport::Preview preview = ItemImport::preview(file, QString(), 0);
@@ -242,6 +252,7 @@ bool frmImport::runImport(bool dryRun)
     if (dryRun || !report.written) {
         return dryRun && report.ok;
     }
+    m_imported = true;
     QString done = u"导入完成: 新增 "_s + QString::number(report.added) + u" 条, 更新 "_s
         + QString::number(report.updated) + u" 条。"_s;
     if (report.badRows > 0) {
@@ -250,7 +261,7 @@ bool frmImport::runImport(bool dryRun)
         if (CPrompt::current().MsgBox(done, CPrompt::vbYesNo | CPrompt::vbQuestion, CPrompt::messageTitle())
             == CPrompt::vbYes) {
             const QString target =
-                QFileDialog::getSaveFileName(this, u"保存有错误的行"_s, QString(), u"Excel 工作簿 (*.xlsx)"_s, nullptr,
+                FileDialogs::getSaveFileName(this, u"保存有错误的行"_s, QString(), u"Excel 工作簿 (*.xlsx)"_s, nullptr,
                                              QFileDialog::DontConfirmOverwrite);
             QString error;
             const QString sheet = u"导入错误"_s + QDateTime::currentDateTime().toString(u"MMddhhmmss"_s);

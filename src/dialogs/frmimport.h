@@ -55,6 +55,8 @@ public:
     bool cmdCheck_Click();
     /// Checks, asks, imports; true when something was written.
     bool cmdImport_Click();
+    /// Whether anything was written since the dialog was made.
+    bool imported() const { return m_imported; }
 
 private:
     void cmdBrowse_Click();
@@ -65,6 +67,8 @@ private:
     std::unique_ptr<ItemImport> m_import;
     ItemImport::Report m_report; // of the last check or import
     bool m_loadingSheets = false;
+    bool m_imported = false;
+    QString m_shownFile; // the file the preview was read from
 };
 
 #endif

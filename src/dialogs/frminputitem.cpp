@@ -1,5 +1,6 @@
 #include "frminputitem.h"
 
+#include "dialogsupport.h"
 #include "module1.h"
 #include "prompt.h"
 
@@ -38,6 +39,7 @@ frmInputItem::frmInputItem(QWidget *parent)
     layout->addWidget(txtInput);
     layout->addWidget(buttons);
     setMinimumWidth(360);
+    DialogSupport::enterPressesFocusedButton(this);
 }
 
 frmInputItem::~frmInputItem() = default;

@@ -2,6 +2,7 @@
 
 #include "citems.h"
 #include "cspell.h"
+#include "dialogsupport.h"
 #include "itemtablemodel.h"
 #include "itemtextquery.h"
 #include "module1.h"
@@ -151,6 +152,7 @@ frmSearch::frmSearch(QWidget *parent)
     }
     connect(cmdFind, &QPushButton::clicked, this, &frmSearch::cmdFind_Click);
     connect(cmdClose, &QPushButton::clicked, this, &QDialog::close);
+    DialogSupport::enterPressesFocusedButton(this);
 }
 
 frmSearch::~frmSearch() = default;

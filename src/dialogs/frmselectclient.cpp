@@ -1,6 +1,7 @@
 #include "frmselectclient.h"
 
 #include "citems.h"
+#include "dialogsupport.h"
 #include "itemlistmodel.h"
 #include "module1.h"
 
@@ -94,6 +95,7 @@ frmSelectClient::frmSelectClient(QWidget *parent)
     connect(lvClients, &QTableView::doubleClicked, this, &frmSelectClient::choose);
     txtSearch->installEventFilter(this);
     lvClients->installEventFilter(this);
+    DialogSupport::enterPressesFocusedButton(this);
 }
 
 frmSelectClient::~frmSelectClient() = default;

@@ -164,6 +164,7 @@ frmSelectGoodsEx::frmSelectGoodsEx(QWidget *parent)
           static_cast<QWidget *>(txtPrice), static_cast<QWidget *>(lvLines)}) {
         w->installEventFilter(this);
     }
+    DialogSupport::enterPressesFocusedButton(this);
 }
 
 frmSelectGoodsEx::~frmSelectGoodsEx() = default;

@@ -1,6 +1,7 @@
 #include "frmselectitem.h"
 
 #include "citems.h"
+#include "dialogsupport.h"
 #include "itemlistmodel.h"
 
 #include <QHBoxLayout>
@@ -113,6 +114,7 @@ frmSelectItem::frmSelectItem(QWidget *parent)
             toggleRow(lstItems->currentIndex().row());
         }
     }));
+    DialogSupport::enterPressesFocusedButton(this);
 }
 
 void frmSelectItem::toggleRow(int row)

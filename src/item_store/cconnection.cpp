@@ -3,6 +3,7 @@
 #include "changelog.h"
 #include "crecordset.h"
 #include "currency.h"
+#include "livefiles.h"
 
 #include <QAtomicInt>
 #include <QDate>
@@ -337,6 +338,10 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
         }
     }
     connection->m_memory = where.databaseName == u":memory:"_s;
+    if (where.engine == Engine::SQLite && !connection->m_memory) {
+        connection->m_liveFile = where.databaseName;
+        LiveFiles::add(connection->m_liveFile);
+    }
     connection->setUp();
     return connection;
 }
@@ -483,6 +488,10 @@ void CConnection::Close()
     m_tableRecords.clear();
     m_layouts.clear();
     QSqlDatabase::removeDatabase(m_connectionName);
+    if (!m_liveFile.isEmpty()) {
+        LiveFiles::remove(m_liveFile);
+        m_liveFile.clear();
+    }
 }
 
 QSqlQuery CConnection::prepare(const QString &sql, const QVariantList &params, bool forwardOnly)

@@ -127,6 +127,7 @@ private:
     int m_depth = 0;
     bool m_rollbackOnly = false;
     bool m_memory = false;
+    QString m_liveFile; // the SQLite file while it is open
     // Columns per table (lower-case name); asked once, since every save opens its table.
     mutable QHash<QString, QSqlRecord> m_tableRecords;
     // Columns per statement text: reading a result's columns builds a field list, which costs more than a row.

@@ -3,6 +3,7 @@
 #include "cconnection.h"
 #include "citems.h"
 #include "excelconnection.h"
+#include "filedialogs.h"
 #include "frmclientedit.h"
 #include "frmconnect.h"
 #include "frmgoodsedit.h"
@@ -668,6 +669,11 @@ void frmMain::markNode(QTreeWidgetItem *node)
 
 bool frmMain::settleChanges()
 {
+    // Text typed into an open edit box is the clerk's work too: it goes into the grid first, as Enter would put
+    // it, so that the question below covers it. A text the grid refuses keeps the box open and the window as it is.
+    if (!Flexgd1->commitEditor()) {
+        return false;
+    }
     if (!button(u"保存"_s)->isEnabled()) {
         return true;
     }
@@ -743,6 +749,10 @@ void frmMain::showKind(int itemType)
     updateTitle();
     if (m_search) {
         m_search->setGrid(Flexgd1);
+        m_search->setWindowTitle(u"查找"_s + nodeText(itemType));
+        if (!itemModel()) {
+            m_search->close();
+        }
     }
 }
 
@@ -813,7 +823,9 @@ bool frmMain::saveGrid()
         return true;
     }
     // An edit box still open holds text not yet in the model.
-    Flexgd1->commitEditor();
+    if (!Flexgd1->commitEditor()) {
+        return false;
+    }
     QApplication::setOverrideCursor(Qt::WaitCursor);
     const bool saved = model->SaveChanges();
     QApplication::restoreOverrideCursor();
@@ -980,7 +992,7 @@ void frmMain::mnuExportToExcel_Click()
     // The export adds a sheet to a workbook that exists rather than replacing it, so the dialog's "replace?" would
     // ask the wrong question; the export asks its own.
     const QString file =
-        QFileDialog::getSaveFileName(this, u"导出到Excel"_s, QString(), kExportFilterXlsx + u";;"_s + kExportFilterXls,
+        FileDialogs::getSaveFileName(this, u"导出到Excel"_s, QString(), kExportFilterXlsx + u";;"_s + kExportFilterXls,
                                      &filter, QFileDialog::DontConfirmOverwrite);
     ExportGridTo(ExportFileName(file, filter));
 }
@@ -1045,13 +1057,28 @@ void frmMain::mnuImport_Click()
                      collection(itemTypeNumber(ItemType::GoodsType)).get(),
                      collection(itemTypeNumber(ItemType::ClientType)).get(), this);
     dialog.exec();
-    // Units and types the import created are in their lists now; the grid shows the reloaded items.
+    if (!dialog.imported()) {
+        return;
+    }
+    // Units and types the import created are in their lists now; the grid shows the reloaded items, on the row the
+    // clerk was on.
+    const CItemPtr current = itemModel() ? itemModel()->itemAt(Flexgd1->currentIndex().row()) : nullptr;
+    const int column = Flexgd1->currentIndex().column();
     showKind(m_kind);
+    ItemTableModel *model = itemModel();
+    if (current && model) {
+        const int row = model->rowOfID(current->F_ID());
+        if (row >= 0) {
+            const QModelIndex cell = model->index(row, qMax(0, column));
+            Flexgd1->setCurrentIndex(cell);
+            Flexgd1->scrollTo(cell);
+        }
+    }
 }
 
 void frmMain::mnuBackup_Click()
 {
-    const QString file = QFileDialog::getSaveFileName(
+    const QString file = FileDialogs::getSaveFileName(
         this, u"备份基础资料"_s, u"基础资料备份"_s + QDateTime::currentDateTime().toString(u"yyyyMMdd-hhmmss"_s),
         u"备份文件 (*.qlbak)"_s);
     if (!file.trimmed().isEmpty()) {
@@ -1079,7 +1106,7 @@ bool frmMain::BackupTo(const QString &file)
 
 void frmMain::mnuRestore_Click()
 {
-    const QString file = QFileDialog::getOpenFileName(this, u"从备份恢复基础资料"_s, QString(),
+    const QString file = FileDialogs::getOpenFileName(this, u"从备份恢复基础资料"_s, QString(),
                                                       u"备份文件 (*.qlbak *.db);;所有文件 (*)"_s);
     if (!file.trimmed().isEmpty()) {
         RestoreFrom(file);
@@ -1097,9 +1124,11 @@ bool frmMain::RestoreFrom(const QString &file)
         CPrompt::current().MsgBox(check.error, CPrompt::vbExclamation, CPrompt::messageTitle());
         return false;
     }
-    if (CPrompt::current().MsgBox(u"恢复会用备份中的 "_s + QString::number(check.rows.value(0).second)
-                                      + u" 条资料替换现在的全部基础资料,现在的资料将不再保留。\r\n您确实要恢复吗?"_s,
-                                  CPrompt::vbYesNo | CPrompt::vbQuestion, CPrompt::messageTitle())
+    // Everything the restore throws away is named, and the safe answer is the default.
+    if (CPrompt::current().MsgBox(
+            u"恢复会用备份文件 "_s + file + u" 替换数据库中以下各表的全部内容,现在的内容将不再保留:\r\n"_s
+                + MasterBackup::replacementLines(*m_connection, check).join(u"\r\n"_s) + u"\r\n您确实要恢复吗?"_s,
+            CPrompt::vbYesNo | CPrompt::vbQuestion | CPrompt::vbDefaultButton2, CPrompt::messageTitle())
         != CPrompt::vbYes) {
         return false;
     }

@@ -3,7 +3,9 @@
 #include "itemtablemodel.h"
 #include "module1.h"
 
+#include <QCoreApplication>
 #include <QHeaderView>
+#include <QInputMethodEvent>
 #include <QLineEdit>
 #include <QStyledItemDelegate>
 #include <QTimer>
@@ -30,10 +32,18 @@ public:
     void setEditorData(QWidget *editor, const QModelIndex &index) const override
     {
         auto *line = static_cast<QLineEdit *>(editor);
-        line->setText(index.data(Qt::EditRole).toString());
-        // After the view has given the editor the focus (a typed key replaces the selection).
-        QTimer::singleShot(0, line, [line]() {
-            if (line->hasFocus() && line->text().size() > 1) {
+        // The view hands an open box the cell's text again whenever the cell changes (another seat's save): what
+        // the clerk has typed stays.
+        if (line->isModified()) {
+            return;
+        }
+        const QString text = index.data(Qt::EditRole).toString();
+        line->setText(text);
+        // After the view has given the editor the focus. Only the text the box opened with is selected: a key or an
+        // input method that typed since has replaced it already, and its text must not be selected for the next
+        // piece to replace.
+        QTimer::singleShot(0, line, [line, text]() {
+            if (line->hasFocus() && !line->isModified() && line->text() == text && text.size() > 1) {
                 Module1::SelectAllText(line);
             }
         });
@@ -105,15 +115,42 @@ void ItemGrid::sizeColumns()
     }
 }
 
-void ItemGrid::commitEditor()
+bool ItemGrid::commitEditor()
 {
     if (state() != QAbstractItemView::EditingState) {
-        return;
+        return true;
     }
-    if (QWidget *editor = indexWidget(currentIndex())) {
-        commitData(editor);
-        closeEditor(editor, QAbstractItemDelegate::NoHint);
+    QWidget *editor = indexWidget(currentIndex());
+    if (!editor) {
+        return true;
     }
+    bool refused = false;
+    QMetaObject::Connection watch;
+    if (auto *items = qobject_cast<ItemTableModel *>(model())) {
+        watch = connect(items, &ItemTableModel::editRejected, this, [&refused]() { refused = true; });
+    }
+    commitData(editor);
+    disconnect(watch);
+    if (refused) {
+        editor->setFocus();
+        return false;
+    }
+    closeEditor(editor, QAbstractItemDelegate::NoHint);
+    return true;
+}
+
+void ItemGrid::inputMethodEvent(QInputMethodEvent *event)
+{
+    // The view opens the edit box for the first text of an input method but does not hand it the text: a word
+    // committed while the grid has the focus would be lost. The box gets it as it gets a typed key.
+    const bool text = !event->commitString().isEmpty() || !event->preeditString().isEmpty();
+    if (text && state() != EditingState && currentIndex().isValid() && edit(currentIndex(), AnyKeyPressed, event)) {
+        if (QWidget *editor = indexWidget(currentIndex())) {
+            QCoreApplication::sendEvent(editor, event);
+            return;
+        }
+    }
+    QTableView::inputMethodEvent(event);
 }
 
 qint32 ItemGrid::Rows() const

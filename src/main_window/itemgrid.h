@@ -60,8 +60,12 @@ public:
     void setScrollBars(int bars);
 
     void setModel(QAbstractItemModel *model) override;
-    /// Hands the text of an open edit box to the model and closes the box.
-    void commitEditor();
+    /// Hands the text of an open edit box to the model and closes the box. False when the model refused the text:
+    /// the box then stays open with it, for the clerk to correct.
+    bool commitEditor();
+
+protected:
+    void inputMethodEvent(QInputMethodEvent *event) override;
 
 private:
     void sizeColumns();

@@ -1,5 +1,7 @@
 #include "excelconnection.h"
 
+#include "livefiles.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -595,6 +597,10 @@ bool ExcelConnection::Open(const QString &connectionString)
         return d->fail(ErrOpenFailed, u"连接字符串中没有文件名(DBQ)"_s);
     }
     d->file = QFileInfo(file).absoluteFilePath();
+    // The live database is neither read as a workbook nor replaced by one.
+    if (const QString refused = LiveFiles::refusal(d->file, u"导出到其中"_s); !refused.isEmpty()) {
+        return d->fail(ErrOpenFailed, refused);
+    }
     d->exists = QFileInfo::exists(d->file);
     if (d->exists) {
         // The new workbook replaces the file by renaming, which the folder allows even where the file itself is
@@ -626,6 +632,9 @@ bool ExcelConnection::isOpen() const
 
 bool ExcelConnection::holdsWorkbook(const QString &file)
 {
+    if (LiveFiles::isLive(file)) {
+        return false;
+    }
     QFile probe(file);
     return probe.open(QIODevice::ReadOnly) && probe.read(4) == QByteArrayLiteral("PK\x03\x04");
 }
