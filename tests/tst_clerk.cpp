@@ -22,6 +22,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QDialogButtonBox>
 #include <QDir>
 #include <QFileDialog>
@@ -287,6 +288,10 @@ private Q_SLOTS:
         });
         form()->mnuImport->trigger();
         QVERIFY(!QTest::currentTestFailed());
+        // A backup named like the database's journal would be taken for one.
+        QVERIFY(!form()->BackupTo(m_dbFile + u"-journal"_s));
+        QVERIFY2(m_prompt->lastText().contains(u"正在使用的数据库"_s), qPrintable(m_prompt->lastText()));
+        QVERIFY(!QFileInfo::exists(m_dbFile + u"-journal"_s));
         checkTheSeatStillHoldsTheDatabase(u"可乐(拒绝之后)"_s);
     }
 
@@ -426,6 +431,30 @@ private Q_SLOTS:
         QVERIFY(!QTest::currentTestFailed());
         QCOMPARE(model(), before);
         QCOMPARE(form()->Flexgd1->currentIndex(), row);
+        QCOMPARE(storedCount(itemTypeNumber(ItemType::Goods)), 3);
+    }
+
+    // An import that overwrites existing goods says so, and 否 is its default.
+    void importUpdateQuestionDefaultsToNo()
+    {
+        const QString csv = m_dir.filePath(u"update-%1.csv"_s.arg(QDateTime::currentMSecsSinceEpoch()));
+        {
+            QFile file(csv);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write("编号,名称\nG001,百事可乐\nG100,橙汁\n");
+        }
+        ModalTest::whenModal<frmImport>(this, [csv](frmImport *dialog) {
+            dialog->setFile(csv);
+            dialog->chkUpdate->setChecked(true);
+            QVERIFY(!dialog->cmdImport_Click());
+            dialog->cmdClose->click();
+        });
+        form()->mnuImport->trigger();
+        QVERIFY(!QTest::currentTestFailed());
+        const ScriptedPrompt::Shown question = m_prompt->shown().value(0);
+        QVERIFY2(question.text.contains(u"替换现在的内容"_s), qPrintable(question.text));
+        QCOMPARE(question.style & CPrompt::vbDefaultButton2, int(CPrompt::vbDefaultButton2));
+        QCOMPARE(storedName(kCola), u"可乐"_s);
         QCOMPARE(storedCount(itemTypeNumber(ItemType::Goods)), 3);
     }
 

@@ -203,18 +203,27 @@ private Q_SLOTS:
         auto source = shop();
         QVERIFY(source);
         const QString file = newFile();
+        QString asked;
         auto cli = [&](const QStringList &args, const QByteArray &input) {
             QProcess p;
             p.start(QCoreApplication::applicationDirPath() + u"/quillon-cli"_s, args);
             p.write(input);
             p.closeWriteChannel();
             p.waitForFinished(60000);
+            asked = QString::fromUtf8(p.readAllStandardError());
             return p.exitCode();
         };
         QCOMPARE(cli({u"--db"_s, source->url(), u"backup"_s, file}, {}), 0);
         auto target = TestDatabase::create();
         ItemFixtures::insert(*target, {1, 6, u"X"_s, u"留下"_s});
         QCOMPARE(cli({u"--db"_s, target->url(), u"restore"_s, file}, "n\n"), 1);
+        QCOMPARE(ItemFixtures::count(*target, u"SELECT COUNT(*) FROM T_Item"_s), 1);
+        // The question names every table it replaces, with its rows now and in the file; a bare Enter is no.
+        for (const QString &part :
+             {u"T_Item(基础资料): 现有 1 行, 备份中 "_s, u"T_GoodsPrice"_s, u"T_GoodsInOutList"_s, u"[y/N]"_s}) {
+            QVERIFY2(asked.contains(part), qPrintable(part + u" in: "_s + asked));
+        }
+        QCOMPARE(cli({u"--db"_s, target->url(), u"restore"_s, file}, "\n"), 1);
         QCOMPARE(ItemFixtures::count(*target, u"SELECT COUNT(*) FROM T_Item"_s), 1);
         QCOMPARE(cli({u"--db"_s, target->url(), u"restore"_s, file, u"--yes"_s}, {}), 0);
         QCOMPARE(ItemFixtures::count(*target, u"SELECT COUNT(*) FROM T_Item"_s),

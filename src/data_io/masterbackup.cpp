@@ -80,6 +80,11 @@ bool sqliteExec(sqlite3 *db, const char *sql, QString *error)
 MasterBackup::Result MasterBackup::backup(CConnection &source, const QString &file)
 {
     Result result;
+    // A backup named like the live database's journal would be taken for a journal of its own.
+    result.error = LiveFiles::refusal(file, u"作为备份文件"_s);
+    if (!result.error.isEmpty()) {
+        return result;
+    }
     if (QFileInfo::exists(file)) {
         result.error = u"文件 "_s + file + u" 已经存在;备份不会覆盖已有的文件,请换一个文件名"_s;
         return result;

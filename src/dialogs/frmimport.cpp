@@ -303,8 +303,14 @@ bool frmImport::cmdImport_Click()
     if (m_report.badRows > 0) {
         question += u", 跳过有错误的 "_s + QString::number(m_report.badRows) + u" 行"_s;
     }
-    if (CPrompt::current().MsgBox(question, CPrompt::vbYesNo | CPrompt::vbQuestion, CPrompt::messageTitle())
-        != CPrompt::vbYes) {
+    int style = CPrompt::vbYesNo | CPrompt::vbQuestion;
+    if (m_report.updated > 0) {
+        // Updates overwrite what the clerks typed before: said plainly, and not done by a hasty Enter.
+        question += u"\r\n更新的 "_s + QString::number(m_report.updated)
+            + u" 条已有资料中,表格里有的各列将替换现在的内容,原来的内容不再保留。"_s;
+        style |= CPrompt::vbDefaultButton2;
+    }
+    if (CPrompt::current().MsgBox(question, style, CPrompt::messageTitle()) != CPrompt::vbYes) {
         return false;
     }
     return runImport(false);

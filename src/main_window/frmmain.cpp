@@ -1035,7 +1035,9 @@ bool frmMain::ExportGridTo(const QString &chosen)
         != CPrompt::vbYes) {
         return false;
     }
-    Flexgd1->commitEditor();
+    if (!Flexgd1->commitEditor()) {
+        return false;
+    }
     bool ok = false;
     QApplication::setOverrideCursor(Qt::WaitCursor);
     Q_EMIT ExportRequested(file, sheet, ok);

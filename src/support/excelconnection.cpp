@@ -381,6 +381,9 @@ void removeLeftoverCopies(const QString &file)
         // A copy that is a whole workbook may be the user's own ("商品.xlsx.backup"): only a half-written one, which
         // lacks the zip directory written last, is a leftover.
         const QString path = info.absoluteDir().filePath(name);
+        if (LiveFiles::isLive(path)) {
+            continue;
+        }
         QFile candidate(path);
         if (!candidate.open(QIODevice::ReadOnly)) {
             continue;
