@@ -10,6 +10,7 @@
 #include "frmimport.h"
 #include "frmmain.h"
 #include "frmsearch.h"
+#include "frmselectclient.h"
 #include "itemfixtures.h"
 #include "itemgrid.h"
 #include "itemtablemodel.h"
@@ -530,6 +531,31 @@ private Q_SLOTS:
         QCOMPARE(storedName(kCola), u"可乐"_s);
         QCOMPARE(goodsCell(kCola, ItemTableModel::ItemName).data().toString(), u"可乐"_s);
         QCOMPARE(storedName(11), u"Chateau d'Or"_s);
+        // Search the goods by name: the grid lands on them.
+        form()->mnuSearch->trigger();
+        auto *search = form()->findChild<frmSearch *>();
+        QVERIFY(search);
+        search->txtName->setText(u"Chateau"_s);
+        search->cmdFind_Click();
+        QCOMPARE(model()->itemAt(form()->Flexgd1->currentIndex().row())->F_ID(), 11);
+        search->close();
+        // Add a client in its dialog and pick it by its mnemonic code, as a sales window does.
+        form()->selectKind(itemTypeNumber(ItemType::Client));
+        ModalTest::whenModal<frmClientEdit>(this, [](frmClientEdit *dialog) {
+            dialog->findChild<QLineEdit *>(u"txtName"_s)->setText(u"华联超市"_s);
+            dialog->findChild<QPushButton *>(u"cmdOK"_s)->click();
+        });
+        form()->mnuEditNew->trigger();
+        QVERIFY(!QTest::currentTestFailed());
+        QCOMPARE(storedCount(itemTypeNumber(ItemType::Client)), 1);
+        ModalTest::whenModal<frmSelectClient>(this, [](frmSelectClient *dialog) {
+            dialog->txtSearch->setFocus();
+            typeText(dialog->txtSearch, u"hl"_s);
+            QTest::keyClick(dialog->txtSearch, Qt::Key_Return);
+        });
+        const CItemPtr picked = m_bus->SelectClient();
+        QVERIFY(picked);
+        QCOMPARE(picked->F_ItemName(), u"华联超市"_s);
         // Connect elsewhere: the window hands the chosen database to the host after settling.
         ModalTest::whenModal<frmConnect>(this, [](frmConnect *dialog) { dialog->reject(); });
         form()->mnuConnect->trigger();
