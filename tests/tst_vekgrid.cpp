@@ -13,11 +13,14 @@
 #include <QMenu>
 #include <QPdfWriter>
 #include <QScopeGuard>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QSqlQuery>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QWheelEvent>
+#include <QWindow>
 
 using namespace Qt::StringLiterals;
 
@@ -728,6 +731,204 @@ private Q_SLOTS:
         QVERIFY(m_grid->setTextMatrix(1, 1, u"乙"_s));
         QCOMPARE(m_grid->lastError(), 0);
         QCOMPARE(events, 1);
+    }
+
+    // Regression: setCols(-1) emptied the grid while setRows(-1) was refused; Col, FixedRows, FixedCols,
+    // ColWidth and RowHeight outside the grid were ignored or clamped without a word; RemoveItem of the heading
+    // turned the first record into the heading.
+    void badColumnsAndSizesAreRefusedLikeRows()
+    {
+        m_grid->setTextMatrix(1, 1, u"甲"_s);
+        const auto refused = [this](bool ok, int error) {
+            QVERIFY(!ok);
+            QCOMPARE(m_grid->lastError(), error);
+        };
+        refused(m_grid->setCols(-1), VekGrid::kErrInvalidValue);
+        QCOMPARE(m_grid->Cols(), 3);
+        refused(m_grid->setCol(3), 387);
+        refused(m_grid->setCol(-1), 387);
+        QVERIFY(m_grid->setCol(2));
+        QCOMPARE(m_grid->col(), 2);
+        refused(m_grid->setFixedRows(5), VekGrid::kErrInvalidValue);
+        refused(m_grid->setFixedCols(4), VekGrid::kErrInvalidValue);
+        QCOMPARE(m_grid->FixedRows(), 1);
+        QCOMPARE(m_grid->FixedCols(), 1);
+        refused(m_grid->setColWidth(3, 500), VekGrid::kErrSubscript);
+        refused(m_grid->setColWidth(1, -2), VekGrid::kErrInvalidValue);
+        refused(m_grid->setRowHeight(4, 300), VekGrid::kErrSubscript);
+        refused(m_grid->setRowHeight(1, -1), VekGrid::kErrInvalidValue);
+        refused(m_grid->RemoveItem(0), VekGrid::kErrSubscript);
+        refused(m_grid->RemoveItem(4), VekGrid::kErrSubscript);
+        QCOMPARE(m_grid->Rows(), 4);
+        QCOMPARE(m_grid->TextMatrix(0, 1), u"名称"_s);
+        QCOMPARE(m_grid->TextMatrix(1, 1), u"甲"_s);
+        QVERIFY(m_grid->RemoveItem(1));
+        QCOMPARE(m_grid->lastError(), 0);
+        QCOMPARE(m_grid->TextMatrix(0, 1), u"名称"_s);
+    }
+
+    // Regression: a width set in twips read back rounded through pixels (400 came back as 405) and was saved so.
+    void sizesReadBackAsSet()
+    {
+        QVERIFY(m_grid->setColWidth(0, 400));
+        QCOMPARE(m_grid->ColWidth(0), 400);
+        QVERIFY(m_grid->setColWidth(1, 400));
+        QCOMPARE(m_grid->ColWidth(1), 400);
+        QVERIFY(m_grid->setRowHeight(1, 333));
+        QCOMPARE(m_grid->RowHeight(1), 333);
+        QVERIFY(m_grid->setRowHeight(-1, 301));
+        QCOMPARE(m_grid->RowHeight(2), 301);
+        // Resized by other means, the size reads as it is now.
+        m_grid->Flexgd1->setColumnWidth(1, 50);
+        QCOMPARE(m_grid->ColWidth(1), m_grid->Flexgd1->pixelsToTwipsX(50));
+    }
+
+    // Regression: the view's type-to-search moved the current cell to the next one starting with the typed
+    // letter, or onto the heading; a typed character is only reported.
+    void typingKeepsTheCurrentCell()
+    {
+        m_grid->setTextMatrix(1, 1, u"apple"_s);
+        m_grid->setTextMatrix(2, 1, u"x"_s);
+        m_grid->setTextMatrix(3, 1, u"banana"_s);
+        m_grid->setRow(1);
+        m_grid->setCol(1);
+        m_grid->Flexgd1->setFocus();
+        QList<qint16> typed;
+        connect(m_grid.get(), &VekGrid::KeyPress, this, [&](qint16 code) { typed << code; });
+        QTest::keyClick(m_grid->Flexgd1, Qt::Key_B);
+        QTest::keyClick(m_grid->Flexgd1, Qt::Key_X);
+        QCOMPARE(m_grid->Row(), 1);
+        QCOMPARE(m_grid->col(), 1);
+        QCOMPARE(typed, (QList<qint16> {qint16('b'), qint16('x')}));
+        QTest::keyClick(m_grid->Flexgd1, Qt::Key_Return);
+        QVERIFY(editorOpen());
+    }
+
+    // Regression: Tab at the last cell moved the focus to the hidden editor, which handed it back to the grid,
+    // and Shift+Tab at the first cell wrapped to the last: a keyboard-only clerk could not leave the grid.
+    void tabLeavesTheGridAtItsEnds()
+    {
+        QWidget form;
+        auto *before = new QLineEdit(&form);
+        auto *grid = new VekGrid(&form);
+        auto *after = new QLineEdit(&form);
+        grid->setFormatString(u"序号|名称|单价"_s);
+        grid->setRows(3);
+        before->setGeometry(0, 0, 100, 20);
+        grid->setGeometry(0, 30, 400, 200);
+        after->setGeometry(0, 240, 100, 20);
+        form.resize(420, 280);
+        form.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&form));
+        form.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&form));
+        const auto focusWidget = [] {
+            return QApplication::focusWidget();
+        };
+        grid->setRow(1);
+        grid->setCol(1);
+        grid->Flexgd1->setFocus();
+        QTRY_COMPARE(focusWidget(), static_cast<QWidget *>(grid->Flexgd1));
+        // Forward through the cells: (1,2), (2,1), (2,2), then out.
+        for (const auto &[row, col] : {std::pair {1, 2}, {2, 1}, {2, 2}}) {
+            QTest::keyClick(focusWidget(), Qt::Key_Tab);
+            QCOMPARE(focusWidget(), static_cast<QWidget *>(grid->Flexgd1));
+            QCOMPARE(grid->Row(), row);
+            QCOMPARE(grid->col(), col);
+        }
+        QTest::keyClick(focusWidget(), Qt::Key_Tab);
+        QTRY_COMPARE(focusWidget(), static_cast<QWidget *>(after));
+        QTest::qWait(20); // a focus handed back later would show now
+        QCOMPARE(focusWidget(), static_cast<QWidget *>(after));
+        // Backward from the first data cell leaves to the control before the grid.
+        grid->setRow(1);
+        grid->setCol(1);
+        grid->Flexgd1->setFocus();
+        QTest::keyClick(focusWidget(), Qt::Key_Backtab, Qt::ShiftModifier);
+        QTRY_COMPARE(focusWidget(), static_cast<QWidget *>(before));
+        QTest::qWait(20);
+        QCOMPARE(focusWidget(), static_cast<QWidget *>(before));
+        QVERIFY(!grid->txtEdit->hasFocus());
+    }
+
+    // Regression: the editor stayed where it was while the wheel or a scroll bar moved the cells under it, and
+    // Enter then wrote into a row the clerk could not see; Enter on a current cell out of view opened the editor
+    // outside the control.
+    void editorNeverOutlivesAScroll()
+    {
+        m_grid->setRows(60);
+        for (int row = 1; row < 60; ++row) {
+            m_grid->setTextMatrix(row, 1, u"行%1"_s.arg(row));
+        }
+        openEditor(2, 1);
+        QVERIFY(editorOpen());
+        m_grid->txtEdit->setText(u"改了"_s);
+        QWheelEvent wheel(QPointF(100, 100), m_grid->Flexgd1->viewport()->mapToGlobal(QPointF(100, 100)), QPoint(),
+                          QPoint(0, -240), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+        QApplication::sendEvent(m_grid->Flexgd1->viewport(), &wheel);
+        QVERIFY(m_grid->Flexgd1->verticalScrollBar()->value() > 0);
+        QVERIFY(m_grid->txtEdit->x() < 0);
+        QVERIFY(m_grid->Flexgd1->hasFocus());
+        QTest::keyClick(m_grid->Flexgd1, Qt::Key_Escape);
+        QCOMPARE(m_grid->TextMatrix(2, 1), u"行2"_s);
+
+        // A scroll bar moved by the clerk ends the edit the same way.
+        m_grid->Flexgd1->verticalScrollBar()->setValue(0);
+        openEditor(2, 1);
+        QVERIFY(editorOpen());
+        m_grid->Flexgd1->verticalScrollBar()->triggerAction(QAbstractSlider::SliderPageStepAdd);
+        QVERIFY(m_grid->txtEdit->x() < 0);
+        QCOMPARE(m_grid->TextMatrix(2, 1), u"行2"_s);
+
+        // The current cell far below the view: Enter brings it into view and opens the editor over it.
+        m_grid->setRow(50);
+        m_grid->setCol(1);
+        m_grid->Flexgd1->verticalScrollBar()->setValue(0);
+        m_grid->Flexgd1->setFocus();
+        QTest::keyClick(m_grid->Flexgd1, Qt::Key_Return);
+        QVERIFY(editorOpen());
+        const QRect editor = m_grid->txtEdit->geometry();
+        QVERIFY2(m_grid->rect().contains(editor),
+                 qPrintable(u"%1,%2 %3x%4"_s.arg(editor.x()).arg(editor.y()).arg(editor.width()).arg(editor.height())));
+        QCOMPARE(m_grid->txtEdit->text(), u"行50"_s);
+        QTest::keyClick(m_grid->txtEdit, Qt::Key_A);
+        QTest::keyClick(m_grid->txtEdit, Qt::Key_Return);
+        QCOMPARE(m_grid->TextMatrix(50, 1), u"a"_s);
+    }
+
+    // PageDown, End, arrows and Home move the current cell as a clerk expects, with no editor left behind.
+    void navigationKeysOnALargeGrid()
+    {
+        m_grid->setRows(200);
+        m_grid->setRow(1);
+        m_grid->setCol(1);
+        m_grid->Flexgd1->setFocus();
+        QTest::keyClick(m_grid->Flexgd1, Qt::Key_PageDown);
+        QVERIFY(m_grid->Row() > 1);
+        QTest::keyClick(m_grid->Flexgd1, Qt::Key_End, Qt::ControlModifier);
+        QCOMPARE(m_grid->Row(), 199);
+        QVERIFY(m_grid->Flexgd1->verticalScrollBar()->value() > 0);
+        QTest::keyClick(m_grid->Flexgd1, Qt::Key_Home, Qt::ControlModifier);
+        QCOMPARE(m_grid->Row(), 1);
+        QCOMPARE(m_grid->col(), 1);
+        QTest::keyClick(m_grid->Flexgd1, Qt::Key_Up);
+        QCOMPARE(m_grid->Row(), 1); // the heading is never current by the keys
+        QTest::keyClick(m_grid->Flexgd1, Qt::Key_Right);
+        QCOMPARE(m_grid->col(), 2);
+        QVERIFY(m_grid->txtEdit->x() < 0);
+    }
+
+    // Regression: MouseMove over the data cells came only while a button was held.
+    void mouseMoveIsReportedWithoutAButton()
+    {
+        QSignalSpy moves(m_grid.get(), &VekGrid::MouseMove);
+        QWidget *cells = m_grid->Flexgd1->viewport();
+        // Through the window, as the windowing system delivers a move: only to a widget that tracks the mouse.
+        QWindow *window = m_grid->window()->windowHandle();
+        QTest::mouseMove(window, cells->mapTo(m_grid->window(), QPoint(60, 40)));
+        QTest::mouseMove(window, cells->mapTo(m_grid->window(), QPoint(80, 50)));
+        QTRY_VERIFY(moves.count() >= 1);
+        QCOMPARE(moves.constLast().at(0).value<qint16>(), qint16(0));
     }
 
     void designModeRefusesGuardedProperties()

@@ -46,6 +46,8 @@ FlexGrid::FlexGrid(QWidget *parent)
     setWordWrap(false);
     setEditTriggers(QAbstractItemView::NoEditTriggers);
     setSelectionBehavior(QAbstractItemView::SelectItems);
+    // MouseMove is reported over the cells for every move, not only while a button is held.
+    viewport()->setMouseTracking(true);
     // Uniform row heights keep a million rows cheap for the vertical header.
     verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 6);
@@ -376,7 +378,12 @@ qint32 FlexGrid::ColWidth(qint32 col) const
     if (col < 0 || col >= Cols()) {
         return 0;
     }
-    return pixelsToTwipsX(col < FixedCols() ? m_corner->columnWidth(col) : columnWidth(col));
+    const int pixels = col < FixedCols() ? m_corner->columnWidth(col) : columnWidth(col);
+    const auto set = m_colTwips.constFind(col);
+    if (set != m_colTwips.constEnd() && twipsToPixelsX(*set) == pixels) {
+        return *set;
+    }
+    return pixelsToTwipsX(pixels);
 }
 
 void FlexGrid::setColWidth(qint32 col, qint32 twips)
@@ -389,6 +396,11 @@ void FlexGrid::setColWidth(qint32 col, qint32 twips)
     }
     if (col < 0 || col >= Cols() || twips < -1) {
         return;
+    }
+    if (twips == -1) {
+        m_colTwips.remove(col);
+    } else {
+        m_colTwips.insert(col, twips);
     }
     const int pixels = twips == -1 ? horizontalHeader()->defaultSectionSize() : twipsToPixelsX(twips);
     if (col < FixedCols()) {
@@ -407,20 +419,32 @@ qint32 FlexGrid::RowHeight(qint32 row) const
     if (row < 0 || row >= Rows()) {
         return 0;
     }
-    return pixelsToTwipsY(row < FixedRows() ? m_corner->rowHeight(row) : rowHeight(row));
+    const int pixels = row < FixedRows() ? m_corner->rowHeight(row) : rowHeight(row);
+    const auto set = m_rowTwips.constFind(row);
+    const qint32 twips = set != m_rowTwips.constEnd() ? *set : m_everyRowTwips;
+    if (twips >= 0 && twipsToPixelsY(twips) == pixels) {
+        return twips;
+    }
+    return pixelsToTwipsY(pixels);
 }
 
 void FlexGrid::setRowHeight(qint32 row, qint32 twips)
 {
     if (row == -1) {
+        if (twips < 0) {
+            return;
+        }
         for (qint32 r = 0; r < Rows(); ++r) {
             setRowHeight(r, twips);
         }
+        m_rowTwips.clear();
+        m_everyRowTwips = twips;
         return;
     }
     if (row < 0 || row >= Rows() || twips < 0) {
         return;
     }
+    m_rowTwips.insert(row, twips);
     const int pixels = twipsToPixelsY(twips);
     if (row < FixedRows()) {
         m_corner->setRowHeight(row, pixels);
@@ -430,6 +454,29 @@ void FlexGrid::setRowHeight(qint32 row, qint32 twips)
         return;
     }
     QTableView::setRowHeight(row, pixels);
+}
+
+void FlexGrid::keyboardSearch(const QString &)
+{
+    // A typed character is the host's (KeyPress); jumping to a cell that starts with it would move the clerk's
+    // place, even onto a heading.
+}
+
+bool FlexGrid::focusNextPrevChild(bool next)
+{
+    const QModelIndex current = currentIndex();
+    if (tabKeyNavigation() && current.isValid() && isVisible() && isEnabled()) {
+        const QModelIndex to = moveCursor(next ? MoveNext : MovePrevious, Qt::NoModifier);
+        const auto before = [](const QModelIndex &a, const QModelIndex &b) {
+            return a.row() < b.row() || (a.row() == b.row() && a.column() < b.column());
+        };
+        // The view wraps from the last cell to the first and back: past either end the focus leaves the grid.
+        const bool wraps = !to.isValid() || to == current || (next ? before(to, current) : before(current, to));
+        if (wraps) {
+            return QWidget::focusNextPrevChild(next);
+        }
+    }
+    return QTableView::focusNextPrevChild(next);
 }
 
 qint32 FlexGrid::CellLeft() const

@@ -5,6 +5,7 @@
 #include "gridcolours.h"
 #include "quillon_export.h"
 
+#include <QHash>
 #include <QTableView>
 
 /**
@@ -53,6 +54,8 @@ class QUILLON_EXPORT FlexGrid : public QTableView, public GridColourProperties<F
 
 public:
     explicit FlexGrid(QWidget *parent = nullptr);
+    /// Typed characters never move the current cell (the view's type-to-search is off).
+    void keyboardSearch(const QString &search) override;
     ~FlexGrid() override;
     Q_DISABLE_COPY_MOVE(FlexGrid)
 
@@ -159,6 +162,8 @@ protected:
     void resizeEvent(QResizeEvent *event) override;
     void updateGeometries() override;
     bool eventFilter(QObject *watched, QEvent *event) override;
+    /// Tab and Shift+Tab walk the cells and leave the grid after the last and before the first scrolling cell.
+    bool focusNextPrevChild(bool next) override;
 
 private:
     void syncCurrent();
@@ -200,6 +205,11 @@ private:
     bool m_syncing = false;
     bool m_hasSpans = false;
     bool m_mergePending = false;
+    // Sizes as they were set, in twips: pixels cannot hold every twip value, and a size set reads back as set
+    // until the column or row is resized otherwise. A row height set for every row is kept once.
+    QHash<qint32, qint32> m_colTwips;
+    QHash<qint32, qint32> m_rowTwips;
+    qint32 m_everyRowTwips = -1;
 };
 
 #endif

@@ -19,6 +19,7 @@
 #include <QPrintPreviewDialog>
 #include <QPrinter>
 #include <QScopeGuard>
+#include <QScrollBar>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QSqlRecord>
@@ -278,6 +279,22 @@ VekGrid::VekGrid(QWidget *parent)
     mnuInsertRow->setObjectName(u"mnuInsertRow"_s);
     mnuDeleteRow->setObjectName(u"mnuDeleteRow"_s);
     txtEdit->setFrame(false);
+    // The editor takes the focus only when a cell opens it: Tab never lands on it, so the focus leaves the control
+    // past its first and last cell.
+    txtEdit->setFocusPolicy(Qt::NoFocus);
+    // A scroll moves the cells under the editor: the edit ends as when the editor loses the focus, so that Enter
+    // never writes into a cell the clerk no longer sees.
+    for (QScrollBar *bar : {Flexgd1->verticalScrollBar(), Flexgd1->horizontalScrollBar()}) {
+        connect(bar, &QScrollBar::valueChanged, this, [this]() {
+            if (!editorParked()) {
+                const bool hadFocus = txtEdit->hasFocus();
+                txtEdit_LostFocus();
+                if (hadFocus) {
+                    Flexgd1->setFocus();
+                }
+            }
+        });
+    }
     for (QObject *area : Flexgd1->cellAreas()) {
         area->installEventFilter(this);
     }
@@ -325,6 +342,78 @@ bool VekGrid::setRows(qint32 rows)
         AutoFillID(m_idCol);
     }
     changed(u"Rows");
+    return true;
+}
+
+bool VekGrid::setCols(qint32 cols)
+{
+    if (cols < 0) {
+        return refuse(kErrInvalidValue);
+    }
+    m_lastError = 0;
+    Flexgd1->setCols(cols);
+    changed(u"Cols");
+    return true;
+}
+
+bool VekGrid::setFixedRows(qint32 rows)
+{
+    if (rows < 0 || rows > Rows()) {
+        return refuse(kErrInvalidValue);
+    }
+    m_lastError = 0;
+    Flexgd1->setFixedRows(rows);
+    changed(u"FixedRows");
+    return true;
+}
+
+bool VekGrid::setFixedCols(qint32 cols)
+{
+    if (cols < 0 || cols > Cols()) {
+        return refuse(kErrInvalidValue);
+    }
+    m_lastError = 0;
+    Flexgd1->setFixedCols(cols);
+    changed(u"FixedCols");
+    return true;
+}
+
+bool VekGrid::setCol(qint32 col)
+{
+    if (m_designMode || col < 0 || col >= Cols()) {
+        return refuse();
+    }
+    m_lastError = 0;
+    Flexgd1->setCol(col);
+    changed(u"Col");
+    return true;
+}
+
+bool VekGrid::setColWidth(qint32 col, qint32 twips)
+{
+    if (col < -1 || col >= Cols()) {
+        return refuse(kErrSubscript);
+    }
+    if (twips < -1) {
+        return refuse(kErrInvalidValue);
+    }
+    m_lastError = 0;
+    Flexgd1->setColWidth(col, twips);
+    changed(u"ColWidth");
+    return true;
+}
+
+bool VekGrid::setRowHeight(qint32 row, qint32 twips)
+{
+    if (row < -1 || row >= Rows()) {
+        return refuse(kErrSubscript);
+    }
+    if (twips < 0) {
+        return refuse(kErrInvalidValue);
+    }
+    m_lastError = 0;
+    Flexgd1->setRowHeight(row, twips);
+    changed(u"RowHeight");
     return true;
 }
 
@@ -463,6 +552,9 @@ void VekGrid::Flexgd1_DblClick()
         Flexgd1->setFocus();
         return;
     }
+    // A current cell scrolled out of view is brought into it first: the editor opens over the cell, inside the
+    // control.
+    Flexgd1->scrollTo(Flexgd1->model()->index(row, column));
     const QString text = Flexgd1->TextMatrix(row, column);
     txtEdit->setText(text);
     // The offsets differ between the raised and the flat look of the grid.
@@ -520,12 +612,18 @@ void VekGrid::mnuDeleteRow_Click()
     }
 }
 
-void VekGrid::RemoveItem(qint32 index)
+bool VekGrid::RemoveItem(qint32 index)
 {
+    // A heading removed would turn the first record into the heading.
+    if (index < FixedRows() || index >= Rows()) {
+        return refuse(kErrSubscript);
+    }
+    m_lastError = 0;
     Flexgd1->RemoveItem(index);
     while (Rows() < FixedRows() + m_keepLastRows) {
         Flexgd1->AddItem(QString());
     }
+    return true;
 }
 
 bool VekGrid::eventFilter(QObject *watched, QEvent *event)

@@ -112,23 +112,14 @@ public:
     /// A negative count is refused (error 380) and the grid kept.
     bool setRows(qint32 rows);
     qint32 Cols() const { return Flexgd1->Cols(); }
-    void setCols(qint32 cols)
-    {
-        Flexgd1->setCols(cols);
-        changed(u"Cols");
-    }
+    /// A negative count is refused (error 380) and the grid kept.
+    bool setCols(qint32 cols);
     qint32 FixedRows() const { return Flexgd1->FixedRows(); }
-    void setFixedRows(qint32 rows)
-    {
-        Flexgd1->setFixedRows(rows);
-        changed(u"FixedRows");
-    }
+    /// A count below 0 or above Rows is refused (error 380).
+    bool setFixedRows(qint32 rows);
     qint32 FixedCols() const { return Flexgd1->FixedCols(); }
-    void setFixedCols(qint32 cols)
-    {
-        Flexgd1->setFixedCols(cols);
-        changed(u"FixedCols");
-    }
+    /// A count below 0 or above Cols is refused (error 380).
+    bool setFixedCols(qint32 cols);
     QString FormatString() const { return Flexgd1->FormatString(); }
     void setFormatString(const QString &format)
     {
@@ -258,18 +249,12 @@ public:
     /// outside the grid is refused (error 381) without an event.
     Q_INVOKABLE bool setTextMatrix(qint32 row, qint32 col, const QString &text);
     /// In twips. Setting column -1 sets every column; the same holds for RowHeight (row -1) and the alignments.
+    /// A column outside the grid is refused (error 381), a width below -1 (the default width) too (error 380).
     Q_INVOKABLE qint32 ColWidth(qint32 col) const { return Flexgd1->ColWidth(col); }
-    Q_INVOKABLE void setColWidth(qint32 col, qint32 twips)
-    {
-        Flexgd1->setColWidth(col, twips);
-        changed(u"ColWidth");
-    }
+    Q_INVOKABLE bool setColWidth(qint32 col, qint32 twips);
+    /// A row outside the grid is refused (error 381), a negative height too (error 380).
     Q_INVOKABLE qint32 RowHeight(qint32 row) const { return Flexgd1->RowHeight(row); }
-    Q_INVOKABLE void setRowHeight(qint32 row, qint32 twips)
-    {
-        Flexgd1->setRowHeight(row, twips);
-        changed(u"RowHeight");
-    }
+    Q_INVOKABLE bool setRowHeight(qint32 row, qint32 twips);
     /// FlexGridModel::Alignment values.
     Q_INVOKABLE int ColAlignment(qint32 col) const { return Flexgd1->ColAlignment(col); }
     Q_INVOKABLE void setColAlignment(qint32 col, int alignment)
@@ -306,11 +291,8 @@ public:
     /// Refused (error 387) in design mode and outside 0..Rows-1.
     bool setRow(qint32 row);
     qint32 col() const { return Flexgd1->Col(); }
-    void setCol(qint32 col)
-    {
-        Flexgd1->setCol(col);
-        changed(u"Col");
-    }
+    /// Refused (error 387) in design mode and outside 0..Cols-1, as Row is.
+    bool setCol(qint32 col);
     qint16 KeepLastRows() const { return m_keepLastRows; }
     void setKeepLastRows(qint16 rows)
     {
@@ -367,8 +349,9 @@ public:
 
     Q_INVOKABLE void AddItem(const QString &text, qint32 index = -1) { Flexgd1->AddItem(text, index); }
     Q_INVOKABLE void AddColItem(const QString &text) { Flexgd1->grid()->AddColItem(text); }
-    /// Removes a row, then adds empty rows until at least KeepLastRows data rows remain.
-    Q_INVOKABLE void RemoveItem(qint32 index);
+    /// Removes a row, then adds empty rows until at least KeepLastRows data rows remain. A fixed row or one outside
+    /// the grid is refused (error 381) and nothing changes.
+    Q_INVOKABLE bool RemoveItem(qint32 index);
     Q_INVOKABLE void Refresh() { Flexgd1->viewport()->update(); }
 
     /// Prints the grid after a preview in which the user picks a printer or a PDF file.
