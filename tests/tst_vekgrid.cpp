@@ -17,6 +17,7 @@
 #include <QSignalSpy>
 #include <QSqlQuery>
 #include <QStandardPaths>
+#include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QWheelEvent>
@@ -929,6 +930,48 @@ private Q_SLOTS:
         QTest::mouseMove(window, cells->mapTo(m_grid->window(), QPoint(80, 50)));
         QTRY_VERIFY(moves.count() >= 1);
         QCOMPARE(moves.constLast().at(0).value<qint16>(), qint16(0));
+    }
+
+    // Regression: MergeRow(0) and MergeCol(0), the merge flags the property bag keeps, never merged the fixed
+    // rows and columns.
+    void fixedRowsAndColumnsMerge()
+    {
+        m_grid->setFormatString(u"序号|单价|单价|名称"_s);
+        m_grid->setRows(5);
+        for (int row = 1; row < 5; ++row) {
+            m_grid->setTextMatrix(row, 0, row < 3 ? u"甲组"_s : u"乙组"_s);
+        }
+        m_grid->Flexgd1->setMergeCells(1);
+        m_grid->setMergeRow(0, true);
+        m_grid->setMergeCol(0, true);
+        const QList<QObject *> areas = m_grid->Flexgd1->cellAreas();
+        auto *top = static_cast<QTableView *>(static_cast<QWidget *>(areas.at(1))->parentWidget());
+        auto *left = static_cast<QTableView *>(static_cast<QWidget *>(areas.at(2))->parentWidget());
+        QTRY_COMPARE(top->columnSpan(0, 1), 2);
+        QCOMPARE(top->columnSpan(0, 3), 1);
+        QCOMPARE(left->rowSpan(1, 0), 2);
+        QCOMPARE(left->rowSpan(3, 0), 2);
+    }
+
+    // Regression: the editor of a merged block was the height of its top cell.
+    void editorCoversAMergedBlock()
+    {
+        m_grid->setRows(5);
+        for (int row = 1; row < 4; ++row) {
+            m_grid->setTextMatrix(row, 1, u"同一"_s);
+        }
+        m_grid->Flexgd1->setMergeCells(1);
+        m_grid->setMergeCol(1, true);
+        QTRY_COMPARE(m_grid->Flexgd1->rowSpan(1, 1), 3);
+        m_grid->setRow(1);
+        m_grid->setCol(1);
+        m_grid->Flexgd1->setFocus();
+        QTest::keyClick(m_grid->Flexgd1, Qt::Key_Return);
+        QVERIFY(editorOpen());
+        const int block =
+            m_grid->Flexgd1->twipsToPixelsY(m_grid->RowHeight(1) + m_grid->RowHeight(2) + m_grid->RowHeight(3));
+        QVERIFY2(m_grid->txtEdit->height() >= block - 3,
+                 qPrintable(u"%1 < %2"_s.arg(m_grid->txtEdit->height()).arg(block)));
     }
 
     void designModeRefusesGuardedProperties()

@@ -571,14 +571,60 @@ void FlexGrid::scheduleMerges()
 void FlexGrid::updateMerges()
 {
     if (m_hasSpans) {
-        clearSpans();
+        for (QTableView *view : {static_cast<QTableView *>(this), m_top, m_left, m_corner}) {
+            view->clearSpans();
+        }
         m_hasSpans = false;
     }
     const int rows = Rows();
     const int cols = Cols();
     const int fixedRows = FixedRows();
     const int fixedCols = FixedCols();
-    if (m_mergeCells == 0 || rows <= fixedRows || cols <= fixedCols) {
+    if (m_mergeCells == 0) {
+        return;
+    }
+    // Fixed rows and columns merge too (headings over several columns, a group name down its rows); they are
+    // drawn by the views over the edges, so their spans go there.
+    const auto mergeAlong = [this](QTableView *view, bool across, int line, int from, int to) {
+        for (int i = from; i <= to;) {
+            const QString value = across ? m_grid->TextMatrix(line, i) : m_grid->TextMatrix(i, line);
+            int end = i;
+            while (!value.isEmpty() && end < to
+                   && (across ? m_grid->TextMatrix(line, end + 1) : m_grid->TextMatrix(end + 1, line)) == value) {
+                ++end;
+            }
+            if (end > i) {
+                if (across) {
+                    view->setSpan(line, i, 1, end - i + 1);
+                } else {
+                    view->setSpan(i, line, end - i + 1, 1);
+                }
+                m_hasSpans = true;
+            }
+            i = end + 1;
+        }
+    };
+    const int firstShown = std::max(fixedRows, rowAt(0));
+    const int lastShown = rowAt(viewport()->height() - 1) < 0 ? rows - 1 : rowAt(viewport()->height() - 1);
+    if (m_mergeCells != 3) {
+        for (int r = 0; r < std::min(fixedRows, rows); ++r) {
+            if (MergeRow(r)) {
+                mergeAlong(m_corner, true, r, 0, std::min(fixedCols, cols) - 1);
+                mergeAlong(m_top, true, r, fixedCols, cols - 1);
+            }
+        }
+    }
+    if (m_mergeCells != 2) {
+        for (int c = 0; c < std::min(fixedCols, cols); ++c) {
+            if (MergeCol(c)) {
+                mergeAlong(m_corner, false, c, 0, std::min(fixedRows, rows) - 1);
+                if (firstShown <= lastShown) {
+                    mergeAlong(m_left, false, c, firstShown, lastShown);
+                }
+            }
+        }
+    }
+    if (rows <= fixedRows || cols <= fixedCols) {
         return;
     }
     const int first = std::max(fixedRows, rowAt(0));

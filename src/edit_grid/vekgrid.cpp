@@ -561,8 +561,17 @@ void VekGrid::Flexgd1_DblClick()
     const bool raised = Flexgd1->Appearance() == 1;
     const qint32 left = Flexgd1->pixelsToTwipsX(Flexgd1->x()) + Flexgd1->CellLeft() + (raised ? 30 : 10);
     const qint32 top = Flexgd1->pixelsToTwipsY(Flexgd1->y()) + Flexgd1->CellTop() + (raised ? 30 : 10);
-    const qint32 width = Flexgd1->ColWidth(column) - 10;
-    const qint32 height = Flexgd1->RowHeight(row) - (raised ? 10 : 20);
+    // A merged block is edited as one cell: the editor covers the whole block.
+    qint32 blockWidth = 0;
+    for (qint32 c = column; c < column + std::max(1, Flexgd1->columnSpan(row, column)); ++c) {
+        blockWidth += Flexgd1->ColWidth(c);
+    }
+    qint32 blockHeight = 0;
+    for (qint32 r = row; r < row + std::max(1, Flexgd1->rowSpan(row, column)); ++r) {
+        blockHeight += Flexgd1->RowHeight(r);
+    }
+    const qint32 width = blockWidth - 10;
+    const qint32 height = blockHeight - (raised ? 10 : 20);
     txtEdit->setGeometry(Flexgd1->twipsToPixelsX(left), Flexgd1->twipsToPixelsY(top),
                          std::max(1, Flexgd1->twipsToPixelsX(width)), std::max(1, Flexgd1->twipsToPixelsY(height)));
     txtEdit->setAlignment((FlexGridModel::isNumericText(text) ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter);
