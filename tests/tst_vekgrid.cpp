@@ -852,6 +852,18 @@ private Q_SLOTS:
         QVERIFY(!grid->txtEdit->hasFocus());
     }
 
+    // Tab in an open editor leaves the cell as a click elsewhere does: nothing is stored and the editor hides.
+    void tabInTheEditorDiscardsTheEdit()
+    {
+        openEditor(1, 1);
+        QVERIFY(editorOpen());
+        QTest::keyClick(m_grid->txtEdit, Qt::Key_Z);
+        QTest::keyClick(m_grid->txtEdit, Qt::Key_Tab);
+        QVERIFY(m_grid->txtEdit->x() < 0);
+        QVERIFY(!m_grid->txtEdit->hasFocus());
+        QCOMPARE(m_grid->TextMatrix(1, 1), QString());
+    }
+
     // Regression: the editor stayed where it was while the wheel or a scroll bar moved the cells under it, and
     // Enter then wrote into a row the clerk could not see; Enter on a current cell out of view opened the editor
     // outside the control.
