@@ -319,6 +319,76 @@ private Q_SLOTS:
         m_db.reset();
     }
 
+    // Regression: the lists followed the server's collation on PostgreSQL (a10, A2, B0, b1 on a zh-CN database),
+    // the goods' ordered insert compared binary, and an unchanged save moved goods until the next reload. Every
+    // list is in the stored texts' code point order on both engines, and stays so after saves.
+    void listsKeepTheStoredOrderOnEveryEngine()
+    {
+        const QStringList numbers {u"b1"_s, u"A2"_s, u"a10"_s, u"B0"_s,   u"北"_s,
+                                   u"东"_s, u"Ｚ"_s, u"😀"_s,   QString(), u"_x"_s};
+        for (int i = 0; i < numbers.size(); ++i) {
+            ItemFixtures::insert(*m_db, {100 + i, 4, numbers[i], u"商品%1"_s.arg(i)});
+            ItemFixtures::insert(*m_db, {200 + i, 6, u"01"_s, numbers[i].isEmpty() ? u"空"_s : numbers[i]});
+        }
+        // Code point order, as SQLite compares UTF-8 bytes.
+        QStringList expected = numbers;
+        std::sort(expected.begin(), expected.end(),
+                  [](const QString &a, const QString &b) { return a.toUcs4() < b.toUcs4(); });
+        const auto listed = [](const CItems &items, bool names) {
+            QStringList texts;
+            for (const CItemPtr &item : items) {
+                texts.append(names ? item->F_ItemName() : item->F_ItemNo());
+            }
+            return texts;
+        };
+        auto goods = load(4);
+        QCOMPARE(listed(*goods, false), expected);
+        auto departments = load(6);
+        QStringList byName = expected;
+        byName.replace(byName.indexOf(QString()), u"空"_s);
+        std::sort(byName.begin(), byName.end(),
+                  [](const QString &a, const QString &b) { return a.toUcs4() < b.toUcs4(); });
+        QCOMPARE(listed(*departments, true), byName);
+        // Unchanged saves leave every goods where it is.
+        for (const QString &no : numbers) {
+            QVERIFY(goods->SaveItem(CItem::create(*goods->GetItemByItemNo(no))));
+        }
+        QCOMPARE(listed(*goods, false), expected);
+        // A new goods goes where a reload puts it.
+        auto added = CItem::create();
+        added->setF_ItemTypeID(4);
+        added->setF_ItemNo(u"a2"_s);
+        added->setF_ItemName(u"新"_s);
+        QVERIFY(goods->SaveItem(added));
+        const QStringList afterSave = listed(*goods, false);
+        QCOMPARE(afterSave, listed(*load(4), false));
+    }
+
+    // Regression: an empty number, name or remark was written as NULL, which the engines sort at opposite ends;
+    // a single-precision limit widened with every save on SQLite (0.1 became 0.1000000014901161).
+    void emptyTextsAndSinglesAreStoredAsTheyAre()
+    {
+        auto goods = load(4);
+        auto item = CItem::create();
+        item->setF_ItemTypeID(4);
+        item->setF_ItemName(u"无编号"_s);
+        item->setF_LimitUp(0.1f);
+        item->setF_LimitDown(2.7f);
+        QVERIFY(goods->SaveItem(item));
+        const QString id = QString::number(item->F_ID());
+        QCOMPARE(ItemFixtures::count(*m_db,
+                                     u"Select Count(*) From T_Item Where F_ID="_s + id
+                                         + u" And (F_ItemNo Is Null Or F_Remark Is Null Or F_Standard Is Null)"_s),
+                 0);
+        QCOMPARE(ItemFixtures::count(*m_db, u"Select Count(*) From T_Item Where F_ID="_s + id + u" And F_ItemNo=''"_s),
+                 1);
+        QVERIFY(goods->SaveItem(CItem::create(*goods->SearchItemByID(item->F_ID()))));
+        QSqlQuery q = m_db->Select(u"Select F_LimitUp, F_LimitDown From T_Item Where F_ID="_s + id);
+        QVERIFY(q.next());
+        QCOMPARE(q.value(0).toString(), u"0.1"_s);
+        QCOMPARE(q.value(1).toString(), u"2.7"_s);
+    }
+
     void loadFiltersAndOrdersPerType()
     {
         ItemFixtures::insert(*m_db, {1, 4, u"C"_s, u"丙"_s});
@@ -1092,7 +1162,8 @@ private Q_SLOTS:
         auto departments = load(6);
         QSignalSpy removed(departments.get(), &CItems::SomeOneRemoved);
         m_db->Execute(u"Delete From T_Item Where F_ID=1"_s); // another seat was quicker
-        QVERIFY(departments->RemoveItem(1));
+        // Regression: this removal deleted nothing but reported success.
+        QVERIFY(!departments->RemoveItem(1));
         QCOMPARE(m_prompt->lastText(), u"该记录已经被其他用户删除!"_s);
         QCOMPARE(departments->Count(), 1);
         QVERIFY(!departments->SearchItemByID(1));

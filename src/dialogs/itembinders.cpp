@@ -185,8 +185,9 @@ void CItems::ItemsMan(QWidget *parent)
         if (id
             && CPrompt::current().MsgBox(u"您确实要删除该记录吗?"_s, CPrompt::vbYesNo | CPrompt::vbQuestion,
                                          CPrompt::messageTitle())
-                == CPrompt::vbYes
-            && RemoveItem(id)) {
+                == CPrompt::vbYes) {
+            // A row another seat deleted first leaves the list too, though this removal reports false.
+            RemoveItem(id);
             BindComboBox(list);
         }
     });

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cmath>
 #include <limits>
 #include <memory>
@@ -18,6 +19,20 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+
+// The double that prints as the float's shortest decimal form: what a single holds, without the digits its binary
+// widening adds.
+double storedSingle(float value)
+{
+    if (!std::isfinite(value)) {
+        return double(value);
+    }
+    std::array<char, 32> text {};
+    const auto written = std::to_chars(text.data(), text.data() + text.size(), value);
+    double widened = double(value);
+    std::from_chars(text.data(), written.ptr, widened);
+    return widened;
+}
 
 const CItem::Column kColumns[] = {
     {u"F_ID"_s, CItem::ColumnType::Int32, 0, false},
@@ -760,6 +775,14 @@ bool CItem::writeRow(CRecordset &rst, QString *error)
                 v = isLaterThanZeroDate(date) ? QVariant(date.date()) : QVariant(QMetaType::fromType<QDate>());
             } else if (c.type == ColumnType::DateTime && !m.m_date[c.slot].isValid()) {
                 v = QVariant(QMetaType::fromType<QDateTime>());
+            } else if (c.type == ColumnType::Text && v.toString().isNull()) {
+                // An empty text is stored as '', never as NULL: the engines sort NULL at opposite ends, and the
+                // item would move within its list after a save.
+                v = QVariant(QString(u""_s));
+            } else if (c.type == ColumnType::Single) {
+                // The single's own value (0.1, not the 0.100000001490116 its bits widen to): an unchanged save
+                // stores what was read.
+                v = QVariant(storedSingle(m.m_single[c.slot]));
             }
             rst.setField(c.name, v);
         }

@@ -24,6 +24,25 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+// Texts in the order both engines sort them as stored: by code point, as SQLite compares UTF-8 bytes and as the
+// loader asks PostgreSQL to (COLLATE "C"). UTF-16 units order the characters from U+E000 before those beyond
+// U+FFFF, so the units are shifted to code point order first.
+int storedOrder(QStringView a, QStringView b)
+{
+    const qsizetype n = std::min(a.size(), b.size());
+    for (qsizetype i = 0; i < n; ++i) {
+        char16_t x = a[i].unicode();
+        char16_t y = b[i].unicode();
+        if (x != y) {
+            const auto fix = [](char16_t u) {
+                return char16_t(u >= 0xE000 ? u - 0x800 : (u >= 0xD800 ? u + 0x2000 : u));
+            };
+            return fix(x) < fix(y) ? -1 : 1;
+        }
+    }
+    return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
+}
+
 // A save refused because another seat changed the row since this one read it.
 struct SaveConflict : DbError
 {
@@ -178,7 +197,7 @@ public:
         if (a < 0 || b >= list.size()) {
             return 0;
         }
-        return list.at(a)->item->F_ItemNo().compare(list.at(b)->item->F_ItemNo()) > 0 ? 1 : 0;
+        return storedOrder(list.at(a)->item->F_ItemNo(), list.at(b)->item->F_ItemNo()) > 0 ? 1 : 0;
     }
 
     // Goods go before the first item whose number compares greater; everything else at the end.
@@ -194,7 +213,7 @@ public:
             qsizetype high = list.size();
             while (low < high) {
                 const qsizetype mid = low + (high - low) / 2;
-                if (list.at(mid)->item->F_ItemNo().compare(no) > 0) {
+                if (storedOrder(list.at(mid)->item->F_ItemNo(), no) > 0) {
                     high = mid;
                 } else {
                     low = mid + 1;
@@ -204,7 +223,7 @@ public:
         }
         qsizetype pos = 0;
         for (CItemHook *hook : list) {
-            if (hook->item->F_ItemNo().compare(no) > 0) {
+            if (storedOrder(hook->item->F_ItemNo(), no) > 0) {
                 return pos;
             }
             ++pos;
@@ -929,8 +948,9 @@ bool CItems::RemoveItem(qint32 id)
         }
         Q_EMIT SomeOneRemoved(id);
         if (affected < 1) {
-            // Another seat deleted the row first; the list lets go of it too.
+            // Another seat deleted the row first; the list lets go of it too, but this call deleted nothing.
             CPrompt::current().MsgBox(u"该记录已经被其他用户删除!"_s, CPrompt::vbInformation, CPrompt::messageTitle());
+            return false;
         }
         return true;
     } catch (const DbError &e) {

@@ -58,7 +58,11 @@ QString freshUrl()
         qFatal("cannot reach the PostgreSQL test server: %s", qPrintable(error));
     }
     const QString database = u"quillon_"_s + name;
-    maintenance->Execute(u"CREATE DATABASE "_s + database);
+    // A shop's server takes the system's language: the tests run on a linguistic (ICU zh-CN) collation, where
+    // text order differs from the binary order SQLite and the program's lists use.
+    maintenance->Execute(u"CREATE DATABASE "_s + database
+                         + u" TEMPLATE template0 ENCODING 'UTF8' LOCALE_PROVIDER icu ICU_LOCALE 'zh-CN' "
+                           "LOCALE 'C.UTF-8'"_s);
     QString url = server;
     url.truncate(url.lastIndexOf(u'/') + 1);
     return url + database;
