@@ -51,6 +51,24 @@ private Q_SLOTS:
     }
     void cleanup() { CPrompt::setCurrent(nullptr); }
 
+    // Regression: a store from an older program showed a box per kind at start-up, up to eleven; one notice names
+    // every kind with its count.
+    void partialReadsAreToldOnceForTheWholeLoad()
+    {
+        TestDatabase::allowNullsAsOlderPrograms(*m_db);
+        seed();
+        // NULLs where reading has no rule for them, in goods, clients and a department.
+        m_db->Execute(u"Update T_Item Set F_LimitUp = NULL Where F_ID In (3, 4, 7, 10)"_s);
+        CBus bus;
+        bus.InitAllData(m_db);
+        QCOMPARE(m_prompt->shown().size(), 1);
+        const QString text = m_prompt->lastText();
+        for (const QString &part : {u"客户 2 条"_s, u"商品 1 条"_s, u"部门 1 条"_s, u"F_LimitUp"_s}) {
+            QVERIFY2(text.contains(part), qPrintable(part + u" in: "_s + text));
+        }
+        QCOMPARE(bus.collection(itemTypeNumber(ItemType::Client))->Count(), 2);
+    }
+
     // The management window lists, under each kind of its tree, that kind's items.
     void mainWindowShowsEachKindsOwnItems()
     {

@@ -360,6 +360,15 @@ bool CBus::InitAllData(const std::shared_ptr<CConnection> &connection)
     };
     m_loadCancelled = false;
     bool goodsJoined = false;
+    // Rows that could not be read whole are told once for the whole load, not in a box per kind.
+    QStringList partialKinds;
+    QString firstPartial;
+    const auto notePartial = [&](const QString &kind, int rows, const QString &first) {
+        partialKinds.append(kind + u" "_s + QString::number(rows) + u" 条"_s);
+        if (firstPartial.isEmpty()) {
+            firstPartial = kind + u" "_s + first;
+        }
+    };
     for (const Step &step : steps) {
         if (m_loadCancelled) {
             break;
@@ -378,6 +387,7 @@ bool CBus::InitAllData(const std::shared_ptr<CConnection> &connection)
                 Q_EMIT LoadProgress(text, rows);
                 return !m_loadCancelled;
             });
+            items->setPartialReadReport(notePartial);
         }
         // Goods take their unit and type names while they are read: the units and types are loaded by now and
         // stay as they are until the join.
@@ -392,7 +402,13 @@ bool CBus::InitAllData(const std::shared_ptr<CConnection> &connection)
         }
         if (items) {
             items->setLoadProgress({});
+            items->setPartialReadReport({});
         }
+    }
+    if (!partialKinds.isEmpty()) {
+        Module1::SetErr(firstPartial);
+        Module1::ShowErrMsg(u"以下资料中有记录的部分字段无法读取,这些字段显示为空,保存时保留数据库中的原值: "_s
+                            + partialKinds.join(u", "_s) + u"。第一条:"_s);
     }
     return false;
 }

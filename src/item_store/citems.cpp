@@ -273,7 +273,11 @@ public:
             // A list that was searched is searched again: its text index is made now rather than on that search.
             search.update(list);
         }
-        partial.report(typeName);
+        if (partialReport && partial.count > 0) {
+            partialReport(typeName, partial.count, partial.first);
+        } else {
+            partial.report(typeName);
+        }
     }
 
     // Rows of which a column could not be read: the items keep what was read and saving them keeps the rest as
@@ -414,6 +418,7 @@ public:
     int resetDepth = 0;
     std::function<bool(qint64)> loadProgress;
     CItems::LoadJoin loadJoin;
+    CItems::PartialReadReport partialReport;
     std::shared_ptr<CConnection> connection;
     int itemType = 0;
     QString typeName;
@@ -484,6 +489,11 @@ void CItems::setLoadProgress(std::function<bool(qint64)> progress)
 void CItems::setLoadJoin(LoadJoin join)
 {
     d->loadJoin = std::move(join);
+}
+
+void CItems::setPartialReadReport(PartialReadReport report)
+{
+    d->partialReport = std::move(report);
 }
 
 void CItems::Attach(const std::shared_ptr<CConnection> &connection, int itemTypeID)

@@ -58,6 +58,11 @@ public:
     /// Applied to every item of the following full loads; none by default.
     void setLoadJoin(LoadJoin join);
 
+    /// Told, instead of the user, of rows a full load could not read whole: the kind's name, how many, and the
+    /// first ("F_ID=...: reason"). None by default: the collection then shows its own message.
+    using PartialReadReport = std::function<void(const QString &kind, int rows, const QString &first)>;
+    void setPartialReadReport(PartialReadReport report);
+
     /// Connects the collection to a database and item type without loading anything (for storing single items).
     void Attach(const std::shared_ptr<CConnection> &connection, int itemTypeID);
 
