@@ -160,6 +160,28 @@ private Q_SLOTS:
         QCOMPARE(a.goods().Count(), 1);
     }
 
+    // Regression: the seat's own writes that passed by its lists reached them only when some other seat happened
+    // to commit; now they arrive as another seat's do, and what the lists hold already is not told again.
+    void ownWritesPastTheListsArriveWithoutAnotherSeat()
+    {
+        Seat a = openSeat(TestDatabase::freshUrl());
+        QSignalSpy told(&a.goods(), &CItems::SomeOneChanged);
+        const CItemPtr pear = newGoods(u"SP02"_s, u"鸭梨"_s);
+        QVERIFY(a.bus->SaveItemToDB(pear, a.db) > 0);
+        QTRY_VERIFY_WITH_TIMEOUT(a.goods().SearchItemByID(pear->F_ID()), kWaitMs);
+        QCOMPARE(told.size(), 1);
+        // A goods saved hidden (F_Tag3 above 0) leaves the list at the next look, not at some later change.
+        const CItemPtr hidden = newGoods(u"SP03"_s, u"停售"_s);
+        hidden->setF_Tag3(1);
+        QVERIFY(a.goods().SaveItem(hidden));
+        QTRY_VERIFY_WITH_TIMEOUT(!a.goods().SearchItemByID(hidden->F_ID()), kWaitMs);
+        // An own save through the list is not told twice.
+        const qsizetype before = told.size();
+        QVERIFY(a.goods().SaveItem(newGoods(u"SP04"_s, u"雪梨"_s)));
+        QTest::qWait(400);
+        QCOMPARE(told.size(), before + 1);
+    }
+
     // A goods that moves to a unit another seat added shows that unit's name.
     void joinedNamesFollowAnotherSeatsChange()
     {

@@ -517,6 +517,9 @@ QSqlQuery CConnection::prepare(const QString &sql, const QVariantList &params, b
 
 int CConnection::Execute(const QString &sql, const QVariantList &params)
 {
+    if (m_depth == 0) {
+        ++m_commits; // counted before running: a statement that fails may still have written nothing, no harm
+    }
     if (params.isEmpty()) {
         QSqlQuery query = prepare(sql, params);
         if (!query.exec(sql)) {
@@ -558,8 +561,17 @@ void CConnection::bind(QSqlQuery &query, const QVariantList &params) const
     }
 }
 
+void CConnection::noteWrite(const QString &sql)
+{
+    // A statement that returns rows may write too (an insert returning its row): anything but a query counts.
+    if (m_depth == 0 && !QStringView(sql).trimmed().startsWith(u"select", Qt::CaseInsensitive)) {
+        ++m_commits;
+    }
+}
+
 QSqlQuery CConnection::SelectPrepared(const QString &sql, const QVariantList &params)
 {
+    noteWrite(sql);
     if (params.isEmpty()) {
         return Select(sql);
     }
@@ -612,6 +624,7 @@ std::shared_ptr<const ColumnLayout> CConnection::tableLayout(const QString &tabl
 
 QSqlQuery CConnection::Select(const QString &sql, const QVariantList &params)
 {
+    noteWrite(sql);
     QSqlQuery query = prepare(sql, params);
     const bool ok = params.isEmpty() ? query.exec(sql) : query.exec();
     if (!ok) {

@@ -94,6 +94,9 @@ public:
     void CommitTrans();
     void RollbackTrans();
     int transactionDepth() const { return m_depth; }
+    /// Grows with every statement this connection ran outside a transaction and with every commit: a change
+    /// feed looks at the change table when it moved, as this connection's own writes leave no other trace.
+    quint64 commitCount() const { return m_commits; }
 
     /// Creates T_Item, T_KeyID, T_GoodsPrice and T_GoodsInOutList with their indexes where missing, and the change
     /// table with its triggers (ChangeLog) unless the database was opened read-only.
@@ -111,6 +114,8 @@ public:
     bool Reopen(QString *errorMessage = nullptr);
 
 private:
+    // Counts a statement that may have written outside a transaction (commitCount()).
+    void noteWrite(const QString &sql);
     CConnection(const QString &connectionName, const QString &url, Engine engine);
 
     QSqlQuery prepare(const QString &sql, const QVariantList &params, bool forwardOnly = true);
@@ -127,6 +132,7 @@ private:
     int m_depth = 0;
     bool m_rollbackOnly = false;
     bool m_memory = false;
+    quint64 m_commits = 0;
     QString m_liveFile; // the SQLite file while it is open
     // Columns per table (lower-case name); asked once, since every save opens its table.
     mutable QHash<QString, QSqlRecord> m_tableRecords;

@@ -72,6 +72,7 @@ bool ChangeFeed::start(QString *error)
             return fail(u"数据库中没有变更记录表 T_ChangeLog,无法获知其他用户的修改"_s);
         }
         m_position = ChangeLog::lastSeq(*m_connection);
+        m_commits = m_connection->commitCount();
         if (m_connection->engine() == CConnection::Engine::SQLite) {
             m_dataVersion = -1;
             sqliteChanged();
@@ -152,7 +153,11 @@ void ChangeFeed::tick()
             return;
         }
     }
-    bool look = m_pending;
+    // The seat's own commits: writes that passed by its lists (another collection, a copy) reach them as any
+    // other seat's would, at the next look; what the lists hold already is left alone.
+    const quint64 commits = m_connection->commitCount();
+    bool look = m_pending || commits != m_commits;
+    m_commits = commits;
     try {
         look = (m_connection->engine() == CConnection::Engine::SQLite ? sqliteChanged() : postgresNotified()) || look;
         if (look) {

@@ -72,6 +72,7 @@ private:
     QElapsedTimer m_sinceRetry;
     qint64 m_position = 0;
     qint64 m_dataVersion = -1;
+    quint64 m_commits = 0; // the connection's commit count at the last look
     bool m_active = false;
     bool m_busy = false;
     bool m_lost = false;
