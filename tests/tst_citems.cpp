@@ -389,6 +389,65 @@ private Q_SLOTS:
         QCOMPARE(q.value(1).toString(), u"2.7"_s);
     }
 
+    // Every stored column counts for the conflict check and for following a change: a row changed elsewhere in
+    // one column only is refused on save and taken by the list.
+    void changeOfAnyOneColumnElsewhereIsAConflict_data()
+    {
+        QTest::addColumn<int>("column");
+        const auto columns = CItem::columns();
+        for (int i = 0; i < int(columns.size()); ++i) {
+            if (columns[std::size_t(i)].name != u"F_ID"_s && columns[std::size_t(i)].name != u"F_ItemTypeID"_s) {
+                QTest::newRow(qPrintable(columns[std::size_t(i)].name)) << i;
+            }
+        }
+    }
+    void changeOfAnyOneColumnElsewhereIsAConflict()
+    {
+        QFETCH(int, column);
+        const CItem::Column &c = CItem::columns()[std::size_t(column)];
+        ItemFixtures::insert(*m_db, {1, 4, u"G1"_s, u"可乐"_s});
+        auto goods = load(4);
+        const CItemPtr mine = CItem::create(*goods->SearchItemByID(1));
+        QVariant other;
+        switch (c.type) {
+        case CItem::ColumnType::Int32:
+        case CItem::ColumnType::Int16:
+            other = c.name == u"F_Tag3"_s ? -5 : 7;
+            break;
+        case CItem::ColumnType::Text:
+            other = u"别处改的"_s;
+            break;
+        case CItem::ColumnType::Single:
+            other = 1.5;
+            break;
+        case CItem::ColumnType::Currency:
+            other = m_db->toSqlValue(QVariant::fromValue(Currency::fromString(u"2.5"_s).value()));
+            break;
+        case CItem::ColumnType::Date:
+            other = QDate(2020, 1, 2);
+            break;
+        case CItem::ColumnType::DateTime:
+            other = QDateTime(QDate(2020, 1, 2), QTime(3, 4, 5));
+            break;
+        case CItem::ColumnType::Boolean:
+            other = true;
+            break;
+        }
+        m_db->Execute(u"Update T_Item Set "_s + c.name + u"=? Where F_ID=1"_s, {m_db->toSqlValue(other)});
+        mine->setF_Remark(mine->F_Remark() + u"本座席"_s);
+        QVERIFY(!goods->SaveItem(mine));
+        QVERIFY2(m_prompt->lastText().contains(u"已被其他用户修改"_s), qPrintable(m_prompt->lastText()));
+        QSignalSpy told(goods.get(), &CItems::SomeOneChanged);
+        QVERIFY(goods->FollowChange(1));
+        QCOMPARE(told.size(), 1);
+        QCOMPARE(goods->SearchItemByID(1)->value(column).toString(), [&] {
+            CItem expected;
+            QString error;
+            expected.setValue(column, other, &error);
+            return expected.value(column).toString();
+        }());
+    }
+
     void loadFiltersAndOrdersPerType()
     {
         ItemFixtures::insert(*m_db, {1, 4, u"C"_s, u"丙"_s});
