@@ -238,6 +238,15 @@ private Q_SLOTS:
         QTest::newRow("unconvertible") << QStringList {u"add"_s, u"unit"_s,  u"--name"_s,
                                                        u"x"_s,   u"--set"_s, u"F_Tag1=abc"_s}
                                        << 2;
+        // A unit or type that does not exist was stored as if it did.
+        QTest::newRow("goods with a unit that does not exist")
+            << QStringList {u"add"_s,  u"goods"_s, u"--name"_s, u"x"_s,
+                            u"--no"_s, u"X1"_s,    u"--set"_s,  u"F_Tag1=999999"_s}
+            << 1;
+        QTest::newRow("goods with a type that does not exist")
+            << QStringList {u"add"_s, u"goods"_s, u"--name"_s, u"x"_s, u"--set"_s, u"F_ParentID=999999"_s} << 1;
+        QTest::newRow("client with a client type that does not exist")
+            << QStringList {u"add"_s, u"client"_s, u"--name"_s, u"x"_s, u"--set"_s, u"F_ParentID=999999"_s} << 1;
         QTest::newRow("delete bad id") << QStringList {u"delete"_s, u"unit"_s, u"abc"_s} << 2;
         QTest::newRow("delete unknown id") << QStringList {u"delete"_s, u"unit"_s, u"4242"_s} << 1;
         QTest::newRow("rename unknown id") << QStringList {u"rename"_s, u"unit"_s, u"4242"_s, u"x"_s} << 1;
@@ -251,6 +260,9 @@ private Q_SLOTS:
         const Result r = cli(QStringList {u"--db"_s, url} + args);
         QCOMPARE(r.code, code);
         QVERIFY(!r.err.isEmpty());
+        // Nothing refused is stored: the lists hold their header line only.
+        QCOMPARE(cli({u"--db"_s, url, u"list"_s, u"goods"_s}).out.count(u'\n'), 1);
+        QCOMPARE(cli({u"--db"_s, url, u"list"_s, u"client"_s}).out.count(u'\n'), 1);
     }
 
     // A shop's database copied to read-only media (a disc, a read-only share) could not be read at all: every
