@@ -2,6 +2,7 @@
 // not happen is that a fault passes for success.
 #include "cbus.h"
 #include "cconnection.h"
+#include "changelog.h"
 #include "citems.h"
 #include "databasecopy.h"
 #include "itemtype.h"
@@ -16,6 +17,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
 #include <csignal>
 #include <sys/types.h>
 
@@ -177,6 +179,109 @@ private Q_SLOTS:
         }
         first->RollbackTrans();
         QVERIFY2(message.startsWith(u"数据正被其他用户修改,请稍后再试"_s), qPrintable(message));
+    }
+
+    // A large import turned the change notes off by dropping the triggers, which on a server locked T_Item for the
+    // whole import: the other seats' reads waited on it, and their saves gave up saying the table did not exist.
+    void pausedChangeNotesKeepNoSeatWaiting()
+    {
+        const bool server = TestDatabase::isPostgreSQL();
+        const QString url = TestDatabase::freshUrl();
+        auto importer = CConnection::Open(url);
+        QVERIFY(importer);
+        importer->EnsureSchema();
+        auto seat = CConnection::Open(url);
+        QVERIFY(seat);
+        // The seat gives up after a short wait instead of the usual ten seconds.
+        seat->Execute(server ? u"SET lock_timeout = '2s'"_s : u"PRAGMA busy_timeout = 500"_s);
+        auto schemaVersion = [&] {
+            QSqlQuery q = seat->Select(u"PRAGMA schema_version"_s);
+            return q.next() ? q.value(0).toInt() : -1;
+        };
+        const int schemaBefore = server ? 0 : schemaVersion();
+        const qint64 before = ChangeLog::lastSeq(*seat);
+
+        importer->BeginTrans();
+        QVERIFY(ChangeLog::suspendTriggers(*importer, u"T_Item"_s));
+        importer->Execute(
+            u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName) Values (901, 4, 'P1', '暂停中')"_s);
+        QString readError;
+        try {
+            QSqlQuery q = seat->Select(u"Select Count(*) From T_Item"_s);
+            QVERIFY(q.next());
+            QCOMPARE(q.value(0).toInt(), 0);
+        } catch (const DbError &e) {
+            readError = e.message();
+        }
+        QCOMPARE(readError, QString());
+        // A save of the other seat goes in beside the import on a server; SQLite has one writer at a time.
+        CItems units;
+        units.Attach(seat, itemTypeNumber(ItemType::Unit));
+        auto unit = CItem::create();
+        unit->setF_ItemTypeID(itemTypeNumber(ItemType::Unit));
+        unit->setF_ItemName(u"箱"_s);
+        m_prompt.clear();
+        QVERIFY2(units.SaveItem(unit) == server, qPrintable(m_prompt.lastText()));
+        if (!server) {
+            QVERIFY2(m_prompt.lastText().contains(u"数据正被其他用户修改,请稍后再试"_s),
+                     qPrintable(m_prompt.lastText()));
+        }
+        ChangeLog::restoreTriggers(*importer, u"T_Item"_s);
+        importer->Execute(
+            u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName) Values (902, 4, 'P2', '恢复后')"_s);
+        importer->CommitTrans();
+
+        // The paused row left no note, the row after the pause and the other seat's save did.
+        QList<qint32> noted;
+        for (const ItemChange &change : ChangeLog::read(*seat, before + 1, 100)) {
+            noted.append(change.id);
+        }
+        std::sort(noted.begin(), noted.end());
+        QList<qint32> expected {902};
+        if (server) {
+            expected.append(unit->F_ID());
+            std::sort(expected.begin(), expected.end());
+        }
+        QCOMPARE(noted, expected);
+        if (!server) {
+            QCOMPARE(schemaVersion(), schemaBefore);
+        }
+        // Later changes are noted again.
+        seat->Execute(u"Update T_Item Set F_ItemName = '改名' Where F_ID = 901"_s);
+        QCOMPARE(ChangeLog::read(*seat, before + 1, 100).size(), expected.size() + 1);
+    }
+
+    // A save behind a lock on the table itself (a program that locked T_Item) gave up saying the table did not
+    // exist.
+    void saveBehindATableLockSaysTheDataIsBusy()
+    {
+        const bool server = TestDatabase::isPostgreSQL();
+        const QString url = TestDatabase::freshUrl();
+        auto holder = CConnection::Open(url);
+        QVERIFY(holder);
+        holder->EnsureSchema();
+        holder->BeginTrans();
+        if (server) {
+            holder->Execute(u"LOCK TABLE T_Item IN ACCESS EXCLUSIVE MODE"_s);
+        } else {
+            holder->Execute(u"Insert Into T_KeyID (F_TableName, F_MaxID) Values ('T_Other', 1)"_s);
+        }
+        // A seat that starts now: nothing of the table is known to it yet.
+        auto seat = CConnection::Open(url);
+        QVERIFY(seat);
+        seat->Execute(server ? u"SET lock_timeout = '2s'"_s : u"PRAGMA busy_timeout = 500"_s);
+        CItems units;
+        units.Attach(seat, itemTypeNumber(ItemType::Unit));
+        auto unit = CItem::create();
+        unit->setF_ItemTypeID(itemTypeNumber(ItemType::Unit));
+        unit->setF_ItemName(u"箱"_s);
+        m_prompt.clear();
+        QVERIFY(!units.SaveItem(unit));
+        holder->RollbackTrans();
+        QCOMPARE(m_prompt.shown().size(), 1);
+        QVERIFY2(m_prompt.lastText().contains(u"数据正被其他用户修改,请稍后再试"_s), qPrintable(m_prompt.lastText()));
+        QVERIFY2(!m_prompt.lastText().contains(u"数据表不存在"_s), qPrintable(m_prompt.lastText()));
+        QCOMPARE(units.Count(), 0);
     }
 
     // Writers killed at random moments of their saves: every save they reported done is in the database, whole,

@@ -346,8 +346,18 @@ private Q_SLOTS:
             QVERIFY(db);
             db->EnsureSchema();
             CTransaction transaction(*db);
-            QVERIFY(ChangeLog::suspendTriggers(*db, u"T_Item"_s));
-            QVERIFY(ChangeLog::suspendTriggers(*db, u"T_GoodsPrice"_s));
+            // A database as programs before the change table left it.
+            if (db->engine() == CConnection::Engine::SQLite) {
+                for (const char16_t *trigger :
+                     {u"TR_Item_Insert", u"TR_Item_Update", u"TR_Item_Delete", u"TR_GoodsPrice_Insert",
+                      u"TR_GoodsPrice_Update", u"TR_GoodsPrice_Delete"}) {
+                    db->Execute(u"DROP TRIGGER "_s + QString::fromUtf16(trigger));
+                }
+                db->Execute(u"DROP TABLE T_ChangeLogPause"_s);
+            } else {
+                db->Execute(u"DROP TRIGGER tr_item_change ON T_Item"_s);
+                db->Execute(u"DROP TRIGGER tr_goodsprice_change ON T_GoodsPrice"_s);
+            }
             db->Execute(u"DROP TABLE T_ChangeLog"_s);
             db->Execute(u"INSERT INTO T_Item (F_ID, F_ItemName, F_ItemTypeID) VALUES (3, '旧商品', 4)"_s);
             transaction.Commit();

@@ -592,11 +592,7 @@ std::shared_ptr<const ColumnLayout> CConnection::tableLayout(const QString &tabl
     if (it != m_layouts.constEnd()) {
         return *it;
     }
-    const QSqlRecord columns = tableRecord(table);
-    if (columns.isEmpty()) {
-        throw DbError(u"数据表不存在: "_s + table);
-    }
-    auto layout = std::make_shared<const ColumnLayout>(columns);
+    auto layout = std::make_shared<const ColumnLayout>(requireTable(table));
     m_layouts.insert(key, layout);
     return layout;
 }
@@ -609,6 +605,30 @@ QSqlQuery CConnection::Select(const QString &sql, const QVariantList &params)
         throw DbError(describe(query.lastError()));
     }
     return query;
+}
+
+QSqlRecord CConnection::requireTable(const QString &table) const
+{
+    QSqlRecord columns = tableRecord(table);
+    if (!columns.isEmpty()) {
+        return columns;
+    }
+    // The driver's look-up says only that it found nothing, also when it waited in vain behind another seat's lock:
+    // the table itself says why.
+    QSqlQuery probe(database());
+    if (!probe.exec(u"SELECT * FROM "_s + table + u" WHERE 1=0"_s)) {
+        const QSqlError error = probe.lastError();
+        // A failed statement spoils a server's transaction for any further look, so the error alone decides.
+        if (error.nativeErrorCode() == u"42P01"_s || error.databaseText().contains(u"no such table"_s)) {
+            throw DbError(u"数据表不存在: "_s + table);
+        }
+        throw DbError(describe(error));
+    }
+    columns = probe.record();
+    if (columns.isEmpty()) {
+        throw DbError(u"数据表不存在: "_s + table);
+    }
+    return columns;
 }
 
 QSqlRecord CConnection::tableRecord(const QString &table) const

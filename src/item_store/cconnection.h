@@ -87,6 +87,8 @@ public:
     static bool next(QSqlQuery &query);
     /// The columns of a table (names as the engine reports them), or an empty record when it is missing.
     QSqlRecord tableRecord(const QString &table) const;
+    /// The columns of a table; throws DbError when it is missing, or busy behind another seat's lock.
+    QSqlRecord requireTable(const QString &table) const;
     bool hasTable(const QString &table) const;
 
     /// Starts (or joins) a transaction. SQLite takes the write lock at once so that two writers never deadlock.
