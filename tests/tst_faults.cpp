@@ -368,6 +368,75 @@ private Q_SLOTS:
         QCOMPARE(units.Item(1)->F_ItemName(), u"箱"_s);
     }
 
+    // A server process that stops answering (frozen, its host swapping to death) kept a save waiting for ever:
+    // the socket stays open and libpq waits without a limit.
+    void frozenServerEndsASaveWithAMessage()
+    {
+        if (!TestDatabase::isPostgreSQL()) {
+            QSKIP("a server process");
+        }
+        CConnection::setStatementTimeout(1000);
+        struct Restore
+        {
+            ~Restore() { CConnection::setStatementTimeout(0); }
+        } restore;
+        auto db = TestDatabase::create();
+        QVERIFY(db);
+        CItems units;
+        QVERIFY(units.InitInstance(db, itemTypeNumber(ItemType::Unit)));
+        auto first = CItem::create();
+        first->setF_ItemTypeID(itemTypeNumber(ItemType::Unit));
+        first->setF_ItemName(u"箱"_s);
+        QVERIFY(units.SaveItem(first));
+        QSqlQuery pid = db->Select(u"Select pg_backend_pid()"_s);
+        QVERIFY(pid.next());
+        const pid_t backend = pid_t(pid.value(0).toLongLong());
+        pid = QSqlQuery();
+        QVERIFY(::kill(backend, SIGSTOP) == 0);
+        struct Resume
+        {
+            pid_t backend;
+            ~Resume() { ::kill(backend, SIGCONT); }
+        } resume {backend};
+
+        auto second = CItem::create();
+        second->setF_ItemTypeID(itemTypeNumber(ItemType::Unit));
+        second->setF_ItemName(u"瓶"_s);
+        m_prompt.clear();
+        QVERIFY(!units.SaveItem(second));
+        QCOMPARE(m_prompt.shown().size(), 1);
+        QVERIFY2(m_prompt.lastText().startsWith(u"保存元素失败"_s), qPrintable(m_prompt.lastText()));
+        QVERIFY2(m_prompt.lastText().contains(u"没有响应"_s), qPrintable(m_prompt.lastText()));
+        QCOMPARE(units.Count(), 1);
+        QCOMPARE(units.Item(1)->F_ItemName(), u"箱"_s);
+        QVERIFY(second->F_ID() < 1);
+    }
+
+    // A statement that runs too long on a live server is cancelled there, and the connection serves on.
+    void slowStatementIsCancelledByTheServer()
+    {
+        if (!TestDatabase::isPostgreSQL()) {
+            QSKIP("a server's statement limit");
+        }
+        CConnection::setStatementTimeout(500);
+        struct Restore
+        {
+            ~Restore() { CConnection::setStatementTimeout(0); }
+        } restore;
+        auto db = TestDatabase::create();
+        QVERIFY(db);
+        QString message;
+        try {
+            db->Select(u"Select pg_sleep(5)"_s);
+        } catch (const DbError &e) {
+            message = e.message();
+        }
+        QVERIFY2(message.contains(u"已取消"_s), qPrintable(message));
+        QSqlQuery q = db->Select(u"Select 1"_s);
+        QVERIFY(q.next());
+        QCOMPARE(q.value(0).toInt(), 1);
+    }
+
 private:
     ScriptedPrompt m_prompt;
     CPrompt *m_previous = nullptr;

@@ -3,6 +3,7 @@
 #include "changelog.h"
 #include "crecordset.h"
 #include "currency.h"
+#include "postgreshandle.h"
 
 #include <QAtomicInt>
 #include <QDate>
@@ -17,6 +18,13 @@
 #include <QUrl>
 #include <QUrlQuery>
 
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -27,8 +35,29 @@ namespace {
 
 QAtomicInt s_connectionCounter;
 
+int defaultStatementTimeout()
+{
+    bool ok = false;
+    const int fromEnvironment = qEnvironmentVariableIntValue("QUILLON_STATEMENT_TIMEOUT_MS", &ok);
+    return ok && fromEnvironment > 0 ? fromEnvironment : 30000;
+}
+
+std::atomic<int> s_statementTimeout {0};
+
+// The server cancels a slow statement itself; the client waits a little longer before it cuts the connection, so
+// that a live server's own, cleaner refusal comes first.
+std::chrono::milliseconds clientLimit()
+{
+    const int server = CConnection::statementTimeout();
+    return std::chrono::milliseconds(server + qMax(1000, server / 10));
+}
+
 QString describe(const QSqlError &error)
 {
+    if (error.nativeErrorCode() == u"57014"_s && error.databaseText().contains(u"statement timeout"_s)) {
+        return u"数据库服务器执行超过 "_s + QString::number(CConnection::statementTimeout() / 1000.0)
+            + u" 秒,已取消,数据没有改变"_s;
+    }
     // A lock held by another seat beyond the wait limit: PostgreSQL's lock_not_available, SQLite's busy.
     const QString code = error.nativeErrorCode();
     if (code == u"55P03"_s || code == u"5"_s || code == u"517"_s) {
@@ -263,6 +292,130 @@ bool onReadOnlyFileSystem(const QString &path)
 
 } // namespace
 
+// libpq waits for a server's answer without a limit of its own, and a frozen server process still has a live
+// socket (its kernel answers the keepalives). When one exchange takes longer than the limit, this thread shuts the
+// socket down, so that the waiting call returns with an error.
+class StatementWatchdog
+{
+public:
+    StatementWatchdog() = default;
+    ~StatementWatchdog()
+    {
+        if (m_thread.joinable()) {
+            {
+                const std::lock_guard lock(m_mutex);
+                m_stop = true;
+            }
+            m_wake.notify_all();
+            m_thread.join();
+        }
+    }
+    Q_DISABLE_COPY_MOVE(StatementWatchdog)
+
+    void arm(PGconn *pg, std::chrono::milliseconds limit)
+    {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_pg = pg;
+            m_deadline = Clock::now() + limit;
+            m_armed = pg != nullptr;
+            m_expired = false;
+            if (!m_thread.joinable()) {
+                m_thread = std::thread([this] { watch(); });
+            }
+        }
+        m_wake.notify_all();
+    }
+    void disarm()
+    {
+        const std::lock_guard lock(m_mutex);
+        m_armed = false;
+    }
+    bool expired() const { return m_expired.load(); }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    void watch()
+    {
+        std::unique_lock lock(m_mutex);
+        while (!m_stop) {
+            if (m_armed && Clock::now() >= m_deadline) {
+                // Marked first: the waiting call returns as soon as the socket is down, and looks at the mark.
+                m_expired = true;
+                m_armed = false;
+                ::shutdown(PQsocket(m_pg), SHUT_RDWR);
+            } else if (m_armed) {
+                m_wake.wait_until(lock, m_deadline);
+            } else {
+                m_wake.wait(lock);
+            }
+        }
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    PGconn *m_pg = nullptr;
+    Clock::time_point m_deadline;
+    bool m_armed = false;
+    bool m_stop = false;
+    std::atomic<bool> m_expired {false};
+    std::thread m_thread;
+};
+
+void CConnection::setStatementTimeout(int milliseconds)
+{
+    s_statementTimeout = milliseconds > 0 ? milliseconds : 0;
+}
+
+int CConnection::statementTimeout()
+{
+    const int set = s_statementTimeout.load();
+    return set > 0 ? set : defaultStatementTimeout();
+}
+
+template<typename F>
+auto CConnection::watched(F &&exchange) const
+{
+    if (m_engine != Engine::PostgreSQL || m_watchDepth > 0) {
+        return exchange();
+    }
+    PGconn *pg = postgresHandle(const_cast<CConnection &>(*this));
+    if (!pg) {
+        return exchange();
+    }
+    if (!m_watchdog) {
+        m_watchdog = std::make_unique<StatementWatchdog>();
+    }
+    const std::chrono::milliseconds limit = clientLimit();
+    m_watchdog->arm(pg, limit);
+    ++m_watchDepth;
+    struct Done
+    {
+        const CConnection &connection;
+        ~Done()
+        {
+            --connection.m_watchDepth;
+            connection.m_watchdog->disarm();
+        }
+    } done {*this};
+    const auto stalled = [&] {
+        return DbError(u"数据库服务器 "_s + QString::number(limit.count() / 1000.0)
+                       + u" 秒没有响应,已断开与它的连接,这次操作没有完成,数据没有改变;请检查服务器或网络后重新连接"_s);
+    };
+    try {
+        auto result = exchange();
+        if (m_watchdog->expired()) {
+            throw stalled();
+        }
+        return result;
+    } catch (const DbError &) {
+        if (m_watchdog->expired()) {
+            throw stalled();
+        }
+        throw;
+    }
+}
+
 CConnection::CConnection(const QString &connectionName, const QString &url, Engine engine)
     : m_connectionName(connectionName)
     , m_url(url)
@@ -356,6 +509,7 @@ void CConnection::setUp()
             Execute(u"SET client_min_messages TO WARNING"_s);
             // A writer behind another seat's lock gives up after about ten seconds with a clear message.
             Execute(u"SET lock_timeout = '10s'"_s);
+            Execute(u"SET statement_timeout = "_s + QString::number(statementTimeout()));
         }
     } catch (const DbError &) {
         // A read-only file cannot switch its journal; it still serves reads.
@@ -497,7 +651,7 @@ QSqlQuery CConnection::prepare(const QString &sql, const QVariantList &params, b
     if (params.isEmpty()) {
         return query;
     }
-    if (!query.prepare(sql)) {
+    if (!watched([&] { return query.prepare(sql); })) {
         throw DbError(describe(query.lastError()) + u"\n"_s + sql);
     }
     for (const QVariant &param : params) {
@@ -510,12 +664,12 @@ int CConnection::Execute(const QString &sql, const QVariantList &params)
 {
     if (params.isEmpty()) {
         QSqlQuery query = prepare(sql, params);
-        if (!query.exec(sql)) {
+        if (!watched([&] { return query.exec(sql); })) {
             throw DbError(describe(query.lastError()));
         }
         return query.numRowsAffected();
     }
-    return cachedStatement(sql, params).numRowsAffected();
+    return watched([&] { return cachedStatement(sql, params).numRowsAffected(); });
 }
 
 QSqlQuery &CConnection::cachedStatement(const QString &sql, const QVariantList &params)
@@ -567,7 +721,7 @@ QSqlQuery CConnection::SelectPrepared(const QString &sql, const QVariantList &pa
         m_leased.erase(cached);
     }
     bind(query, params);
-    if (!query.exec()) {
+    if (!watched([&] { return query.exec(); })) {
         throw DbError(describe(query.lastError()));
     }
     return query;
@@ -600,7 +754,7 @@ std::shared_ptr<const ColumnLayout> CConnection::tableLayout(const QString &tabl
 QSqlQuery CConnection::Select(const QString &sql, const QVariantList &params)
 {
     QSqlQuery query = prepare(sql, params);
-    const bool ok = params.isEmpty() ? query.exec(sql) : query.exec();
+    const bool ok = watched([&] { return params.isEmpty() ? query.exec(sql) : query.exec(); });
     if (!ok) {
         throw DbError(describe(query.lastError()));
     }
@@ -616,7 +770,7 @@ QSqlRecord CConnection::requireTable(const QString &table) const
     // The driver's look-up says only that it found nothing, also when it waited in vain behind another seat's lock:
     // the table itself says why.
     QSqlQuery probe(database());
-    if (!probe.exec(u"SELECT * FROM "_s + table + u" WHERE 1=0"_s)) {
+    if (!watched([&] { return probe.exec(u"SELECT * FROM "_s + table + u" WHERE 1=0"_s); })) {
         const QSqlError error = probe.lastError();
         // A failed statement spoils a server's transaction for any further look, so the error alone decides.
         if (error.nativeErrorCode() == u"42P01"_s || error.databaseText().contains(u"no such table"_s)) {
@@ -642,10 +796,10 @@ QSqlRecord CConnection::tableRecord(const QString &table) const
         return *cached;
     }
     QSqlDatabase db = database();
-    QSqlRecord record = db.record(table);
+    QSqlRecord record = watched([&] { return db.record(table); });
     if (record.isEmpty() && m_engine == Engine::PostgreSQL) {
         // Unquoted names are folded to lower case by PostgreSQL.
-        record = db.record(key);
+        record = watched([&] { return db.record(key); });
     }
     if (!record.isEmpty()) {
         m_tableRecords.insert(key, record);
@@ -672,7 +826,7 @@ bool CConnection::hasTable(const QString &table) const
     if (!isOpen()) {
         return false;
     }
-    const QStringList tables = database().tables(QSql::Tables);
+    const QStringList tables = watched([&] { return database().tables(QSql::Tables); });
     for (const QString &name : tables) {
         if (name.compare(table, Qt::CaseInsensitive) == 0) {
             return true;
