@@ -576,6 +576,37 @@ DatabaseCopy::Result DatabaseCopy::copy(CConnection &from, CConnection &to, cons
         }
     }
     StallWatchdog watchdog(servers, stallLimit);
+    // A copy of a large store runs single statements (COPY, DELETE) longer than a save's limit; its own watchdog
+    // looks after a server that stops answering.
+    struct NoStatementLimit
+    {
+        std::vector<CConnection *> connections;
+        explicit NoStatementLimit(std::initializer_list<CConnection *> all)
+        {
+            for (CConnection *connection : all) {
+                if (postgresHandle(*connection)) {
+                    try {
+                        connection->Execute(u"SET statement_timeout = 0"_s);
+                        connections.push_back(connection);
+                    } catch (const DbError &) {
+                        // The copy reports what is wrong with the connection.
+                    }
+                }
+            }
+        }
+        ~NoStatementLimit()
+        {
+            for (CConnection *connection : connections) {
+                try {
+                    connection->Execute(u"SET statement_timeout = "_s
+                                        + QString::number(CConnection::statementTimeout()));
+                } catch (const DbError &) {
+                    // A failed transaction takes the setting back with it.
+                }
+            }
+        }
+        Q_DISABLE_COPY_MOVE(NoStatementLimit)
+    } noStatementLimit {&from, &to};
     try {
         CTransaction transaction(to);
         // The change triggers would note every copied row; seats are told once to reload instead. The
