@@ -182,11 +182,29 @@ const QSet<QString> &postgresOptions()
 
 QString DatabaseUrl::masked(const QString &url)
 {
-    // user:password@ → user:***@; the password may itself hold ':' but not an unescaped '@'.
-    static const QRegularExpression password(u"^([A-Za-z][A-Za-z0-9+.-]*://[^:/@]*):[^@/]*@"_s);
-    static const QRegularExpression option(u"([?&]sslpassword=)[^&]*"_s);
+    // user:password@ → user:***@. A mistyped URL is shown too, so nothing about it is trusted: the password may
+    // hold '/', '#', '@' or ':' unescaped, the scheme may be misspelt or lack its "//". Everything after the user
+    // name up to the last '@' goes; a '@' further on (in an option) only hides more than needed.
     QString shown = url;
-    return shown.replace(password, u"\\1:***@"_s).replace(option, u"\\1***"_s);
+    const qsizetype at = shown.lastIndexOf(u'@');
+    if (at >= 0) {
+        qsizetype start = shown.indexOf(u':');
+        if (start < 0 || start > at) {
+            start = 0;
+        } else {
+            ++start;
+            while (start < at && shown.at(start) == u'/') {
+                ++start;
+            }
+        }
+        const QString userInfo = shown.mid(start, at - start);
+        const qsizetype colon = userInfo.indexOf(u':');
+        if (colon >= 0) {
+            shown = shown.left(start) + userInfo.left(colon) + u":***"_s + shown.mid(at);
+        }
+    }
+    static const QRegularExpression option(u"([?&]sslpassword=)[^&]*"_s);
+    return shown.replace(option, u"\\1***"_s);
 }
 
 DatabaseUrl DatabaseUrl::parse(const QString &url)
@@ -216,7 +234,7 @@ DatabaseUrl DatabaseUrl::parse(const QString &url)
             // sqlite:///abs/path.db: an empty authority followed by an absolute path.
             const QString path = QUrl::fromPercentEncoding(rest.mid(2).toUtf8());
             if (!path.startsWith(u'/')) {
-                result.error = u"SQLite 地址必须是 sqlite:///绝对路径 或 sqlite:相对路径: "_s + url;
+                result.error = u"SQLite 地址必须是 sqlite:///绝对路径 或 sqlite:相对路径: "_s + masked(url);
                 result.engine = Engine::Invalid;
                 return result;
             }
@@ -225,7 +243,7 @@ DatabaseUrl DatabaseUrl::parse(const QString &url)
             result.databaseName = QDir::current().absoluteFilePath(QUrl::fromPercentEncoding(rest.toUtf8()));
         }
         if (result.databaseName.isEmpty() || result.databaseName == u"/"_s) {
-            result.error = u"数据库地址缺少文件名: "_s + url;
+            result.error = u"数据库地址缺少文件名: "_s + masked(url);
             result.engine = Engine::Invalid;
         }
         return result;
@@ -234,7 +252,7 @@ DatabaseUrl DatabaseUrl::parse(const QString &url)
         || trimmed.startsWith(u"postgres://"_s, Qt::CaseInsensitive)) {
         const QUrl parsed(trimmed, QUrl::StrictMode);
         if (!parsed.isValid() || parsed.host().isEmpty()) {
-            result.error = u"无效的 PostgreSQL 地址: "_s + url;
+            result.error = u"无效的 PostgreSQL 地址: "_s + masked(url);
             return result;
         }
         result.engine = Engine::PostgreSQL;
@@ -267,7 +285,7 @@ DatabaseUrl DatabaseUrl::parse(const QString &url)
         result.options = options.join(u';');
         return result;
     }
-    result.error = u"不支持的数据库地址(应为 sqlite: 或 postgresql://): "_s + url;
+    result.error = u"不支持的数据库地址(应为 sqlite: 或 postgresql://): "_s + masked(url);
     return result;
 }
 
