@@ -15,6 +15,7 @@
 #include <QTest>
 
 #include <memory>
+#include <sys/stat.h>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -383,6 +384,30 @@ private Q_SLOTS:
         env.insert(u"HOME"_s, home.path());
         QCOMPARE(cli({u"init"_s}, env).code, 0);
         QVERIFY(QFile::exists(home.path() + u"/.local/share/quillon/quillon.db"_s));
+    }
+
+    // The database, its folder, backups and exports came out readable by every user of the machine.
+    void whatTheProgramCreatesIsItsUsersAlone()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("files of the embedded database");
+        }
+        QTemporaryDir home;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(u"XDG_DATA_HOME"_s, home.path() + u"/data"_s);
+        QCOMPARE(cli({u"init"_s, u"--demo"_s}, env).code, 0);
+        const QString backup = home.filePath(u"shop.qlb"_s);
+        const QString workbook = home.filePath(u"goods.xlsx"_s);
+        QCOMPARE(cli({u"backup"_s, backup}, env).code, 0);
+        QCOMPARE(cli({u"export"_s, u"goods"_s, workbook}, env).code, 0);
+        const QString folder = home.path() + u"/data/quillon"_s;
+        for (const QString &path : QStringList {folder, folder + u"/quillon.db"_s, backup, workbook}) {
+            struct stat info
+            {
+            };
+            QVERIFY2(::stat(QFile::encodeName(path).constData(), &info) == 0, qPrintable(path));
+            QVERIFY2((info.st_mode & 077) == 0, qPrintable(path + u" "_s + QString::number(info.st_mode & 0777, 8)));
+        }
     }
 };
 
