@@ -9,6 +9,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSqlDriver>
 #include <QSqlField>
 #include <QTemporaryFile>
@@ -16,6 +17,10 @@
 #include <sqlite3.h>
 
 #include <memory>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -51,6 +56,52 @@ QList<QPair<QString, qint64>> countRows(CConnection &connection)
     return rows;
 }
 
+// A backup holds a shared lock on its folder while it writes its part file, as the export does while it writes a
+// workbook; a part of the same backup found while nobody holds the lock was left by a writer that was killed.
+class FolderWriteLock
+{
+public:
+    explicit FolderWriteLock(const QString &folder)
+        : m_fd(::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+    { }
+    ~FolderWriteLock()
+    {
+        if (m_fd >= 0) {
+            ::close(m_fd);
+        }
+    }
+    Q_DISABLE_COPY_MOVE(FolderWriteLock)
+
+    bool lockExclusiveNow() { return m_fd >= 0 && ::flock(m_fd, LOCK_EX | LOCK_NB) == 0; }
+    void lockShared()
+    {
+        if (m_fd >= 0) {
+            ::flock(m_fd, LOCK_SH);
+        }
+    }
+
+private:
+    int m_fd;
+};
+
+void removeStaleParts(const QString &file)
+{
+    const QFileInfo info(file);
+    FolderWriteLock folder(info.absolutePath());
+    if (!folder.lockExclusiveNow()) {
+        return; // a backup or export is being written in this folder now
+    }
+    const QRegularExpression stale(u"^"_s + QRegularExpression::escape(info.fileName())
+                                   + u"\\.part-[A-Za-z0-9]{6}(-journal|-wal|-shm)?$"_s);
+    const QStringList names =
+        info.absoluteDir().entryList({info.fileName() + u".part-*"_s}, QDir::Files | QDir::Hidden | QDir::System);
+    for (const QString &name : names) {
+        if (stale.match(name).hasMatch()) {
+            QFile::remove(info.absoluteDir().filePath(name));
+        }
+    }
+}
+
 // A file next to the backup that becomes it once complete, so that a failed backup leaves no half file behind.
 QString partFile(const QString &file, QString *error)
 {
@@ -83,6 +134,10 @@ MasterBackup::Result MasterBackup::backup(CConnection &source, const QString &fi
         result.error = u"文件 "_s + file + u" 已经存在;备份不会覆盖已有的文件,请换一个文件名"_s;
         return result;
     }
+    removeStaleParts(file);
+    // Held until the part is the backup or gone, so that no other writer takes it for a leftover.
+    FolderWriteLock writing(QFileInfo(file).absolutePath());
+    writing.lockShared();
     const QString part = partFile(file, &result.error);
     if (part.isEmpty()) {
         return result;
