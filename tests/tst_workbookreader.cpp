@@ -285,6 +285,26 @@ private Q_SLOTS:
         QVERIFY2(error.contains(u"恶意"_s), qPrintable(error));
     }
 
+    // A lone CR ended no row: two lines of a file from an older Mac program were read as one.
+    void csvLinesEndWithCrOrLfOrBoth_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::newRow("LF") << QByteArray("编号,名称\nA1,甲\n\"多\n行\",乙\n");
+        QTest::newRow("CR LF") << QByteArray("编号,名称\r\nA1,甲\r\n\"多\n行\",乙\r\n");
+        QTest::newRow("lone CR") << QByteArray("编号,名称\rA1,甲\r\"多\n行\",乙\r");
+        QTest::newRow("mixed, no end at the end") << QByteArray("编号,名称\rA1,甲\r\n\"多\n行\",乙");
+    }
+    void csvLinesEndWithCrOrLfOrBoth()
+    {
+        QFETCH(QByteArray, bytes);
+        WorkbookReader reader(write(u"lines.csv"_s, bytes));
+        QVERIFY(reader.open());
+        bool ok = false;
+        QCOMPARE(rowsOf(reader, QString(), &ok),
+                 (QStringList {u"1: A=编号 B=名称"_s, u"2: A=A1 B=甲"_s, u"3: A=多\n行 B=乙"_s}));
+        QVERIFY(ok);
+    }
+
     // A workbook with one sheet "s" whose parts are given as Python expressions of bytes, packed by Python's zipfile.
     QString zipBook(const QString &name, const QString &sheetExpression, const QString &sharedExpression)
     {

@@ -1117,8 +1117,11 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
     // The separator the header line uses most: comma, tab or semicolon.
     char separator = ',';
     {
-        const qsizetype end = probe.indexOf('\n');
-        const QByteArray first = end < 0 ? probe : probe.left(end);
+        qsizetype end = 0;
+        while (end < probe.size() && probe[end] != '\n' && probe[end] != '\r') {
+            ++end;
+        }
+        const QByteArray first = probe.left(end);
         const qsizetype commas = first.count(','), tabs = first.count('\t'), semis = first.count(';');
         if (tabs > commas && tabs >= semis) {
             separator = '\t';
@@ -1136,6 +1139,7 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
     int column = 0;
     int rowNumber = 1;
     bool first = true;
+    bool afterCR = false;
     auto endField = [&]() {
         if (!checkCell(rowNumber, column, field)) {
             return false;
@@ -1173,6 +1177,12 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
             }
         }
         for (const QChar c : std::as_const(text)) {
+            // CR, LF and CR LF each end a line (older Mac programs write a lone CR).
+            if (c == u'\n' && afterCR) {
+                afterCR = false;
+                continue;
+            }
+            afterCR = false;
             if (quoted) {
                 if (c == u'"') {
                     quoted = false;
@@ -1200,16 +1210,12 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
                 if (!endField()) {
                     return false;
                 }
-            } else if (c == u'\n') {
-                if (field.endsWith(u'\r') && !afterQuote) {
-                    field.chop(1);
-                }
+            } else if (c == u'\n' || c == u'\r') {
+                afterCR = c == u'\r';
                 const int go = endRow();
                 if (go <= 0) {
                     return go == 0;
                 }
-            } else if (c == u'\r' && afterQuote) {
-                // the line end after a closing quote
             } else {
                 field += c;
                 fieldStarted = true;
@@ -1223,9 +1229,6 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
         return fail(u"文件 "_s + file + u" 不是有效的 UTF-8 或 GBK 文字"_s);
     }
     if (fieldStarted || !field.isEmpty() || column > 0 || !row.empty()) {
-        if (field.endsWith(u'\r')) {
-            field.chop(1);
-        }
         if (endRow() < 0) {
             return false;
         }
