@@ -254,7 +254,20 @@ int cmdExport(Context &c)
     // The columns of the management window's grid; an error stops the export (there is nobody to ask).
     ItemTableModel grid(items.get(), ItemTableModel::fieldsForType(type));
     c.prompt.setDefaultAnswer(CPrompt::vbCancel);
-    if (!GridExport::CopyGridToExcel(&grid, file, sheet)) {
+    // The export asks whether to try a failed step again; nobody here can answer, so only the error is shown.
+    c.prompt.setEcho(false);
+    const qsizetype shownBefore = c.prompt.shown().size();
+    const bool exported = GridExport::CopyGridToExcel(&grid, file, sheet);
+    c.prompt.setEcho(true);
+    for (qsizetype i = shownBefore; i < c.prompt.shown().size(); ++i) {
+        const ScriptedPrompt::Shown &shown = c.prompt.shown().at(i);
+        QStringList lines = QString(shown.text).replace(u"\r\n"_s, u"\n"_s).split(u'\n');
+        if (CPrompt::buttonsOf(shown.style) != CPrompt::vbOKOnly && lines.size() > 1) {
+            lines.removeLast();
+        }
+        c.err << lines.join(u'\n') << u'\n';
+    }
+    if (!exported) {
         return Failed;
     }
     c.out << u"已导出 "_s << items->Count() << u" 条记录到 "_s << file << u" 的表格 ["_s << sheet << u"]\n"_s;
