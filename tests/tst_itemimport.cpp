@@ -372,6 +372,28 @@ private Q_SLOTS:
         QVERIFY(!row.next());
     }
 
+    // A client list imported as goods stored the bank, account and contact on the goods without a word.
+    void columnsOfAnotherKindAreReportedNotStored()
+    {
+        auto db = smallShop();
+        QVERIFY(db);
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        const QString file = writeCsv(u"clients.csv"_s,
+                                      u"编号,名称,开户银行,联系人,F_BankAccount,备注\n"
+                                      "G100,宏达商行,工商银行,张三,6222000011112222,老客户\n"_s);
+        const ItemImport::Report report = store.import(file, ItemImport::Options());
+        QVERIFY2(report.ok, qPrintable(report.text()));
+        QCOMPARE(report.ignoredColumns.size(), 3);
+        QVERIFY2(report.ignoredColumns.at(0).startsWith(u"C(开户银行)"_s), qPrintable(report.text()));
+        QVERIFY2(report.text().contains(u"不是商品的资料"_s), qPrintable(report.text()));
+        const CItemPtr goods = store.items->GetItemByItemNo(u"G100"_s);
+        QVERIFY(goods);
+        QCOMPARE(goods->F_Bank(), QString());
+        QCOMPARE(goods->F_LinkMen(), QString());
+        QCOMPARE(goods->F_BankAccount(), QString());
+        QCOMPARE(goods->F_Remark(), u"老客户"_s); // every kind has a remark
+    }
+
     // The other seats hear of a few imported rows one by one, of many by one note to reload their lists.
     void largeImportsNoteOneReload()
     {

@@ -164,6 +164,28 @@ std::optional<Mapping> targetOf(const QString &header)
     return std::nullopt;
 }
 
+// Whether a T_Item column is one that the management window shows for goods or clients but not for `type`.
+bool belongsToOtherKinds(int itemColumn, int type)
+{
+    auto columnsOf = [](const QList<ItemTableModel::Field> &fields) {
+        QSet<int> columns;
+        for (const ItemTableModel::Field field : fields) {
+            const QString name = fieldColumn(field);
+            if (!name.isEmpty()) {
+                columns.insert(CItem::columnIndex(name));
+            }
+        }
+        return columns;
+    };
+    static const QSet<int> clientOwn = columnsOf(ItemTableModel::fieldsForType(itemTypeNumber(ItemType::Client)))
+        + columnsOf({ItemTableModel::Tel3, ItemTableModel::ArtificialPerson, ItemTableModel::IRDNumber});
+    static const QSet<int> goodsOwn = columnsOf(ItemTableModel::fieldsForType(itemTypeNumber(ItemType::Goods)));
+    const QSet<int> own = type == ItemType::Client ? clientOwn
+        : type == ItemType::Goods                  ? goodsOwn
+                                                   : columnsOf(ItemTableModel::fieldsForType(type));
+    return (clientOwn.contains(itemColumn) || goodsOwn.contains(itemColumn)) && !own.contains(itemColumn);
+}
+
 bool isLongText(const QString &column)
 {
     return column == u"F_Remark"_s || column == u"F_Address"_s || column == u"F_Standard"_s;
@@ -620,6 +642,11 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
             if ((m.target == Target::UnitName && !d->usesUnits())
                 || (m.target == Target::TypeName && !d->usesTypes())) {
                 report.ignoredColumns.append(label);
+                continue;
+            }
+            if (m.target == Target::Column && belongsToOtherKinds(m.itemColumn, d->type)) {
+                // A client's bank on goods, a price on a unit: the sheet is likely of another kind.
+                report.ignoredColumns.append(label + u" — 不是"_s + kind + u"的资料,没有导入"_s);
                 continue;
             }
             if (seen.contains(key)) {
