@@ -263,6 +263,25 @@ private Q_SLOTS:
             left,
             (QStringList {u"first.qlb"_s, u"other.qlb.part-Zz9yX8"_s, u"shop.qlb"_s, u"shop.qlb.part-notes.txt"_s}));
     }
+
+    // A backup cut short (a full disk, an interrupted copy) was called another program's file ("没有备份说明").
+    void truncatedBackupIsCalledDamaged()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("the backup file is SQLite whatever the engine");
+        }
+        auto source = shop();
+        QVERIFY(source);
+        const QString file = newFile();
+        QVERIFY2(MasterBackup::backup(*source, file).ok, "backup");
+        QVERIFY(MasterBackup::inspect(file).ok);
+        QFile cut(file);
+        QVERIFY(cut.resize(cut.size() / 2));
+        const MasterBackup::Result result = MasterBackup::inspect(file);
+        QVERIFY(!result.ok);
+        QVERIFY2(result.error.contains(u"已损坏或不完整"_s), qPrintable(result.error));
+        QVERIFY2(!result.error.contains(u"备份说明"_s), qPrintable(result.error));
+    }
 };
 
 QTEST_GUILESS_MAIN(MasterBackupTest)

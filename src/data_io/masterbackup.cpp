@@ -245,16 +245,49 @@ MasterBackup::Result MasterBackup::inspect(const QString &file)
         return result;
     }
     QFile probe(file);
-    if (!probe.open(QIODevice::ReadOnly) || !probe.read(16).startsWith("SQLite format 3")) {
+    const QByteArray header = probe.open(QIODevice::ReadOnly) ? probe.read(100) : QByteArray();
+    if (!header.startsWith("SQLite format 3")) {
         result.error = u"文件 "_s + file + u" 不是本程序的备份文件(不是 SQLite 数据库)"_s;
         return result;
     }
     probe.close();
+    const QString damaged = u"备份文件 "_s + file + u" 已损坏或不完整"_s;
+    // The header tells how long the file must be (page size times page count, when the count is current): a file
+    // cut short by a full disk or an interrupted copy is damaged, not some other program's file.
+    if (header.size() == 100) {
+        const auto byte = [&](int i) {
+            return quint32(uchar(header[i]));
+        };
+        const quint32 pageSize = (byte(16) << 8 | byte(17)) == 1 ? 65536 : (byte(16) << 8 | byte(17));
+        const quint32 pages = byte(28) << 24 | byte(29) << 16 | byte(30) << 8 | byte(31);
+        const bool pagesCurrent = header.mid(24, 4) == header.mid(92, 4) && pages > 0;
+        const qint64 size = QFileInfo(file).size();
+        if (pageSize < 512 || (pagesCurrent && size < qint64(pageSize) * pages) || size % pageSize != 0) {
+            result.error = damaged + u"(文件只有 "_s + QString::number(size) + u" 字节"_s
+                + (pagesCurrent ? u",应有 "_s + QString::number(qint64(pageSize) * pages) + u" 字节"_s : QString())
+                + u")"_s;
+            return result;
+        }
+    } else {
+        result.error = damaged;
+        return result;
+    }
     auto backup = CConnection::Open(sqliteUrl(file, true), &result.error);
     if (!backup) {
         return result;
     }
     try {
+        QString verdict;
+        try {
+            QSqlQuery check = backup->Select(u"PRAGMA quick_check"_s);
+            verdict = CConnection::next(check) ? check.value(0).toString() : QString();
+        } catch (const DbError &e) {
+            verdict = e.message();
+        }
+        if (verdict != u"ok"_s) {
+            result.error = damaged + u": "_s + verdict;
+            return result;
+        }
         if (!backup->hasTable(u"T_BackupInfo"_s)) {
             result.error = u"文件 "_s + file + u" 不是本程序的备份文件(没有备份说明)"_s;
             return result;
