@@ -437,6 +437,35 @@ private Q_SLOTS:
         QCOMPARE(q.value(0).toInt(), 1);
     }
 
+    // A full disk reached the user as SQLite's English "database or disk is full".
+    void fullDiskIsSaidInChinese()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("SQLite's own size limit stands in for a full disk");
+        }
+        QTemporaryDir dir;
+        auto db = CConnection::Open(u"sqlite:///"_s + dir.filePath(u"full.db"_s));
+        QVERIFY(db);
+        db->EnsureSchema();
+        CItems units;
+        QVERIFY(units.InitInstance(db, itemTypeNumber(ItemType::Unit)));
+        // The file may not grow by another page: the next save does not fit.
+        QSqlQuery pages = db->Select(u"PRAGMA page_count"_s);
+        QVERIFY(pages.next());
+        db->Select(u"PRAGMA max_page_count = "_s + pages.value(0).toString());
+        pages = QSqlQuery();
+        auto unit = CItem::create();
+        unit->setF_ItemTypeID(itemTypeNumber(ItemType::Unit));
+        unit->setF_ItemName(u"箱"_s);
+        unit->setF_Remark(QString(20000, u'满'));
+        m_prompt.clear();
+        QVERIFY(!units.SaveItem(unit));
+        QCOMPARE(m_prompt.shown().size(), 1);
+        QVERIFY2(m_prompt.lastText().contains(u"磁盘已满,数据没有保存。"_s), qPrintable(m_prompt.lastText()));
+        QVERIFY2(!m_prompt.lastText().contains(u"disk is full"_s), qPrintable(m_prompt.lastText()));
+        QCOMPARE(units.Count(), 0);
+    }
+
 private:
     ScriptedPrompt m_prompt;
     CPrompt *m_previous = nullptr;

@@ -398,6 +398,9 @@ public:
         }
         const int step = sqlite3_step(m_statement);
         sqlite3_reset(m_statement);
+        if ((step & 0xFF) == SQLITE_FULL) {
+            throw DbError(u"磁盘已满,数据没有保存。"_s);
+        }
         if (step != SQLITE_DONE) {
             throw DbError(u"写入 T_Item 失败: "_s + QString::fromUtf8(sqlite3_errmsg(m_db)));
         }

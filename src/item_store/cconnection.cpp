@@ -54,6 +54,11 @@ std::chrono::milliseconds clientLimit()
 
 QString describe(const QSqlError &error)
 {
+    // SQLite's SQLITE_FULL (a full disk, or a size limit the file reached), PostgreSQL's disk_full.
+    if (error.nativeErrorCode() == u"13"_s || error.nativeErrorCode() == u"53100"_s
+        || error.databaseText().contains(u"database or disk is full"_s)) {
+        return u"磁盘已满,数据没有保存。"_s;
+    }
     if (error.nativeErrorCode() == u"57014"_s && error.databaseText().contains(u"statement timeout"_s)) {
         return u"数据库服务器执行超过 "_s + QString::number(CConnection::statementTimeout() / 1000.0)
             + u" 秒,已取消,数据没有改变"_s;
