@@ -542,6 +542,18 @@ private Q_SLOTS:
         QCOMPARE(cli({u"import"_s, u"goods"_s, bad, u"--skip-bad"_s, rejected}, &err), 1);
         QVERIFY(QFile::exists(rejected));
         QCOMPARE(ItemFixtures::count(*db, u"SELECT COUNT(*) FROM T_Item WHERE F_ItemTypeID=4"_s), 4);
+
+        // Rejects meant for the file being imported (or any file they cannot go into) were found out only after
+        // the good rows were in; now nothing is imported.
+        const QString again = writeCsv(u"cli-again.csv"_s, u"编号,名称,单位\nD1,又一个,瓶\nD2,坏,箱\n"_s);
+        const QString xlsx = m_dir.filePath(u"cli-self.xlsx"_s);
+        QVERIFY(QFile::copy(rejected, xlsx));
+        for (const QString &target : {again, xlsx}) {
+            const QString input = target == xlsx ? xlsx : again;
+            QVERIFY(cli({u"import"_s, u"goods"_s, input, u"--skip-bad"_s, target}, &err) != 0);
+            QVERIFY2(err.contains(u"--skip-bad"_s), qPrintable(err));
+        }
+        QCOMPARE(ItemFixtures::count(*db, u"SELECT COUNT(*) FROM T_Item WHERE F_ItemNo='D1'"_s), 0);
     }
 };
 
