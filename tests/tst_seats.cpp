@@ -337,6 +337,49 @@ private Q_SLOTS:
         QVERIFY(watch.waitForFinished(kWaitMs));
     }
 
+    // Change notes that could only be turned off by dropping the triggers (their form before the pause) get the
+    // form that can be paused when the database is opened, and a pause then leaves the other seats' notes alone.
+    void olderChangeTriggersAreUpgradedOnOpen()
+    {
+        const QString url = TestDatabase::freshUrl();
+        {
+            auto db = CConnection::Open(url);
+            QVERIFY(db);
+            db->EnsureSchema();
+            CTransaction transaction(*db);
+            if (db->engine() == CConnection::Engine::SQLite) {
+                db->Execute(u"DROP TRIGGER TR_Item_Insert"_s);
+                db->Execute(u"CREATE TRIGGER TR_Item_Insert AFTER INSERT ON T_Item BEGIN INSERT INTO T_ChangeLog "
+                            "(F_TableName, F_ItemID, F_ItemTypeID, F_Removed) VALUES ('T_Item', NEW.F_ID, "
+                            "NEW.F_ItemTypeID, 0); END"_s);
+                db->Execute(u"DROP TABLE T_ChangeLogPause"_s);
+            } else {
+                db->Execute(u"CREATE OR REPLACE FUNCTION quillon_note_change() RETURNS trigger LANGUAGE plpgsql AS "
+                            "$$ BEGIN INSERT INTO T_ChangeLog (F_TableName, F_ItemID, F_ItemTypeID, F_Removed) "
+                            "VALUES ('T_Item', NEW.F_ID, NEW.F_ItemTypeID, 0); RETURN NULL; END $$"_s);
+            }
+            transaction.Commit();
+            QVERIFY(!ChangeLog::isInstalled(*db));
+        }
+        auto db = CConnection::Open(url);
+        QVERIFY(db);
+        db->EnsureSchema();
+        QVERIFY(ChangeLog::isInstalled(*db));
+        const qint64 before = ChangeLog::lastSeq(*db);
+        {
+            CTransaction transaction(*db);
+            QVERIFY(ChangeLog::suspendTriggers(*db, u"T_Item"_s));
+            db->Execute(u"INSERT INTO T_Item (F_ID, F_ItemName, F_ItemTypeID) VALUES (3, '暂停时', 4)"_s);
+            ChangeLog::restoreTriggers(*db, u"T_Item"_s);
+            transaction.Commit();
+        }
+        QCOMPARE(ChangeLog::lastSeq(*db), before);
+        sql(url, u"INSERT INTO T_Item (F_ID, F_ItemName, F_ItemTypeID) VALUES (4, '之后', 4)"_s);
+        const QList<ItemChange> rows = ChangeLog::read(*db, before + 1, 10);
+        QCOMPARE(rows.size(), 1);
+        QCOMPARE(rows.at(0).id, 4);
+    }
+
     // An existing database gets the change table on open and nothing else changes.
     void existingDatabaseGetsTheChangeTableOnOpen()
     {
