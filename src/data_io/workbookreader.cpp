@@ -791,7 +791,8 @@ bool WorkbookReaderPrivate::loadSharedStrings()
                 inItem = false;
                 sharedText += decodeEscapes(current);
                 sharedEnds.push_back(quint32(sharedText.size()));
-                if (qint64(sharedText.size()) * 2 + qint64(sharedEnds.size()) * 4 > limits.maxSharedStringBytes
+                // What is allocated counts, room to grow included.
+                if (qint64(sharedText.capacity()) * 2 + qint64(sharedEnds.capacity()) * 4 > limits.maxSharedStringBytes
                     || sharedText.size() > std::numeric_limits<quint32>::max()) {
                     sharedText.clear();
                     sharedText.squeeze();
