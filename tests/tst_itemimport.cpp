@@ -372,6 +372,33 @@ private Q_SLOTS:
         QVERIFY(!row.next());
     }
 
+    // An import that filled the disk ended with SQLite's English "database or disk is full".
+    void fullDiskEndsTheImportInChinese()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("SQLite's own size limit stands in for a full disk");
+        }
+        const QString path = m_dir.filePath(u"full-import.db"_s);
+        QFile::remove(path);
+        auto db = CConnection::Open(u"sqlite:///"_s + path);
+        QVERIFY(db);
+        db->EnsureSchema();
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        QString sheet = u"编号,名称,备注\n"_s;
+        for (int i = 0; i < 300; ++i) {
+            sheet += u"F%1,满%1,"_s.arg(i) + QString(300, u'满') + u'\n';
+        }
+        const QString file = writeCsv(u"full.csv"_s, sheet);
+        QSqlQuery pages = db->Select(u"PRAGMA page_count"_s);
+        QVERIFY(pages.next());
+        db->Select(u"PRAGMA max_page_count = "_s + QString::number(pages.value(0).toInt() + 2));
+        pages = QSqlQuery();
+        const ItemImport::Report report = store.import(file, ItemImport::Options());
+        QVERIFY(!report.written);
+        QVERIFY2(report.error.contains(u"磁盘已满,数据没有保存。"_s), qPrintable(report.error));
+        QCOMPARE(ItemFixtures::count(*db, u"SELECT COUNT(*) FROM T_Item WHERE F_ItemTypeID=4"_s), 0);
+    }
+
     // A client list imported as goods stored the bank, account and contact on the goods without a word.
     void columnsOfAnotherKindAreReportedNotStored()
     {
