@@ -1,5 +1,6 @@
 #include "cconnection.h"
 #include "citems.h"
+#include "excelconnection.h"
 #include "itemtype.h"
 #include "testdatabase.h"
 
@@ -9,6 +10,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUrl>
+
+#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 
@@ -199,6 +202,41 @@ private Q_SLOTS:
         qputenv("PGPASSFILE", QFile::encodeName(passwords.fileName()));
         QVERIFY2(openAndLoad(), qPrintable(error));
         qunsetenv("PGPASSFILE");
+    }
+
+    // A host that keeps the usual umask got a database file and workbooks that every user of the machine could read.
+    void newDatabaseAndWorkbookAreTheOwnersAlone()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("files on this machine");
+        }
+        const mode_t previous = ::umask(022);
+        struct Restore
+        {
+            mode_t mask;
+            ~Restore() { ::umask(mask); }
+        } restore {previous};
+        QTemporaryDir dir;
+        const QString database = dir.filePath(u"new.db"_s);
+        {
+            auto db = CConnection::Open(u"sqlite:///"_s + database);
+            QVERIFY(db);
+            db->EnsureSchema();
+        }
+        const QString workbook = dir.filePath(u"new.xlsx"_s);
+        {
+            ExcelConnection excel;
+            QVERIFY(excel.Open(workbook));
+            QVERIFY2(excel.Execute(u"CREATE TABLE 商品 (编号 TEXT)"_s), qPrintable(excel.errorDescription()));
+            QVERIFY2(excel.Close(), qPrintable(excel.errorDescription()));
+        }
+        for (const QString &path : {database, workbook}) {
+            struct stat info
+            {
+            };
+            QVERIFY2(::stat(QFile::encodeName(path).constData(), &info) == 0, qPrintable(path));
+            QCOMPARE(info.st_mode & 0777, mode_t(0600));
+        }
     }
 
     // With NORMAL a power cut could take back a save the user saw succeed: every commit syncs the log.

@@ -24,6 +24,7 @@
 #include <mutex>
 #include <thread>
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -466,6 +467,15 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
     connection->m_readOnly = where.readOnly;
     const bool sqliteFile =
         where.engine == Engine::SQLite && where.databaseName != u":memory:"_s && QFileInfo::exists(where.databaseName);
+    if (where.engine == Engine::SQLite && !sqliteFile && !where.readOnly && where.databaseName != u":memory:"_s) {
+        // A new database file is its owner's alone, whatever the host's umask lets through (SQLite would create it
+        // readable by everyone, and its journal files take the file's permissions).
+        const int fd = ::open(QFile::encodeName(where.databaseName).constData(),
+                              O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+        if (fd >= 0) {
+            ::close(fd);
+        }
+    }
     if (sqliteFile && !where.readOnly && !sqliteFileIsWritable(where.databaseName)) {
         connection->m_readOnly = true;
         connection->m_notice = u"数据库文件所在位置不可写,已以只读方式打开,不能保存修改: "_s + where.databaseName;

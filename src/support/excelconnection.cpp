@@ -564,6 +564,10 @@ bool ExcelConnectionPrivate::writeWorkbook()
         zip_discard(zip);
         return fail(ExcelConnection::ErrWriteFailed, u"无法写入工作簿 "_s + file + u": "_s + reason);
     }
+    if (!exists) {
+        // A new workbook of master data is its owner's alone, whatever the host's umask lets through.
+        QFile::setPermissions(file, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    }
     return succeed();
 }
 
