@@ -15,6 +15,7 @@
 #include <QTest>
 
 #include <memory>
+#include <sys/stat.h>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -125,6 +126,11 @@ private Q_SLOTS:
         const Result twice = cli({u"--db"_s, url, u"export"_s, u"client"_s, file, u"--sheet"_s, u"客户"_s});
         QCOMPARE(twice.code, 1);
         QVERIFY(twice.err.contains(u"已经存在"_s));
+        // Nobody can answer a question here: the command says what failed and asks nothing.
+        QVERIFY2(!twice.err.contains(u"重试"_s), qPrintable(twice.err));
+        // Blanks and parentheses are legal in a sheet name.
+        const Result year = cli({u"--db"_s, url, u"export"_s, u"unit"_s, file, u"--sheet"_s, u"商品 (2024)"_s});
+        QVERIFY2(year.code == 0, qPrintable(year.err));
 
         QProcess reader;
         reader.start(u"/usr/bin/python3"_s, {QStringLiteral(QUILLON_TEST_SUPPORT_DIR "/readxlsx.py"), file});
@@ -132,7 +138,8 @@ private Q_SLOTS:
         QCOMPARE(reader.exitCode(), 0);
         const QJsonArray sheets =
             QJsonDocument::fromJson(reader.readAllStandardOutput()).object()[u"sheets"_s].toArray();
-        QCOMPARE(sheets.size(), 2);
+        QCOMPARE(sheets.size(), 3);
+        QCOMPARE(sheets[2].toObject()[u"name"_s].toString(), u"商品 (2024)"_s);
         const QJsonArray goodsRows = sheets[0].toObject()[u"rows"_s].toArray();
         QCOMPARE(goodsRows.size(), 201);
         QCOMPARE(goodsRows[0].toArray()[8].toString(), u"单件售价"_s);
@@ -238,6 +245,15 @@ private Q_SLOTS:
         QTest::newRow("unconvertible") << QStringList {u"add"_s, u"unit"_s,  u"--name"_s,
                                                        u"x"_s,   u"--set"_s, u"F_Tag1=abc"_s}
                                        << 2;
+        // A unit or type that does not exist was stored as if it did.
+        QTest::newRow("goods with a unit that does not exist")
+            << QStringList {u"add"_s,  u"goods"_s, u"--name"_s, u"x"_s,
+                            u"--no"_s, u"X1"_s,    u"--set"_s,  u"F_Tag1=999999"_s}
+            << 1;
+        QTest::newRow("goods with a type that does not exist")
+            << QStringList {u"add"_s, u"goods"_s, u"--name"_s, u"x"_s, u"--set"_s, u"F_ParentID=999999"_s} << 1;
+        QTest::newRow("client with a client type that does not exist")
+            << QStringList {u"add"_s, u"client"_s, u"--name"_s, u"x"_s, u"--set"_s, u"F_ParentID=999999"_s} << 1;
         QTest::newRow("delete bad id") << QStringList {u"delete"_s, u"unit"_s, u"abc"_s} << 2;
         QTest::newRow("delete unknown id") << QStringList {u"delete"_s, u"unit"_s, u"4242"_s} << 1;
         QTest::newRow("rename unknown id") << QStringList {u"rename"_s, u"unit"_s, u"4242"_s, u"x"_s} << 1;
@@ -251,6 +267,9 @@ private Q_SLOTS:
         const Result r = cli(QStringList {u"--db"_s, url} + args);
         QCOMPARE(r.code, code);
         QVERIFY(!r.err.isEmpty());
+        // Nothing refused is stored: the lists hold their header line only.
+        QCOMPARE(cli({u"--db"_s, url, u"list"_s, u"goods"_s}).out.count(u'\n'), 1);
+        QCOMPARE(cli({u"--db"_s, url, u"list"_s, u"client"_s}).out.count(u'\n'), 1);
     }
 
     // A shop's database copied to read-only media (a disc, a read-only share) could not be read at all: every
@@ -371,6 +390,30 @@ private Q_SLOTS:
         env.insert(u"HOME"_s, home.path());
         QCOMPARE(cli({u"init"_s}, env).code, 0);
         QVERIFY(QFile::exists(home.path() + u"/.local/share/quillon/quillon.db"_s));
+    }
+
+    // The database, its folder, backups and exports came out readable by every user of the machine.
+    void whatTheProgramCreatesIsItsUsersAlone()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("files of the embedded database");
+        }
+        QTemporaryDir home;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(u"XDG_DATA_HOME"_s, home.path() + u"/data"_s);
+        QCOMPARE(cli({u"init"_s, u"--demo"_s}, env).code, 0);
+        const QString backup = home.filePath(u"shop.qlb"_s);
+        const QString workbook = home.filePath(u"goods.xlsx"_s);
+        QCOMPARE(cli({u"backup"_s, backup}, env).code, 0);
+        QCOMPARE(cli({u"export"_s, u"goods"_s, workbook}, env).code, 0);
+        const QString folder = home.path() + u"/data/quillon"_s;
+        for (const QString &path : QStringList {folder, folder + u"/quillon.db"_s, backup, workbook}) {
+            struct stat info
+            {
+            };
+            QVERIFY2(::stat(QFile::encodeName(path).constData(), &info) == 0, qPrintable(path));
+            QVERIFY2((info.st_mode & 077) == 0, qPrintable(path + u" "_s + QString::number(info.st_mode & 0777, 8)));
+        }
     }
 };
 

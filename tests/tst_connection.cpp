@@ -1,8 +1,17 @@
 #include "cconnection.h"
+#include "citems.h"
+#include "excelconnection.h"
+#include "itemtype.h"
 #include "testdatabase.h"
 
+#include <QCoreApplication>
+#include <QFile>
 #include <QSqlQuery>
+#include <QTemporaryDir>
 #include <QTest>
+#include <QUrl>
+
+#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 
@@ -134,6 +143,100 @@ private Q_SLOTS:
         QString error;
         QVERIFY(!CConnection::Open(url + u"?sslmode=require"_s, &error));
         QVERIFY2(error.contains(u"SSL"_s, Qt::CaseInsensitive), qPrintable(error));
+    }
+
+    // A password on the command line shows in the process list; the seats take it from PGPASSWORD or libpq's
+    // password file instead, both the driver's connection and the loader's own session.
+    void passwordFromTheEnvironmentOrThePasswordFile()
+    {
+        if (!TestDatabase::isPostgreSQL()) {
+            QSKIP("a server's password");
+        }
+        const QString url = TestDatabase::freshUrl();
+        auto admin = CConnection::Open(url);
+        QVERIFY(admin);
+        const QString role = u"seat_"_s + QString::number(QCoreApplication::applicationPid());
+        admin->Execute(u"CREATE ROLE "_s + role + u" LOGIN PASSWORD 'Geheim9pw'"_s);
+        admin->Execute(u"GRANT ALL ON SCHEMA public TO "_s + role);
+        // The test server trusts everyone; this role alone has to show its password.
+        QSqlQuery hba = admin->Select(u"SHOW hba_file"_s);
+        QVERIFY(hba.next());
+        QFile rules(hba.value(0).toString());
+        QVERIFY(rules.open(QIODevice::ReadOnly));
+        const QByteArray before = rules.readAll();
+        rules.close();
+        QVERIFY(rules.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        rules.write("host all " + role.toUtf8() + " 127.0.0.1/32 scram-sha-256\n" + before);
+        rules.close();
+        admin->Select(u"SELECT pg_reload_conf()"_s);
+        QTest::qWait(300);
+
+        const QUrl server(url);
+        const QString seatUrl =
+            u"postgresql://"_s + role + u"@127.0.0.1:"_s + QString::number(server.port()) + server.path();
+        QString error;
+        qunsetenv("PGPASSWORD");
+        qputenv("PGPASSFILE", "/nonexistent");
+        QVERIFY(!CConnection::Open(seatUrl, &error));
+        QVERIFY2(error.contains(u"password"_s), qPrintable(error));
+
+        auto openAndLoad = [&] {
+            auto seat = CConnection::Open(seatUrl, &error);
+            if (!seat) {
+                return false;
+            }
+            seat->EnsureSchema();
+            CItems units;
+            return units.InitInstance(seat, itemTypeNumber(ItemType::Unit));
+        };
+        qputenv("PGPASSWORD", "Geheim9pw");
+        QVERIFY2(openAndLoad(), qPrintable(error));
+        qunsetenv("PGPASSWORD");
+
+        QTemporaryDir dir;
+        QFile passwords(dir.filePath(u"pgpass"_s));
+        QVERIFY(passwords.open(QIODevice::WriteOnly));
+        passwords.write("127.0.0.1:*:*:" + role.toUtf8() + ":Geheim9pw\n");
+        passwords.close();
+        passwords.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        qputenv("PGPASSFILE", QFile::encodeName(passwords.fileName()));
+        QVERIFY2(openAndLoad(), qPrintable(error));
+        qunsetenv("PGPASSFILE");
+    }
+
+    // A host that keeps the usual umask got a database file and workbooks that every user of the machine could read.
+    void newDatabaseAndWorkbookAreTheOwnersAlone()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("files on this machine");
+        }
+        const mode_t previous = ::umask(022);
+        struct Restore
+        {
+            mode_t mask;
+            ~Restore() { ::umask(mask); }
+        } restore {previous};
+        QTemporaryDir dir;
+        const QString database = dir.filePath(u"new.db"_s);
+        {
+            auto db = CConnection::Open(u"sqlite:///"_s + database);
+            QVERIFY(db);
+            db->EnsureSchema();
+        }
+        const QString workbook = dir.filePath(u"new.xlsx"_s);
+        {
+            ExcelConnection excel;
+            QVERIFY(excel.Open(workbook));
+            QVERIFY2(excel.Execute(u"CREATE TABLE 商品 (编号 TEXT)"_s), qPrintable(excel.errorDescription()));
+            QVERIFY2(excel.Close(), qPrintable(excel.errorDescription()));
+        }
+        for (const QString &path : {database, workbook}) {
+            struct stat info
+            {
+            };
+            QVERIFY2(::stat(QFile::encodeName(path).constData(), &info) == 0, qPrintable(path));
+            QCOMPARE(info.st_mode & 0777, mode_t(0600));
+        }
     }
 
     // With NORMAL a power cut could take back a save the user saw succeed: every commit syncs the log.

@@ -1,6 +1,7 @@
 #include "cbus.h"
 #include "cconnection.h"
 #include "citems.h"
+#include "databasecopy.h"
 #include "itemfixtures.h"
 #include "keyid.h"
 #include "prompt.h"
@@ -191,6 +192,69 @@ private Q_SLOTS:
         CItems departments;
         QVERIFY(departments.InitInstance(target, 6));
         QCOMPARE(departments.Count(), 1);
+    }
+
+    // Dates other programs wrote were emptied (SQLite) or read as another day (PostgreSQL), and a key beyond 32
+    // bits was taken and then took the key counter with it. A form that says one value for certain is read; any
+    // other is refused with its row and column, and the target keeps what it had.
+    void valuesOfOtherProgramsAreReadOrRefused_data()
+    {
+        QTest::addColumn<qint64>("key");
+        QTest::addColumn<QString>("column");
+        QTest::addColumn<QString>("stored"); // as an SQL literal
+        QTest::addColumn<QString>("read"); // the date as read back; "refused" when the copy must refuse
+        QTest::newRow("chinese date") << qint64(7) << u"F_Date"_s << u"'2024年1月5日'"_s << u"2024-01-05 00:00:00"_s;
+        QTest::newRow("year first with slashes")
+            << qint64(7) << u"F_Date"_s << u"'2024/1/5'"_s << u"2024-01-05 00:00:00"_s;
+        QTest::newRow("iso date and time")
+            << qint64(7) << u"F_Time1"_s << u"'2024-01-05 10:30:00'"_s << u"2024-01-05 10:30:00"_s;
+        QTest::newRow("empty text") << qint64(7) << u"F_Date"_s << u"''"_s << QString();
+        QTest::newRow("day and month unclear") << qint64(7) << u"F_Date"_s << u"'05/01/2024'"_s << u"refused"_s;
+        QTest::newRow("spreadsheet serial") << qint64(7) << u"F_Date"_s << u"45296"_s << u"refused"_s;
+        QTest::newRow("impossible day") << qint64(7) << u"F_Date"_s << u"'2024年2月30日'"_s << u"refused"_s;
+        QTest::newRow("key above 2^31") << qint64(2147483648) << u"F_ID"_s << QString() << u"refused"_s;
+        QTest::newRow("unit key beyond 32 bits") << qint64(7) << u"F_Tag1"_s << u"4294967297"_s << u"refused"_s;
+    }
+    void valuesOfOtherProgramsAreReadOrRefused()
+    {
+        QFETCH(qint64, key);
+        QFETCH(QString, column);
+        QFETCH(QString, stored);
+        QFETCH(QString, read);
+        auto source = TestDatabase::createSqlite();
+        auto target = TestDatabase::create();
+        QVERIFY(source && target);
+        const bool keyOnly = column == u"F_ID"_s;
+        source->Execute(u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName"_s
+                        + (keyOnly ? QString() : u", "_s + column) + u") Values ("_s + QString::number(key)
+                        + u", 6, 'D7', '外来部门'"_s + (keyOnly ? QString() : u", "_s + stored) + u")"_s);
+        ItemFixtures::insert(*target, {500, 6, u"D1"_s, u"原有部门"_s});
+        Module1::ReseedKeyID(*target, u"T_Item"_s);
+        const QStringList before = items(target);
+
+        const DatabaseCopy::Result result = DatabaseCopy::copyTables(*source, *target, DatabaseCopy::MasterTables());
+        if (read == u"refused"_s) {
+            QVERIFY(!result.ok);
+            QVERIFY2(result.error.contains(u"F_ID 为 "_s + QString::number(key)), qPrintable(result.error));
+            QVERIFY2(result.error.contains(column + u" 列"_s), qPrintable(result.error));
+            QCOMPARE(items(target), before);
+            QCOMPARE(Module1::GetNewID(*target, u"T_Item"_s, false), 501);
+            return;
+        }
+        QVERIFY2(result.ok, qPrintable(result.error));
+        QSqlQuery row = target->Select(u"Select "_s + column + u" From T_Item Where F_ID = 7"_s);
+        QVERIFY(row.next());
+        // A date column gives a date on PostgreSQL, ISO text on SQLite.
+        const QVariant value = row.value(0);
+        QDateTime when = value.typeId() == QMetaType::QDate ? value.toDate().startOfDay() : value.toDateTime();
+        if (value.typeId() == QMetaType::QString) {
+            when = QDateTime::fromString(value.toString().replace(u' ', u'T'), Qt::ISODate);
+            if (!when.isValid()) {
+                when = QDate::fromString(value.toString(), Qt::ISODate).startOfDay();
+            }
+        }
+        QCOMPARE(value.isNull() ? QString() : when.toString(u"yyyy-MM-dd HH:mm:ss"_s), read);
+        QCOMPARE(Module1::GetNewID(*target, u"T_Item"_s, false), 8);
     }
 
     // migrate from a database to itself under another name (localhost for 127.0.0.1, a link to the file) deleted

@@ -2,6 +2,7 @@
 // not happen is that a fault passes for success.
 #include "cbus.h"
 #include "cconnection.h"
+#include "changelog.h"
 #include "citems.h"
 #include "databasecopy.h"
 #include "itemtype.h"
@@ -16,6 +17,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
 #include <csignal>
 #include <sys/types.h>
 
@@ -179,6 +181,109 @@ private Q_SLOTS:
         QVERIFY2(message.startsWith(u"数据正被其他用户修改,请稍后再试"_s), qPrintable(message));
     }
 
+    // A large import turned the change notes off by dropping the triggers, which on a server locked T_Item for the
+    // whole import: the other seats' reads waited on it, and their saves gave up saying the table did not exist.
+    void pausedChangeNotesKeepNoSeatWaiting()
+    {
+        const bool server = TestDatabase::isPostgreSQL();
+        const QString url = TestDatabase::freshUrl();
+        auto importer = CConnection::Open(url);
+        QVERIFY(importer);
+        importer->EnsureSchema();
+        auto seat = CConnection::Open(url);
+        QVERIFY(seat);
+        // The seat gives up after a short wait instead of the usual ten seconds.
+        seat->Execute(server ? u"SET lock_timeout = '2s'"_s : u"PRAGMA busy_timeout = 500"_s);
+        auto schemaVersion = [&] {
+            QSqlQuery q = seat->Select(u"PRAGMA schema_version"_s);
+            return q.next() ? q.value(0).toInt() : -1;
+        };
+        const int schemaBefore = server ? 0 : schemaVersion();
+        const qint64 before = ChangeLog::lastSeq(*seat);
+
+        importer->BeginTrans();
+        QVERIFY(ChangeLog::suspendTriggers(*importer, u"T_Item"_s));
+        importer->Execute(
+            u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName) Values (901, 4, 'P1', '暂停中')"_s);
+        QString readError;
+        try {
+            QSqlQuery q = seat->Select(u"Select Count(*) From T_Item"_s);
+            QVERIFY(q.next());
+            QCOMPARE(q.value(0).toInt(), 0);
+        } catch (const DbError &e) {
+            readError = e.message();
+        }
+        QCOMPARE(readError, QString());
+        // A save of the other seat goes in beside the import on a server; SQLite has one writer at a time.
+        CItems units;
+        units.Attach(seat, itemTypeNumber(ItemType::Unit));
+        auto unit = CItem::create();
+        unit->setF_ItemTypeID(itemTypeNumber(ItemType::Unit));
+        unit->setF_ItemName(u"箱"_s);
+        m_prompt.clear();
+        QVERIFY2(units.SaveItem(unit) == server, qPrintable(m_prompt.lastText()));
+        if (!server) {
+            QVERIFY2(m_prompt.lastText().contains(u"数据正被其他用户修改,请稍后再试"_s),
+                     qPrintable(m_prompt.lastText()));
+        }
+        ChangeLog::restoreTriggers(*importer, u"T_Item"_s);
+        importer->Execute(
+            u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName) Values (902, 4, 'P2', '恢复后')"_s);
+        importer->CommitTrans();
+
+        // The paused row left no note, the row after the pause and the other seat's save did.
+        QList<qint32> noted;
+        for (const ItemChange &change : ChangeLog::read(*seat, before + 1, 100)) {
+            noted.append(change.id);
+        }
+        std::sort(noted.begin(), noted.end());
+        QList<qint32> expected {902};
+        if (server) {
+            expected.append(unit->F_ID());
+            std::sort(expected.begin(), expected.end());
+        }
+        QCOMPARE(noted, expected);
+        if (!server) {
+            QCOMPARE(schemaVersion(), schemaBefore);
+        }
+        // Later changes are noted again.
+        seat->Execute(u"Update T_Item Set F_ItemName = '改名' Where F_ID = 901"_s);
+        QCOMPARE(ChangeLog::read(*seat, before + 1, 100).size(), expected.size() + 1);
+    }
+
+    // A save behind a lock on the table itself (a program that locked T_Item) gave up saying the table did not
+    // exist.
+    void saveBehindATableLockSaysTheDataIsBusy()
+    {
+        const bool server = TestDatabase::isPostgreSQL();
+        const QString url = TestDatabase::freshUrl();
+        auto holder = CConnection::Open(url);
+        QVERIFY(holder);
+        holder->EnsureSchema();
+        holder->BeginTrans();
+        if (server) {
+            holder->Execute(u"LOCK TABLE T_Item IN ACCESS EXCLUSIVE MODE"_s);
+        } else {
+            holder->Execute(u"Insert Into T_KeyID (F_TableName, F_MaxID) Values ('T_Other', 1)"_s);
+        }
+        // A seat that starts now: nothing of the table is known to it yet.
+        auto seat = CConnection::Open(url);
+        QVERIFY(seat);
+        seat->Execute(server ? u"SET lock_timeout = '2s'"_s : u"PRAGMA busy_timeout = 500"_s);
+        CItems units;
+        units.Attach(seat, itemTypeNumber(ItemType::Unit));
+        auto unit = CItem::create();
+        unit->setF_ItemTypeID(itemTypeNumber(ItemType::Unit));
+        unit->setF_ItemName(u"箱"_s);
+        m_prompt.clear();
+        QVERIFY(!units.SaveItem(unit));
+        holder->RollbackTrans();
+        QCOMPARE(m_prompt.shown().size(), 1);
+        QVERIFY2(m_prompt.lastText().contains(u"数据正被其他用户修改,请稍后再试"_s), qPrintable(m_prompt.lastText()));
+        QVERIFY2(!m_prompt.lastText().contains(u"数据表不存在"_s), qPrintable(m_prompt.lastText()));
+        QCOMPARE(units.Count(), 0);
+    }
+
     // Writers killed at random moments of their saves: every save they reported done is in the database, whole,
     // and the database is healthy enough for the next save.
     void killedWriterLosesNoAcknowledgedSave()
@@ -261,6 +366,104 @@ private Q_SLOTS:
         QVERIFY2(m_prompt.lastText().startsWith(u"保存元素失败"_s), qPrintable(m_prompt.lastText()));
         QCOMPARE(units.Count(), 1);
         QCOMPARE(units.Item(1)->F_ItemName(), u"箱"_s);
+    }
+
+    // A server process that stops answering (frozen, its host swapping to death) kept a save waiting for ever:
+    // the socket stays open and libpq waits without a limit.
+    void frozenServerEndsASaveWithAMessage()
+    {
+        if (!TestDatabase::isPostgreSQL()) {
+            QSKIP("a server process");
+        }
+        CConnection::setStatementTimeout(1000);
+        struct Restore
+        {
+            ~Restore() { CConnection::setStatementTimeout(0); }
+        } restore;
+        auto db = TestDatabase::create();
+        QVERIFY(db);
+        CItems units;
+        QVERIFY(units.InitInstance(db, itemTypeNumber(ItemType::Unit)));
+        auto first = CItem::create();
+        first->setF_ItemTypeID(itemTypeNumber(ItemType::Unit));
+        first->setF_ItemName(u"箱"_s);
+        QVERIFY(units.SaveItem(first));
+        QSqlQuery pid = db->Select(u"Select pg_backend_pid()"_s);
+        QVERIFY(pid.next());
+        const pid_t backend = pid_t(pid.value(0).toLongLong());
+        pid = QSqlQuery();
+        QVERIFY(::kill(backend, SIGSTOP) == 0);
+        struct Resume
+        {
+            pid_t backend;
+            ~Resume() { ::kill(backend, SIGCONT); }
+        } resume {backend};
+
+        auto second = CItem::create();
+        second->setF_ItemTypeID(itemTypeNumber(ItemType::Unit));
+        second->setF_ItemName(u"瓶"_s);
+        m_prompt.clear();
+        QVERIFY(!units.SaveItem(second));
+        QCOMPARE(m_prompt.shown().size(), 1);
+        QVERIFY2(m_prompt.lastText().startsWith(u"保存元素失败"_s), qPrintable(m_prompt.lastText()));
+        QVERIFY2(m_prompt.lastText().contains(u"没有响应"_s), qPrintable(m_prompt.lastText()));
+        QCOMPARE(units.Count(), 1);
+        QCOMPARE(units.Item(1)->F_ItemName(), u"箱"_s);
+        QVERIFY(second->F_ID() < 1);
+    }
+
+    // A statement that runs too long on a live server is cancelled there, and the connection serves on.
+    void slowStatementIsCancelledByTheServer()
+    {
+        if (!TestDatabase::isPostgreSQL()) {
+            QSKIP("a server's statement limit");
+        }
+        CConnection::setStatementTimeout(500);
+        struct Restore
+        {
+            ~Restore() { CConnection::setStatementTimeout(0); }
+        } restore;
+        auto db = TestDatabase::create();
+        QVERIFY(db);
+        QString message;
+        try {
+            db->Select(u"Select pg_sleep(5)"_s);
+        } catch (const DbError &e) {
+            message = e.message();
+        }
+        QVERIFY2(message.contains(u"已取消"_s), qPrintable(message));
+        QSqlQuery q = db->Select(u"Select 1"_s);
+        QVERIFY(q.next());
+        QCOMPARE(q.value(0).toInt(), 1);
+    }
+
+    // A full disk reached the user as SQLite's English "database or disk is full".
+    void fullDiskIsSaidInChinese()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("SQLite's own size limit stands in for a full disk");
+        }
+        QTemporaryDir dir;
+        auto db = CConnection::Open(u"sqlite:///"_s + dir.filePath(u"full.db"_s));
+        QVERIFY(db);
+        db->EnsureSchema();
+        CItems units;
+        QVERIFY(units.InitInstance(db, itemTypeNumber(ItemType::Unit)));
+        // The file may not grow by another page: the next save does not fit.
+        QSqlQuery pages = db->Select(u"PRAGMA page_count"_s);
+        QVERIFY(pages.next());
+        db->Select(u"PRAGMA max_page_count = "_s + pages.value(0).toString());
+        pages = QSqlQuery();
+        auto unit = CItem::create();
+        unit->setF_ItemTypeID(itemTypeNumber(ItemType::Unit));
+        unit->setF_ItemName(u"箱"_s);
+        unit->setF_Remark(QString(20000, u'满'));
+        m_prompt.clear();
+        QVERIFY(!units.SaveItem(unit));
+        QCOMPARE(m_prompt.shown().size(), 1);
+        QVERIFY2(m_prompt.lastText().contains(u"磁盘已满,数据没有保存。"_s), qPrintable(m_prompt.lastText()));
+        QVERIFY2(!m_prompt.lastText().contains(u"disk is full"_s), qPrintable(m_prompt.lastText()));
+        QCOMPARE(units.Count(), 0);
     }
 
 private:

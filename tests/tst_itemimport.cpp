@@ -15,6 +15,7 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QProcess>
+#include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -269,6 +270,157 @@ private Q_SLOTS:
         QCOMPARE(report.updated, qint64(0));
     }
 
+    // An update wrote every column back from the copy read when the import started: a save another seat made in
+    // the meantime was silently undone.
+    void updateDoesNotRevertAnotherSeatsSave()
+    {
+        auto db = smallShop();
+        QVERIFY(db);
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        const qint32 id = store.items->GetItemByItemNo(u"E001"_s)->F_ID();
+        // Another seat saves the goods after this one read them.
+        QCOMPARE(db->Execute(u"UPDATE T_Item SET F_Remark=?, F_Price2=? WHERE F_ID=?"_s, {u"另一席位的备注"_s, 7, id}),
+                 1);
+
+        const QString file = writeCsv(u"stale.csv"_s, u"编号,名称,单件售价\nE001,旧货改,12.5\n"_s);
+        ItemImport::Options options;
+        options.update = true;
+        ItemImport::Report report = store.import(file, options);
+        QVERIFY(!report.ok);
+        QVERIFY(!report.written);
+        QCOMPARE(report.badRows, qint64(1));
+        QCOMPARE(report.errors.size(), 1);
+        QCOMPARE(report.errors.at(0).row, 2);
+        QCOMPARE(report.errors.at(0).reason, u"该记录已被其他用户修改,请刷新后再改。"_s);
+        QSqlQuery row = db->Select(u"SELECT F_ItemName, F_Remark, F_Price2, F_Price4 FROM T_Item WHERE F_ID=?"_s, {id});
+        QVERIFY(row.next());
+        QCOMPARE(row.value(0).toString(), u"旧货"_s);
+        QCOMPARE(row.value(1).toString(), u"另一席位的备注"_s);
+
+        // With bad rows skipped the other rows go in and the stale one is listed with its reason.
+        const QString two = writeCsv(u"stale2.csv"_s, u"编号,名称,单件售价\nE001,旧货改,12.5\nE002,新货,3\n"_s);
+        options.skipBad = true;
+        report = store.import(two, options);
+        QVERIFY2(report.written, qPrintable(report.text()));
+        QCOMPARE(report.added, qint64(1));
+        QCOMPARE(report.updated, qint64(0));
+        QCOMPARE(report.badRows, qint64(1));
+        QVERIFY(store.items->GetItemByItemNo(u"E002"_s));
+
+        // Once read again, the update goes in and writes only what the sheet has.
+        Store fresh(db, itemTypeNumber(ItemType::Goods));
+        options.skipBad = false;
+        report = fresh.import(file, options);
+        QVERIFY2(report.ok, qPrintable(report.text()));
+        QCOMPARE(report.updated, qint64(1));
+        row =
+            db->Select(u"SELECT F_ItemName, F_Remark, F_Price2, F_Price4, F_Standard FROM T_Item WHERE F_ID=?"_s, {id});
+        QVERIFY(row.next());
+        QCOMPARE(row.value(0).toString(), u"旧货改"_s);
+        QCOMPARE(row.value(1).toString(), u"另一席位的备注"_s);
+        QCOMPARE(row.value(2).toDouble(), 7.0);
+        QCOMPARE(row.value(3).toDouble(), 12.5);
+        QCOMPARE(row.value(4).toString(), u"500ml"_s);
+    }
+
+    // The numbers in use were read before the write began: an import running at the same time as another added
+    // the same numbers twice.
+    void numbersAddedDuringAnImportAreCheckedWhenWriting()
+    {
+        auto db = smallShop();
+        QVERIFY(db);
+        QString sheet = u"编号,名称\nA100,甲\n"_s;
+        for (int i = 0; i < 4200; ++i) {
+            sheet += u"B%1,货%1\n"_s.arg(i, 4, 10, QChar(u'0'));
+        }
+        const QString file = writeCsv(u"race.csv"_s, sheet);
+        // While this import reads its sheet, the other adds A100 with a remark.
+        auto otherImportWrites = [&](qint64) {
+            db->Execute(u"INSERT INTO T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName, F_Remark) "
+                        "VALUES (900001, 4, 'A100', '乙', '另一次导入')"_s);
+            return true;
+        };
+        {
+            Store store(db, itemTypeNumber(ItemType::Goods));
+            ItemImport importer(*store.items, store.units.get(), store.goodsTypes.get(), store.clientTypes.get());
+            const ItemImport::Report report = importer.run(file, ItemImport::Options(), otherImportWrites);
+            QVERIFY(!report.ok);
+            QVERIFY(!report.written);
+            QCOMPARE(report.errors.size(), 1);
+            QCOMPARE(report.errors.at(0).row, 2);
+            QVERIFY2(report.errors.at(0).reason.contains(u"编号[A100]已经存在"_s), qPrintable(report.text()));
+        }
+        QSqlQuery count = db->Select(u"SELECT COUNT(*) FROM T_Item WHERE F_ItemTypeID=4 AND F_ItemNo LIKE 'B%'"_s);
+        QVERIFY(count.next());
+        QCOMPARE(count.value(0).toInt(), 0);
+        db->Execute(u"DELETE FROM T_Item WHERE F_ID=900001"_s);
+
+        // Asked to update, the import updates the item the other added, with the sheet's columns only.
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        ItemImport importer(*store.items, store.units.get(), store.goodsTypes.get(), store.clientTypes.get());
+        ItemImport::Options options;
+        options.update = true;
+        const ItemImport::Report report = importer.run(file, options, otherImportWrites);
+        QVERIFY2(report.ok, qPrintable(report.text()));
+        QCOMPARE(report.added, qint64(4200));
+        QCOMPARE(report.updated, qint64(1));
+        QSqlQuery row = db->Select(u"SELECT F_ID, F_ItemName, F_Remark FROM T_Item WHERE F_ItemNo='A100'"_s);
+        QVERIFY(row.next());
+        QCOMPARE(row.value(0).toInt(), 900001);
+        QCOMPARE(row.value(1).toString(), u"甲"_s);
+        QCOMPARE(row.value(2).toString(), u"另一次导入"_s);
+        QVERIFY(!row.next());
+    }
+
+    // An import that filled the disk ended with SQLite's English "database or disk is full".
+    void fullDiskEndsTheImportInChinese()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("SQLite's own size limit stands in for a full disk");
+        }
+        const QString path = m_dir.filePath(u"full-import.db"_s);
+        QFile::remove(path);
+        auto db = CConnection::Open(u"sqlite:///"_s + path);
+        QVERIFY(db);
+        db->EnsureSchema();
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        QString sheet = u"编号,名称,备注\n"_s;
+        for (int i = 0; i < 300; ++i) {
+            sheet += u"F%1,满%1,"_s.arg(i) + QString(300, u'满') + u'\n';
+        }
+        const QString file = writeCsv(u"full.csv"_s, sheet);
+        QSqlQuery pages = db->Select(u"PRAGMA page_count"_s);
+        QVERIFY(pages.next());
+        db->Select(u"PRAGMA max_page_count = "_s + QString::number(pages.value(0).toInt() + 2));
+        pages = QSqlQuery();
+        const ItemImport::Report report = store.import(file, ItemImport::Options());
+        QVERIFY(!report.written);
+        QVERIFY2(report.error.contains(u"磁盘已满,数据没有保存。"_s), qPrintable(report.error));
+        QCOMPARE(ItemFixtures::count(*db, u"SELECT COUNT(*) FROM T_Item WHERE F_ItemTypeID=4"_s), 0);
+    }
+
+    // A client list imported as goods stored the bank, account and contact on the goods without a word.
+    void columnsOfAnotherKindAreReportedNotStored()
+    {
+        auto db = smallShop();
+        QVERIFY(db);
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        const QString file = writeCsv(u"clients.csv"_s,
+                                      u"编号,名称,开户银行,联系人,F_BankAccount,备注\n"
+                                      "G100,宏达商行,工商银行,张三,6222000011112222,老客户\n"_s);
+        const ItemImport::Report report = store.import(file, ItemImport::Options());
+        QVERIFY2(report.ok, qPrintable(report.text()));
+        QCOMPARE(report.ignoredColumns.size(), 3);
+        QVERIFY2(report.ignoredColumns.at(0).startsWith(u"C(开户银行)"_s), qPrintable(report.text()));
+        QVERIFY2(report.text().contains(u"不是商品的资料"_s), qPrintable(report.text()));
+        const CItemPtr goods = store.items->GetItemByItemNo(u"G100"_s);
+        QVERIFY(goods);
+        QCOMPARE(goods->F_Bank(), QString());
+        QCOMPARE(goods->F_LinkMen(), QString());
+        QCOMPARE(goods->F_BankAccount(), QString());
+        QCOMPARE(goods->F_Remark(), u"老客户"_s); // every kind has a remark
+    }
+
     // The other seats hear of a few imported rows one by one, of many by one note to reload their lists.
     void largeImportsNoteOneReload()
     {
@@ -417,6 +569,18 @@ private Q_SLOTS:
         QCOMPARE(cli({u"import"_s, u"goods"_s, bad, u"--skip-bad"_s, rejected}, &err), 1);
         QVERIFY(QFile::exists(rejected));
         QCOMPARE(ItemFixtures::count(*db, u"SELECT COUNT(*) FROM T_Item WHERE F_ItemTypeID=4"_s), 4);
+
+        // Rejects meant for the file being imported (or any file they cannot go into) were found out only after
+        // the good rows were in; now nothing is imported.
+        const QString again = writeCsv(u"cli-again.csv"_s, u"编号,名称,单位\nD1,又一个,瓶\nD2,坏,箱\n"_s);
+        const QString xlsx = m_dir.filePath(u"cli-self.xlsx"_s);
+        QVERIFY(QFile::copy(rejected, xlsx));
+        for (const QString &target : {again, xlsx}) {
+            const QString input = target == xlsx ? xlsx : again;
+            QVERIFY(cli({u"import"_s, u"goods"_s, input, u"--skip-bad"_s, target}, &err) != 0);
+            QVERIFY2(err.contains(u"--skip-bad"_s), qPrintable(err));
+        }
+        QCOMPARE(ItemFixtures::count(*db, u"SELECT COUNT(*) FROM T_Item WHERE F_ItemNo='D1'"_s), 0);
     }
 };
 

@@ -14,7 +14,11 @@
 #include <QProcess>
 #include <QSqlRecord>
 #include <QTemporaryDir>
+
 #include <QTest>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -228,6 +232,64 @@ private Q_SLOTS:
         QCOMPARE(cli({u"--db"_s, target->url(), u"restore"_s, file, u"--yes"_s}, {}), 0);
         QCOMPARE(ItemFixtures::count(*target, u"SELECT COUNT(*) FROM T_Item"_s),
                  ItemFixtures::count(*source, u"SELECT COUNT(*) FROM T_Item"_s));
+    }
+
+    // A backup killed while writing left its part file (and the part's journal) beside the target for good.
+    void staleBackupPartsAreCleared()
+    {
+        auto source = TestDatabase::create();
+        QVERIFY(source);
+        QTemporaryDir dir;
+        const QString file = dir.filePath(u"shop.qlb"_s);
+        auto leave = [&](const QString &name) {
+            QFile f(dir.filePath(name));
+            return f.open(QIODevice::WriteOnly) && f.write("half") == 4;
+        };
+        QVERIFY(leave(u"shop.qlb.part-Ab3dE9"_s));
+        QVERIFY(leave(u"shop.qlb.part-Ab3dE9-journal"_s));
+        QVERIFY(leave(u"other.qlb.part-Zz9yX8"_s)); // another backup's
+        QVERIFY(leave(u"shop.qlb.part-notes.txt"_s)); // not a part at all
+
+        // While another writer works in the folder (it holds the folder's lock), its parts are left alone.
+        {
+            const int folder = ::open(QFile::encodeName(dir.path()).constData(), O_RDONLY | O_DIRECTORY);
+            QVERIFY(folder >= 0);
+            QCOMPARE(::flock(folder, LOCK_SH), 0);
+            const MasterBackup::Result result = MasterBackup::backup(*source, dir.filePath(u"first.qlb"_s));
+            QVERIFY2(result.ok, qPrintable(result.error));
+            const MasterBackup::Result busy = MasterBackup::backup(*source, file);
+            ::close(folder);
+            QVERIFY2(busy.ok, qPrintable(busy.error));
+            QVERIFY(QFile::exists(dir.filePath(u"shop.qlb.part-Ab3dE9"_s)));
+            QVERIFY(QFile::remove(file));
+        }
+
+        const MasterBackup::Result result = MasterBackup::backup(*source, file);
+        QVERIFY2(result.ok, qPrintable(result.error));
+        QStringList left = QDir(dir.path()).entryList(QDir::Files);
+        left.sort();
+        QCOMPARE(
+            left,
+            (QStringList {u"first.qlb"_s, u"other.qlb.part-Zz9yX8"_s, u"shop.qlb"_s, u"shop.qlb.part-notes.txt"_s}));
+    }
+
+    // A backup cut short (a full disk, an interrupted copy) was called another program's file ("没有备份说明").
+    void truncatedBackupIsCalledDamaged()
+    {
+        if (TestDatabase::isPostgreSQL()) {
+            QSKIP("the backup file is SQLite whatever the engine");
+        }
+        auto source = shop();
+        QVERIFY(source);
+        const QString file = newFile();
+        QVERIFY2(MasterBackup::backup(*source, file).ok, "backup");
+        QVERIFY(MasterBackup::inspect(file).ok);
+        QFile cut(file);
+        QVERIFY(cut.resize(cut.size() / 2));
+        const MasterBackup::Result result = MasterBackup::inspect(file);
+        QVERIFY(!result.ok);
+        QVERIFY2(result.error.contains(u"已损坏或不完整"_s), qPrintable(result.error));
+        QVERIFY2(!result.error.contains(u"备份说明"_s), qPrintable(result.error));
     }
 };
 

@@ -359,6 +359,49 @@ private Q_SLOTS:
         QVERIFY(watch.waitForFinished(kWaitMs));
     }
 
+    // Change notes that could only be turned off by dropping the triggers (their form before the pause) get the
+    // form that can be paused when the database is opened, and a pause then leaves the other seats' notes alone.
+    void olderChangeTriggersAreUpgradedOnOpen()
+    {
+        const QString url = TestDatabase::freshUrl();
+        {
+            auto db = CConnection::Open(url);
+            QVERIFY(db);
+            db->EnsureSchema();
+            CTransaction transaction(*db);
+            if (db->engine() == CConnection::Engine::SQLite) {
+                db->Execute(u"DROP TRIGGER TR_Item_Insert"_s);
+                db->Execute(u"CREATE TRIGGER TR_Item_Insert AFTER INSERT ON T_Item BEGIN INSERT INTO T_ChangeLog "
+                            "(F_TableName, F_ItemID, F_ItemTypeID, F_Removed) VALUES ('T_Item', NEW.F_ID, "
+                            "NEW.F_ItemTypeID, 0); END"_s);
+                db->Execute(u"DROP TABLE T_ChangeLogPause"_s);
+            } else {
+                db->Execute(u"CREATE OR REPLACE FUNCTION quillon_note_change() RETURNS trigger LANGUAGE plpgsql AS "
+                            "$$ BEGIN INSERT INTO T_ChangeLog (F_TableName, F_ItemID, F_ItemTypeID, F_Removed) "
+                            "VALUES ('T_Item', NEW.F_ID, NEW.F_ItemTypeID, 0); RETURN NULL; END $$"_s);
+            }
+            transaction.Commit();
+            QVERIFY(!ChangeLog::isInstalled(*db));
+        }
+        auto db = CConnection::Open(url);
+        QVERIFY(db);
+        db->EnsureSchema();
+        QVERIFY(ChangeLog::isInstalled(*db));
+        const qint64 before = ChangeLog::lastSeq(*db);
+        {
+            CTransaction transaction(*db);
+            QVERIFY(ChangeLog::suspendTriggers(*db, u"T_Item"_s));
+            db->Execute(u"INSERT INTO T_Item (F_ID, F_ItemName, F_ItemTypeID) VALUES (3, '暂停时', 4)"_s);
+            ChangeLog::restoreTriggers(*db, u"T_Item"_s);
+            transaction.Commit();
+        }
+        QCOMPARE(ChangeLog::lastSeq(*db), before);
+        sql(url, u"INSERT INTO T_Item (F_ID, F_ItemName, F_ItemTypeID) VALUES (4, '之后', 4)"_s);
+        const QList<ItemChange> rows = ChangeLog::read(*db, before + 1, 10);
+        QCOMPARE(rows.size(), 1);
+        QCOMPARE(rows.at(0).id, 4);
+    }
+
     // An existing database gets the change table on open and nothing else changes.
     void existingDatabaseGetsTheChangeTableOnOpen()
     {
@@ -368,8 +411,18 @@ private Q_SLOTS:
             QVERIFY(db);
             db->EnsureSchema();
             CTransaction transaction(*db);
-            QVERIFY(ChangeLog::suspendTriggers(*db, u"T_Item"_s));
-            QVERIFY(ChangeLog::suspendTriggers(*db, u"T_GoodsPrice"_s));
+            // A database as programs before the change table left it.
+            if (db->engine() == CConnection::Engine::SQLite) {
+                for (const char16_t *trigger :
+                     {u"TR_Item_Insert", u"TR_Item_Update", u"TR_Item_Delete", u"TR_GoodsPrice_Insert",
+                      u"TR_GoodsPrice_Update", u"TR_GoodsPrice_Delete"}) {
+                    db->Execute(u"DROP TRIGGER "_s + QString::fromUtf16(trigger));
+                }
+                db->Execute(u"DROP TABLE T_ChangeLogPause"_s);
+            } else {
+                db->Execute(u"DROP TRIGGER tr_item_change ON T_Item"_s);
+                db->Execute(u"DROP TRIGGER tr_goodsprice_change ON T_GoodsPrice"_s);
+            }
             db->Execute(u"DROP TABLE T_ChangeLog"_s);
             db->Execute(u"INSERT INTO T_Item (F_ID, F_ItemName, F_ItemTypeID) VALUES (3, '旧商品', 4)"_s);
             transaction.Commit();

@@ -1,6 +1,7 @@
 #include "workbookreader.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QStringEncoder>
 #include <QTemporaryDir>
@@ -282,6 +283,132 @@ private Q_SLOTS:
         QVERIFY2(writer.exitCode() == 0, writer.readAllStandardError().constData());
         const QString error = readError(file);
         QVERIFY2(error.contains(u"恶意"_s), qPrintable(error));
+    }
+
+    // A lone CR ended no row: two lines of a file from an older Mac program were read as one.
+    void csvLinesEndWithCrOrLfOrBoth_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::newRow("LF") << QByteArray("编号,名称\nA1,甲\n\"多\n行\",乙\n");
+        QTest::newRow("CR LF") << QByteArray("编号,名称\r\nA1,甲\r\n\"多\n行\",乙\r\n");
+        QTest::newRow("lone CR") << QByteArray("编号,名称\rA1,甲\r\"多\n行\",乙\r");
+        QTest::newRow("mixed, no end at the end") << QByteArray("编号,名称\rA1,甲\r\n\"多\n行\",乙");
+    }
+    void csvLinesEndWithCrOrLfOrBoth()
+    {
+        QFETCH(QByteArray, bytes);
+        WorkbookReader reader(write(u"lines.csv"_s, bytes));
+        QVERIFY(reader.open());
+        bool ok = false;
+        QCOMPARE(rowsOf(reader, QString(), &ok),
+                 (QStringList {u"1: A=编号 B=名称"_s, u"2: A=A1 B=甲"_s, u"3: A=多\n行 B=乙"_s}));
+        QVERIFY(ok);
+    }
+
+    // A workbook with one sheet "s" whose parts are given as Python expressions of bytes, packed by Python's zipfile.
+    QString zipBook(const QString &name, const QString &sheetExpression, const QString &sharedExpression)
+    {
+        const QString file = path(name);
+        QProcess writer;
+        writer.start(u"/usr/bin/python3"_s,
+                     {u"-c"_s,
+                      u"import sys, zipfile\n"
+                      "z = zipfile.ZipFile(sys.argv[1], 'w', zipfile.ZIP_DEFLATED)\n"
+                      "z.writestr('_rels/.rels', '<Relationships><Relationship Type=\"x/officeDocument\" "
+                      "Target=\"xl/workbook.xml\"/></Relationships>')\n"
+                      "z.writestr('xl/workbook.xml', '<workbook><sheets><sheet name=\"s\" id=\"rId1\"/></sheets>"
+                      "</workbook>')\n"
+                      "z.writestr('xl/_rels/workbook.xml.rels', '<Relationships><Relationship Id=\"rId1\" "
+                      "Type=\"x/worksheet\" Target=\"worksheets/sheet1.xml\"/><Relationship Id=\"rId2\" "
+                      "Type=\"x/sharedStrings\" Target=\"sharedStrings.xml\"/></Relationships>')\n"
+                      "z.writestr('xl/worksheets/sheet1.xml', "_s
+                          + sheetExpression
+                          + u")\n"
+                            "z.writestr('xl/sharedStrings.xml', "_s
+                          + sharedExpression
+                          + u")\n"
+                            "z.close()\n"_s,
+                      file});
+        if (!writer.waitForFinished(120000) || writer.exitCode() != 0) {
+            qWarning() << writer.readAllStandardError();
+            return QString();
+        }
+        return file;
+    }
+
+    // A shared-strings part of a few kilobytes on disk that inflated into millions of short strings made the read
+    // hold several times the part's size and end in std::bad_alloc; the table is bounded now, and refused past it.
+    void sharedStringsBeyondTheirBoundAreRefused()
+    {
+        // 40 MB of two-letter strings: under the ratio check's floor, so only the table's own bound stops it.
+        const QString file = zipBook(u"many-strings.xlsx"_s,
+                                     u"b'<worksheet><sheetData><row r=\"1\"><c r=\"A1\" t=\"s\"><v>1</v></c>"
+                                     "</row></sheetData></worksheet>'"_s,
+                                     u"b'<sst>' + b'<si><t>ab</t></si>' * 2300000 + b'</sst>'"_s);
+        QVERIFY(!file.isEmpty());
+        QVERIFY(QFileInfo(file).size() < 1 << 20);
+        WorkbookReader::Limits limits;
+        limits.maxSharedStringBytes = qint64(8) << 20;
+        const QString error = readError(file, limits);
+        QVERIFY2(error.contains(u"共享文字超过 8 MB"_s), qPrintable(error));
+
+        // Within the bound the same table reads, each string in its place.
+        WorkbookReader reader(file);
+        QVERIFY(reader.open());
+        bool ok = false;
+        QCOMPARE(rowsOf(reader, QString(), &ok), QStringList {u"1: A=ab"_s});
+        QVERIFY2(ok, qPrintable(reader.errorString()));
+    }
+
+    // A cell of ten million characters was reported as a damaged sheet; the CSV reader says the cell is too long.
+    void overlongXlsxCellIsNamedNotCalledDamage_data()
+    {
+        QTest::addColumn<QString>("sheet");
+        QTest::addColumn<QString>("shared");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("inline text") << u"b'<worksheet><sheetData><row r=\"2\"><c r=\"B2\" t=\"inlineStr\"><is><t>' "
+                                        "+ '长'.encode() * 3500000 + b'</t></is></c></row></sheetData></worksheet>'"_s
+                                     << u"b'<sst/>'"_s << u"第 2 行 B 列的文字超过 32767 个字符"_s;
+        QTest::newRow("shared string") << u"b'<worksheet><sheetData><row r=\"1\"><c r=\"A1\" t=\"s\"><v>0</v>"
+                                          "</c></row></sheetData></worksheet>'"_s
+                                       << u"b'<sst><si><t>' + b'x' * 10000000 + b'</t></si></sst>'"_s
+                                       << u"超过 32767 个字符的文字"_s;
+    }
+    void overlongXlsxCellIsNamedNotCalledDamage()
+    {
+        QFETCH(QString, sheet);
+        QFETCH(QString, shared);
+        QFETCH(QString, message);
+        const QString file = zipBook(u"long-cell.xlsx"_s, sheet, shared);
+        QVERIFY(!file.isEmpty());
+        const QString error = readError(file);
+        QVERIFY2(error.contains(message), qPrintable(error));
+        QVERIFY2(!error.contains(u"损坏"_s), qPrintable(error));
+    }
+
+    // Text cut into pieces is joined again whole: neither a character nor a reference is split.
+    void longTextInPiecesKeepsCharactersAndReferences()
+    {
+        // Nine bytes a repetition, so that the pieces end at different places within it.
+        const QString file = zipBook(u"pieces.xlsx"_s,
+                                     u"b'<worksheet><sheetData><row r=\"1\"><c r=\"A1\" t=\"s\"><v>0</v></c>"
+                                     "</row></sheetData></worksheet>'"_s,
+                                     u"b'<sst><si><t>' + '长&amp;x'.encode() * 1000000 + b'</t></si></sst>'"_s);
+        QVERIFY(!file.isEmpty());
+        WorkbookReader::Limits limits;
+        limits.maxCellChars = 4000000;
+        WorkbookReader reader(file);
+        reader.setLimits(limits);
+        QVERIFY(reader.open());
+        QString text;
+        QVERIFY2(reader.readSheet(QString(),
+                                  [&](int, const WorkbookReader::Row &cells) {
+                                      text = cells.empty() ? QString() : cells.front().text;
+                                      return true;
+                                  }),
+                 qPrintable(reader.errorString()));
+        QCOMPARE(text.size(), qsizetype(3000000));
+        QVERIFY(text == u"长&x"_s.repeated(1000000));
     }
 
     void missingSheetNamesTheOnesThereAre()

@@ -20,10 +20,12 @@
 #include <QDir>
 #include <QProcessEnvironment>
 #include <QRegularExpression>
+#include <QSqlQuery>
 #include <QStandardPaths>
 #include <QTextStream>
 
 #include <functional>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
@@ -252,7 +254,20 @@ int cmdExport(Context &c)
     // The columns of the management window's grid; an error stops the export (there is nobody to ask).
     ItemTableModel grid(items.get(), ItemTableModel::fieldsForType(type));
     c.prompt.setDefaultAnswer(CPrompt::vbCancel);
-    if (!GridExport::CopyGridToExcel(&grid, file, sheet)) {
+    // The export asks whether to try a failed step again; nobody here can answer, so only the error is shown.
+    c.prompt.setEcho(false);
+    const qsizetype shownBefore = c.prompt.shown().size();
+    const bool exported = GridExport::CopyGridToExcel(&grid, file, sheet);
+    c.prompt.setEcho(true);
+    for (qsizetype i = shownBefore; i < c.prompt.shown().size(); ++i) {
+        const ScriptedPrompt::Shown &shown = c.prompt.shown().at(i);
+        QStringList lines = QString(shown.text).replace(u"\r\n"_s, u"\n"_s).split(u'\n');
+        if (CPrompt::buttonsOf(shown.style) != CPrompt::vbOKOnly && lines.size() > 1) {
+            lines.removeLast();
+        }
+        c.err << lines.join(u'\n') << u'\n';
+    }
+    if (!exported) {
         return Failed;
     }
     c.out << u"已导出 "_s << items->Count() << u" 条记录到 "_s << file << u" 的表格 ["_s << sheet << u"]\n"_s;
@@ -362,7 +377,46 @@ int cmdAdd(Context &c)
         return usage(c, u"add 需要 --name"_s);
     }
     const auto items = openKind(c, type, Load::Attach);
-    if (!items || !items->SaveItem(item)) {
+    if (!items) {
+        return Failed;
+    }
+    // A unit or type that does not exist cannot be chosen in the dialogs either.
+    struct Reference
+    {
+        const char16_t *column;
+        ItemType target;
+    };
+    std::vector<Reference> references;
+    if (type == ItemType::Goods) {
+        references = {{u"F_Tag1", ItemType::Unit},
+                      {u"F_Tag2", ItemType::Unit},
+                      {u"F_Tag4", ItemType::Unit},
+                      {u"F_ParentID", ItemType::GoodsType}};
+    } else if (type == ItemType::Client) {
+        references = {{u"F_ParentID", ItemType::ClientType}};
+    }
+    try {
+        for (const Reference &reference : references) {
+            const QString column = QString::fromUtf16(reference.column);
+            const qint32 id = item->value(CItem::columnIndex(column)).toInt();
+            if (id == 0) {
+                continue;
+            }
+            QSqlQuery q = items->connection()->Select(u"SELECT F_Tag3 FROM T_Item WHERE F_ID=? AND F_ItemTypeID=?"_s,
+                                                      {id, itemTypeNumber(reference.target)});
+            const bool found =
+                CConnection::next(q) && !(reference.target == ItemType::GoodsType && q.value(0).toLongLong() > 0);
+            if (!found) {
+                c.err << CItems::typeName(itemTypeNumber(reference.target)) << u"的 F_ID "_s << id << u" 不存在 ("_s
+                      << column << u")\n"_s;
+                return Failed;
+            }
+        }
+    } catch (const DbError &e) {
+        c.err << u"读取数据库失败: "_s << e.message() << u'\n';
+        return Failed;
+    }
+    if (!items->SaveItem(item)) {
         return Failed;
     }
     c.out << item->F_ID() << u'\n';

@@ -103,6 +103,22 @@ int import(const QString &dbUrl, int itemTypeID, QStringList args, QTextStream &
         err << u"文件 "_s << file << u" 不存在\n"_s;
         return Failed;
     }
+    // The refused rows are written after the good ones are in: a file they cannot go into is refused first.
+    if (options.skipBad && !options.dryRun) {
+        const QFileInfo input(file);
+        const QFileInfo rejects(rejectFile);
+        if (rejects.exists() && rejects.canonicalFilePath() == input.canonicalFilePath()) {
+            return usageError(err, u"--skip-bad 不能写入正在导入的文件 "_s + file + u",请另选一个文件"_s);
+        }
+        if (rejects.suffix().compare(u"xlsx"_s, Qt::CaseInsensitive) != 0) {
+            return usageError(err, u"--skip-bad 的文件必须是 Excel 工作簿(.xlsx): "_s + rejectFile);
+        }
+        const QFileInfo folder(rejects.absolutePath());
+        if ((rejects.exists() && !rejects.isWritable()) || !folder.isDir() || !folder.isWritable()) {
+            err << u"无法写入 "_s << rejectFile << u",没有导入任何数据\n"_s;
+            return Failed;
+        }
+    }
 
     QString error;
     const auto connection = AppDatabase::open(dbUrl, &error, AppDatabase::Missing::Refuse);

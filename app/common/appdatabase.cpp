@@ -4,6 +4,7 @@
 #include "prompt.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QProcessEnvironment>
 #include <QSettings>
@@ -33,7 +34,11 @@ std::shared_ptr<CConnection> AppDatabase::open(const QString &url, QString *erro
                     }
                     return {};
                 }
-                QDir().mkpath(QFileInfo(where.databaseName).absolutePath());
+                const QString folder = QFileInfo(where.databaseName).absolutePath();
+                if (!QFileInfo::exists(folder) && QDir().mkpath(folder)) {
+                    QFile::setPermissions(folder,
+                                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+                }
             }
         }
     }

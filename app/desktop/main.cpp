@@ -21,6 +21,8 @@
 
 #include <optional>
 
+#include <sys/stat.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -71,6 +73,9 @@ QStringList argumentsWithoutDatabase()
 
 int main(int argc, char *argv[])
 {
+    // Master data, settings, backups and exports are the shop's business: what this program creates is its
+    // user's alone.
+    ::umask(077);
     QApplication app(argc, argv);
     QApplication::setApplicationName(u"quillon"_s);
     QApplication::setApplicationDisplayName(u"Quillon进销存"_s);

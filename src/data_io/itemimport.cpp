@@ -6,6 +6,7 @@
 #include "changelog.h"
 #include "citem.h"
 #include "citems.h"
+#include "crecordset.h"
 #include "cspell.h"
 #include "excelconnection.h"
 #include "itemtablemodel.h"
@@ -23,6 +24,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <vector>
@@ -162,6 +164,28 @@ std::optional<Mapping> targetOf(const QString &header)
     return std::nullopt;
 }
 
+// Whether a T_Item column is one that the management window shows for goods or clients but not for `type`.
+bool belongsToOtherKinds(int itemColumn, int type)
+{
+    auto columnsOf = [](const QList<ItemTableModel::Field> &fields) {
+        QSet<int> columns;
+        for (const ItemTableModel::Field field : fields) {
+            const QString name = fieldColumn(field);
+            if (!name.isEmpty()) {
+                columns.insert(CItem::columnIndex(name));
+            }
+        }
+        return columns;
+    };
+    static const QSet<int> clientOwn = columnsOf(ItemTableModel::fieldsForType(itemTypeNumber(ItemType::Client)))
+        + columnsOf({ItemTableModel::Tel3, ItemTableModel::ArtificialPerson, ItemTableModel::IRDNumber});
+    static const QSet<int> goodsOwn = columnsOf(ItemTableModel::fieldsForType(itemTypeNumber(ItemType::Goods)));
+    const QSet<int> own = type == ItemType::Client ? clientOwn
+        : type == ItemType::Goods                  ? goodsOwn
+                                                   : columnsOf(ItemTableModel::fieldsForType(type));
+    return (clientOwn.contains(itemColumn) || goodsOwn.contains(itemColumn)) && !own.contains(itemColumn);
+}
+
 bool isLongText(const QString &column)
 {
     return column == u"F_Remark"_s || column == u"F_Address"_s || column == u"F_Standard"_s;
@@ -287,6 +311,9 @@ struct Pending
     int row = 0;
     CItemPtr item;
     qint32 existingID = 0; // the item a row updates
+    quint64 readHash = 0; // the fingerprint of that item as the import read it (0: not read, a late duplicate)
+    quint64 writeMask = 0; // the columns an update writes, by index
+    bool dropped = false; // refused under the write lock
     QString unitName; // to be created, resolved when written
     QString typeName;
     bool needsNumber = false;
@@ -371,6 +398,9 @@ public:
         }
         const int step = sqlite3_step(m_statement);
         sqlite3_reset(m_statement);
+        if ((step & 0xFF) == SQLITE_FULL) {
+            throw DbError(u"磁盘已满,数据没有保存。"_s);
+        }
         if (step != SQLITE_DONE) {
             throw DbError(u"写入 T_Item 失败: "_s + QString::fromUtf8(sqlite3_errmsg(m_db)));
         }
@@ -398,6 +428,10 @@ public:
     // For the sheet of refused rows.
     QList<QPair<int, QString>> headerCells;
     std::vector<Rejected> rejected;
+    // The T_Item columns the sheet gives (directly, through a unit or type name, or derived from the name): an
+    // update writes these and no others.
+    std::vector<bool> fileColumns;
+    QList<Mapping> mappings;
 
     ItemImportPrivate(CItems &i, CItems *u, CItems *g, CItems *c)
         : items(i)
@@ -412,6 +446,8 @@ public:
 
     void write(const ItemImport::Options &options, const QHash<QString, QString> &newUnits,
                const QHash<QString, QString> &newTypes);
+    // A row that could only be refused once the write saw the database as it is now.
+    void refuseLate(const Pending &p, const QString &reason);
 };
 
 ItemImport::ItemImport(CItems &items, CItems *units, CItems *goodsTypes, CItems *clientTypes)
@@ -611,6 +647,11 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
                 report.ignoredColumns.append(label);
                 continue;
             }
+            if (m.target == Target::Column && belongsToOtherKinds(m.itemColumn, d->type)) {
+                // A client's bank on goods, a price on a unit: the sheet is likely of another kind.
+                report.ignoredColumns.append(label + u" — 不是"_s + kind + u"的资料,没有导入"_s);
+                continue;
+            }
             if (seen.contains(key)) {
                 stopError = u"标题行(第 "_s + QString::number(rowNumber) + u" 行)中 "_s + seen.value(key) + u" 与 "_s
                     + label + u" 是同一列,请删除其中一个"_s;
@@ -624,7 +665,12 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
         }
         headerRow = rowNumber;
         mappings = found;
+        d->mappings = mappings;
+        d->fileColumns.assign(CItem::columns().size(), false);
         for (const Mapping &m : std::as_const(mappings)) {
+            d->fileColumns[std::size_t(m.target == Target::Column         ? m.itemColumn
+                                           : m.target == Target::UnitName ? tag1Column
+                                                                          : parentColumn)] = true;
             if (m.target == Target::Column) {
                 const QString &name = CItem::columns()[m.itemColumn].name;
                 if (name == u"F_ItemName"_s) {
@@ -639,6 +685,8 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
         for (const WorkbookReader::Cell &cell : cells) {
             d->headerCells.append({cell.column, cell.text});
         }
+        // The mnemonic code follows the name where the sheet has none of its own.
+        d->fileColumns[std::size_t(CItem::columnIndex(u"F_Spell"_s))] = true;
         if (nameColumn < 0) {
             stopError = u"标题行(第 "_s + QString::number(rowNumber) + u" 行)缺少必需的列 [名称]"_s;
             return false;
@@ -699,6 +747,7 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
                         refuse(nullptr, kind + u"编号["_s + number + u"]的资料没能完整读取,不能更新"_s);
                     } else {
                         p.existingID = owner->id;
+                        p.readHash = existing->rowHash();
                         p.item = CItem::create(*existing);
                     }
                 } else {
@@ -990,6 +1039,7 @@ void ItemImportPrivate::write(const ItemImport::Options &options, const QHash<QS
     CConnection &connection = *items.connection();
     const auto columns = CItem::columns();
     const int count = int(columns.size());
+    Q_ASSERT(count <= 64); // an update's columns are a 64-bit mask
     QStringList names;
     for (const CItem::Column &c : columns) {
         names.append(c.name);
@@ -1020,9 +1070,137 @@ void ItemImportPrivate::write(const ItemImport::Options &options, const QHash<QS
         }
     };
 
+    // Rows refused by the checks under the write lock stop the whole import unless bad rows are skipped.
+    struct RefusedLate
+    {
+    };
+    const bool server = connection.engine() == CConnection::Engine::PostgreSQL;
+    const int tag1Column = CItem::columnIndex(u"F_Tag1"_s);
+    const int parentColumn = CItem::columnIndex(u"F_ParentID"_s);
+    const QString kind = CItems::typeName(type);
+    const qint64 badBefore = report.badRows;
     bool createdLists = false;
     try {
         CTransaction transaction(connection);
+        // What the import read before may be out of date by now: another import or seat may have added the same
+        // numbers or changed the rows to update. It is looked at again here, under the write lock (SQLite's
+        // BEGIN IMMEDIATE; on a server the imports take turns and the rows to update are locked).
+        if (server) {
+            connection.Select(u"SELECT pg_advisory_xact_lock(5175696, 2)"_s);
+        }
+        {
+            struct Owner
+            {
+                qint32 id;
+                bool hidden;
+            };
+            QHash<QString, Owner> numbers;
+            QSqlQuery q =
+                connection.Select(u"SELECT F_ID, F_ItemNo, F_Tag3 FROM T_Item WHERE F_ItemTypeID=?"_s, {type});
+            while (CConnection::next(q)) {
+                const QString no = q.value(1).toString();
+                if (!no.trimmed().isEmpty()) {
+                    const bool hidden =
+                        (type == ItemType::Goods || type == ItemType::GoodsType) && q.value(2).toLongLong() > 0;
+                    numbers.insert(no, {q.value(0).toInt(), hidden});
+                }
+            }
+            for (Pending &p : pending) {
+                const QString number = p.item->F_ItemNo();
+                if (p.existingID || number.isEmpty()) {
+                    continue;
+                }
+                const auto owner = numbers.constFind(number);
+                if (owner == numbers.constEnd()) {
+                    continue;
+                }
+                if (options.update && !owner->hidden) {
+                    p.existingID = owner->id; // written from the sheet's columns alone
+                    p.readHash = 0;
+                } else {
+                    refuseLate(p, kind + u"编号["_s + number + u"]已经存在(导入期间被其他用户写入)"_s);
+                    p.dropped = true;
+                }
+            }
+        }
+        // The rows to update, locked and compared with what the import read: a row changed elsewhere since is
+        // refused as a seat's save is; of the others only the columns the sheet gives and changes are written.
+        std::vector<Pending *> updates;
+        for (Pending &p : pending) {
+            if (p.existingID && !p.dropped) {
+                updates.push_back(&p);
+            }
+        }
+        for (std::size_t from = 0; from < updates.size(); from += kBatchRows) {
+            const std::size_t n = std::min<std::size_t>(kBatchRows, updates.size() - from);
+            QVariantList ids;
+            for (std::size_t i = 0; i < n; ++i) {
+                ids.append(updates[from + i]->existingID);
+            }
+            QHash<qint32, CItemPtr> stored;
+            {
+                CRecordset rst(connection);
+                rst.Open(u"SELECT * FROM T_Item WHERE F_ID IN ("_s + QString(u",?"_s).repeated(int(n)).mid(1) + u")"_s
+                             + (server ? u" FOR UPDATE"_s : QString()),
+                         ids);
+                while (!rst.isEOF()) {
+                    auto row = CItem::create();
+                    row->UpdateDataFromRst(rst, true);
+                    stored.insert(row->F_ID(), row);
+                    rst.MoveNext();
+                }
+            }
+            for (std::size_t i = 0; i < n; ++i) {
+                Pending &p = *updates[from + i];
+                const CItemPtr now = stored.value(p.existingID);
+                if (!now) {
+                    refuseLate(p, kind + u"编号["_s + p.item->F_ItemNo() + u"]的资料已被其他用户删除"_s);
+                    p.dropped = true;
+                    continue;
+                }
+                if (p.readHash != 0 && now->rowHash() != p.readHash) {
+                    refuseLate(p, u"该记录已被其他用户修改,请刷新后再改。"_s);
+                    p.dropped = true;
+                    continue;
+                }
+                if (now->unreadFrom() >= 0) {
+                    refuseLate(p, kind + u"编号["_s + p.item->F_ItemNo() + u"]的资料没能完整读取,不能更新"_s);
+                    p.dropped = true;
+                    continue;
+                }
+                p.writeMask = 0;
+                for (int c = 1; c < count; ++c) {
+                    if (!fileColumns[std::size_t(c)]) {
+                        continue;
+                    }
+                    // A row that found its number taken only now was not read: an empty unit or type cell keeps
+                    // the item's, as it does for every row that updates.
+                    if (p.readHash == 0 && (c == tag1Column || c == parentColumn) && p.item->value(c).toInt() == 0) {
+                        continue;
+                    }
+                    if (p.item->value(c) != now->value(c)) {
+                        p.writeMask |= quint64(1) << c;
+                    }
+                }
+                if (!p.unitName.isEmpty()) {
+                    p.writeMask |= quint64(1) << tag1Column;
+                }
+                if (!p.typeName.isEmpty()) {
+                    p.writeMask |= quint64(1) << parentColumn;
+                }
+            }
+        }
+        if (report.badRows > badBefore && !options.skipBad) {
+            throw RefusedLate();
+        }
+        pending.erase(std::remove_if(pending.begin(), pending.end(), [](const Pending &p) { return p.dropped; }),
+                      pending.end());
+        report.added = 0;
+        report.updated = 0;
+        report.unchanged = 0;
+        for (const Pending &p : pending) {
+            ++(!p.existingID ? report.added : p.writeMask ? report.updated : report.unchanged);
+        }
         std::vector<CItemPtr> inserts;
         QHash<QString, qint32> unitIDs;
         QHash<QString, qint32> typeIDs;
@@ -1173,34 +1351,26 @@ void ItemImportPrivate::write(const ItemImport::Options &options, const QHash<QS
             exec(rest);
         }
 
-        QString updateSql = u"UPDATE T_Item SET "_s;
-        for (int c = 1; c < count; ++c) {
-            updateSql += (c > 1 ? u","_s : QString()) + names[c] + u"=?"_s;
-        }
-        updateSql += u" WHERE F_ID=?"_s;
-        QSqlQuery update(connection.database());
-        bool prepared = false;
         for (const Pending &p : pending) {
-            if (!p.existingID) {
+            if (!p.existingID || !p.writeMask) {
                 continue;
             }
-            if (!prepared && !update.prepare(updateSql)) {
-                throw DbError(update.lastError().text());
-            }
-            prepared = true;
-            QSqlQuery &q = update;
-            // bind() writes every column from 0; the key goes last.
+            QString sql = u"UPDATE T_Item SET "_s;
+            QVariantList values;
             for (int c = 1; c < count; ++c) {
-                const QVariant value = p.item->value(c);
-                if ((columns[c].type == CItem::ColumnType::Date || columns[c].type == CItem::ColumnType::DateTime)
-                    && !value.toDateTime().isValid()) {
-                    q.bindValue(c - 1, QVariant());
-                } else {
-                    q.bindValue(c - 1, connection.toSqlValue(value));
+                if (!(p.writeMask & (quint64(1) << c))) {
+                    continue;
                 }
+                sql += (values.isEmpty() ? QString() : u","_s) + names[c] + u"=?"_s;
+                const QVariant value = p.item->value(c);
+                // A date never given is stored as no date, as a save stores it.
+                const bool date =
+                    columns[c].type == CItem::ColumnType::Date || columns[c].type == CItem::ColumnType::DateTime;
+                values.append(date && !value.toDateTime().isValid() ? QVariant() : value);
             }
-            q.bindValue(count - 1, p.existingID);
-            exec(q);
+            sql += u" WHERE F_ID=?"_s;
+            values.append(p.existingID);
+            connection.Execute(sql, values);
         }
         if (suspended) {
             ChangeLog::restoreTriggers(connection, u"T_Item"_s);
@@ -1209,6 +1379,10 @@ void ItemImportPrivate::write(const ItemImport::Options &options, const QHash<QS
         transaction.Commit();
         report.written = true;
         report.ok = report.badRows == 0;
+    } catch (const RefusedLate &) {
+        report.error = u"有 "_s + QString::number(report.badRows) + u" 行有错误,没有导入任何数据"_s;
+        report.ok = false;
+        report.written = false;
     } catch (const DbError &e) {
         report.error = u"写入数据库失败,没有导入任何数据: "_s + e.message();
         report.ok = false;
@@ -1233,6 +1407,58 @@ void ItemImportPrivate::write(const ItemImport::Options &options, const QHash<QS
     } else if (type == ItemType::Client && clientTypes) {
         CItems::JoinClientTypeNames(items, *clientTypes);
     }
+}
+
+void ItemImportPrivate::refuseLate(const Pending &p, const QString &reason)
+{
+    ++report.badRows;
+    const auto byRow = [](const auto &a, const auto &b) {
+        return a.row < b.row;
+    };
+    if (report.errors.size() < ItemImport::kMaxListedErrors) {
+        const ItemImport::RowError error {p.row, QString(), reason};
+        report.errors.insert(std::upper_bound(report.errors.begin(), report.errors.end(), error, byRow), error);
+    }
+    if (rejected.size() >= std::size_t(ItemImport::kMaxListedErrors)) {
+        return;
+    }
+    // The sheet's cells are gone by now; the row is written back from what the import took of it.
+    Rejected r;
+    r.row = p.row;
+    r.reason = reason;
+    for (const auto &[column, header] : std::as_const(headerCells)) {
+        QString text;
+        for (const Mapping &m : std::as_const(mappings)) {
+            if (m.sheetColumn != column) {
+                continue;
+            }
+            if (m.target == Target::UnitName) {
+                text = p.unitName.isEmpty() ? p.item->mUnitName() : p.unitName;
+            } else if (m.target == Target::TypeName) {
+                text = p.typeName.isEmpty() ? p.item->mTypeName() : p.typeName;
+            } else {
+                const QVariant value = p.item->value(m.itemColumn);
+                switch (CItem::columns()[m.itemColumn].type) {
+                case CItem::ColumnType::Currency:
+                    text = value.value<Currency>().toString();
+                    break;
+                case CItem::ColumnType::Date:
+                case CItem::ColumnType::DateTime:
+                    text = value.toDateTime().isValid() ? value.toDateTime().toString(u"yyyy-MM-dd HH:mm:ss"_s)
+                                                        : QString();
+                    break;
+                case CItem::ColumnType::Boolean:
+                    text = value.toBool() ? u"是"_s : u"否"_s;
+                    break;
+                default:
+                    text = value.toString();
+                    break;
+                }
+            }
+        }
+        r.cells.append(text);
+    }
+    rejected.insert(std::upper_bound(rejected.begin(), rejected.end(), r, byRow), std::move(r));
 }
 
 bool ItemImport::writeRejected(const QString &file, const QString &sheetName, QString *error) const

@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSqlDriver>
 #include <QSqlField>
 #include <QTemporaryFile>
@@ -17,6 +18,10 @@
 #include <sqlite3.h>
 
 #include <memory>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -50,6 +55,52 @@ QList<QPair<QString, qint64>> countRows(CConnection &connection)
         rows.append({table, DatabaseCopy::rowsIn(connection, {table})});
     }
     return rows;
+}
+
+// A backup holds a shared lock on its folder while it writes its part file, as the export does while it writes a
+// workbook; a part of the same backup found while nobody holds the lock was left by a writer that was killed.
+class FolderWriteLock
+{
+public:
+    explicit FolderWriteLock(const QString &folder)
+        : m_fd(::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+    { }
+    ~FolderWriteLock()
+    {
+        if (m_fd >= 0) {
+            ::close(m_fd);
+        }
+    }
+    Q_DISABLE_COPY_MOVE(FolderWriteLock)
+
+    bool lockExclusiveNow() { return m_fd >= 0 && ::flock(m_fd, LOCK_EX | LOCK_NB) == 0; }
+    void lockShared()
+    {
+        if (m_fd >= 0) {
+            ::flock(m_fd, LOCK_SH);
+        }
+    }
+
+private:
+    int m_fd;
+};
+
+void removeStaleParts(const QString &file)
+{
+    const QFileInfo info(file);
+    FolderWriteLock folder(info.absolutePath());
+    if (!folder.lockExclusiveNow()) {
+        return; // a backup or export is being written in this folder now
+    }
+    const QRegularExpression stale(u"^"_s + QRegularExpression::escape(info.fileName())
+                                   + u"\\.part-[A-Za-z0-9]{6}(-journal|-wal|-shm)?$"_s);
+    const QStringList names =
+        info.absoluteDir().entryList({info.fileName() + u".part-*"_s}, QDir::Files | QDir::Hidden | QDir::System);
+    for (const QString &name : names) {
+        if (stale.match(name).hasMatch()) {
+            QFile::remove(info.absoluteDir().filePath(name));
+        }
+    }
 }
 
 // A file next to the backup that becomes it once complete, so that a failed backup leaves no half file behind.
@@ -89,6 +140,10 @@ MasterBackup::Result MasterBackup::backup(CConnection &source, const QString &fi
         result.error = u"文件 "_s + file + u" 已经存在;备份不会覆盖已有的文件,请换一个文件名"_s;
         return result;
     }
+    removeStaleParts(file);
+    // Held until the part is the backup or gone, so that no other writer takes it for a leftover.
+    FolderWriteLock writing(QFileInfo(file).absolutePath());
+    writing.lockShared();
     const QString part = partFile(file, &result.error);
     if (part.isEmpty()) {
         return result;
@@ -201,16 +256,49 @@ MasterBackup::Result MasterBackup::inspect(const QString &file)
         return result;
     }
     QFile probe(file);
-    if (!probe.open(QIODevice::ReadOnly) || !probe.read(16).startsWith("SQLite format 3")) {
+    const QByteArray header = probe.open(QIODevice::ReadOnly) ? probe.read(100) : QByteArray();
+    if (!header.startsWith("SQLite format 3")) {
         result.error = u"文件 "_s + file + u" 不是本程序的备份文件(不是 SQLite 数据库)"_s;
         return result;
     }
     probe.close();
+    const QString damaged = u"备份文件 "_s + file + u" 已损坏或不完整"_s;
+    // The header tells how long the file must be (page size times page count, when the count is current): a file
+    // cut short by a full disk or an interrupted copy is damaged, not some other program's file.
+    if (header.size() == 100) {
+        const auto byte = [&](int i) {
+            return quint32(uchar(header[i]));
+        };
+        const quint32 pageSize = (byte(16) << 8 | byte(17)) == 1 ? 65536 : (byte(16) << 8 | byte(17));
+        const quint32 pages = byte(28) << 24 | byte(29) << 16 | byte(30) << 8 | byte(31);
+        const bool pagesCurrent = header.mid(24, 4) == header.mid(92, 4) && pages > 0;
+        const qint64 size = QFileInfo(file).size();
+        if (pageSize < 512 || (pagesCurrent && size < qint64(pageSize) * pages) || size % pageSize != 0) {
+            result.error = damaged + u"(文件只有 "_s + QString::number(size) + u" 字节"_s
+                + (pagesCurrent ? u",应有 "_s + QString::number(qint64(pageSize) * pages) + u" 字节"_s : QString())
+                + u")"_s;
+            return result;
+        }
+    } else {
+        result.error = damaged;
+        return result;
+    }
     auto backup = CConnection::Open(sqliteUrl(file, true), &result.error);
     if (!backup) {
         return result;
     }
     try {
+        QString verdict;
+        try {
+            QSqlQuery check = backup->Select(u"PRAGMA quick_check"_s);
+            verdict = CConnection::next(check) ? check.value(0).toString() : QString();
+        } catch (const DbError &e) {
+            verdict = e.message();
+        }
+        if (verdict != u"ok"_s) {
+            result.error = damaged + u": "_s + verdict;
+            return result;
+        }
         if (!backup->hasTable(u"T_BackupInfo"_s)) {
             result.error = u"文件 "_s + file + u" 不是本程序的备份文件(没有备份说明)"_s;
             return result;

@@ -17,6 +17,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
+#include <new>
 
 using namespace Qt::StringLiterals;
 
@@ -118,6 +120,23 @@ public:
             const qsizetype size = m_buf.size();
             if (data[m_pos] != '<') {
                 const void *lt = std::memchr(data + m_pos, '<', std::size_t(size - m_pos));
+                if (!lt && !m_eof && size - m_pos >= m_maxToken) {
+                    // Text longer than a token: handed out in pieces, so that the reader can say which cell is too
+                    // long instead of calling the file damaged. A piece ends neither inside a character's bytes nor
+                    // inside a reference.
+                    qsizetype end = size;
+                    const qsizetype amp = QByteArrayView(data + m_pos, size - m_pos).lastIndexOf('&');
+                    if (amp >= 0 && size - (m_pos + amp) <= 12) {
+                        end = m_pos + amp;
+                    }
+                    while (end < size && end > m_pos + 1 && (uchar(data[end]) & 0xC0) == 0x80) {
+                        --end;
+                    }
+                    m_text = QByteArrayView(data + m_pos, end - m_pos);
+                    m_cdata = false;
+                    m_pos = end;
+                    return Characters;
+                }
                 if (!lt && !m_eof) {
                     if (!fill()) {
                         return m_error.isEmpty() ? End : Error;
@@ -601,7 +620,15 @@ public:
     QString stylesPart;
     bool date1904 = false;
     bool sharedLoaded = false;
-    std::vector<QString> sharedStrings;
+    // The shared strings one after another, and where each ends: a QString apiece would cost several times the
+    // text itself in a workbook of many short strings.
+    QString sharedText;
+    std::vector<quint32> sharedEnds;
+    QString sharedString(std::size_t index) const
+    {
+        const quint32 begin = index == 0 ? 0 : sharedEnds[index - 1];
+        return sharedText.mid(qsizetype(begin), qsizetype(sharedEnds[index] - begin));
+    }
     std::vector<bool> dateStyles;
 };
 
@@ -763,7 +790,17 @@ bool WorkbookReaderPrivate::loadSharedStrings()
         } else if (token == PartScanner::EndElement) {
             if (is(xml.name(), "si")) {
                 inItem = false;
-                sharedStrings.push_back(decodeEscapes(current));
+                sharedText += decodeEscapes(current);
+                sharedEnds.push_back(quint32(sharedText.size()));
+                // What is allocated counts, room to grow included.
+                if (qint64(sharedText.capacity()) * 2 + qint64(sharedEnds.capacity()) * 4 > limits.maxSharedStringBytes
+                    || sharedText.size() > std::numeric_limits<quint32>::max()) {
+                    sharedText.clear();
+                    sharedText.squeeze();
+                    sharedEnds = {};
+                    return fail(u"工作簿的共享文字超过 "_s + QString::number(limits.maxSharedStringBytes >> 20)
+                                + u" MB,远多于一张表格能用到的(文件已损坏或是恶意构造的),没有读取"_s);
+                }
             } else if (is(xml.name(), "rPh")) {
                 --phonetic;
             } else if (is(xml.name(), "t")) {
@@ -945,11 +982,11 @@ bool WorkbookReaderPrivate::readXlsxSheet(const SheetEntry &sheet, const Workboo
             if (type == CellType::Shared) {
                 bool ok = false;
                 const qint64 index = value.toLongLong(&ok);
-                if (!ok || index < 0 || index >= qint64(sharedStrings.size())) {
+                if (!ok || index < 0 || index >= qint64(sharedEnds.size())) {
                     return fail(u"表格 ["_s + sheet.name + u"] 的单元格 "_s + WorkbookReader::columnName(column)
                                 + QString::number(rowNumber) + u" 引用了不存在的共享文字"_s);
                 }
-                text = sharedStrings[std::size_t(index)];
+                text = sharedString(std::size_t(index));
             } else if (type == CellType::Inline) {
                 text = decodeEscapes(inlineText);
             } else if (type == CellType::Text) {
@@ -1082,8 +1119,11 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
     // The separator the header line uses most: comma, tab or semicolon.
     char separator = ',';
     {
-        const qsizetype end = probe.indexOf('\n');
-        const QByteArray first = end < 0 ? probe : probe.left(end);
+        qsizetype end = 0;
+        while (end < probe.size() && probe[end] != '\n' && probe[end] != '\r') {
+            ++end;
+        }
+        const QByteArray first = probe.left(end);
         const qsizetype commas = first.count(','), tabs = first.count('\t'), semis = first.count(';');
         if (tabs > commas && tabs >= semis) {
             separator = '\t';
@@ -1101,6 +1141,7 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
     int column = 0;
     int rowNumber = 1;
     bool first = true;
+    bool afterCR = false;
     auto endField = [&]() {
         if (!checkCell(rowNumber, column, field)) {
             return false;
@@ -1138,6 +1179,12 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
             }
         }
         for (const QChar c : std::as_const(text)) {
+            // CR, LF and CR LF each end a line (older Mac programs write a lone CR).
+            if (c == u'\n' && afterCR) {
+                afterCR = false;
+                continue;
+            }
+            afterCR = false;
             if (quoted) {
                 if (c == u'"') {
                     quoted = false;
@@ -1165,16 +1212,12 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
                 if (!endField()) {
                     return false;
                 }
-            } else if (c == u'\n') {
-                if (field.endsWith(u'\r') && !afterQuote) {
-                    field.chop(1);
-                }
+            } else if (c == u'\n' || c == u'\r') {
+                afterCR = c == u'\r';
                 const int go = endRow();
                 if (go <= 0) {
                     return go == 0;
                 }
-            } else if (c == u'\r' && afterQuote) {
-                // the line end after a closing quote
             } else {
                 field += c;
                 fieldStarted = true;
@@ -1188,9 +1231,6 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
         return fail(u"文件 "_s + file + u" 不是有效的 UTF-8 或 GBK 文字"_s);
     }
     if (fieldStarted || !field.isEmpty() || column > 0 || !row.empty()) {
-        if (field.endsWith(u'\r')) {
-            field.chop(1);
-        }
         if (endRow() < 0) {
             return false;
         }
@@ -1271,15 +1311,23 @@ bool WorkbookReader::readSheet(const QString &sheet, const RowHandler &handler)
     if (index < 0) {
         return d->fail(u"工作簿中没有名为 ["_s + sheet + u"] 的表格;有: "_s + sheetNames().join(u", "_s));
     }
-    switch (d->format) {
-    case Format::Xlsx:
-        return d->readXlsxSheet(d->sheets[std::size_t(index)], handler);
-    case Format::Xls:
-        return d->readXlsSheet(index, handler);
-    case Format::Csv:
-        return d->readCsv(handler);
-    case Format::Unknown:
-        break;
+    try {
+        switch (d->format) {
+        case Format::Xlsx:
+            return d->readXlsxSheet(d->sheets[std::size_t(index)], handler);
+        case Format::Xls:
+            return d->readXlsSheet(index, handler);
+        case Format::Csv:
+            return d->readCsv(handler);
+        case Format::Unknown:
+            break;
+        }
+    } catch (const std::bad_alloc &) {
+        // Whatever the limits let through, a machine short of memory ends the read, not the program.
+        d->sharedText = QString();
+        d->sharedEnds = {};
+        d->sharedLoaded = false;
+        return d->fail(u"内存不足,无法读取表格 ["_s + d->sheets[std::size_t(index)].name + u"]"_s);
     }
     return d->fail(u"文件没有打开"_s);
 }

@@ -53,6 +53,8 @@ public:
         int maxRows = 1048576;
         int maxColumns = 16384;
         int maxCellChars = 32767;
+        // The shared-strings table as held while a sheet is read: two bytes a character and four a string.
+        qint64 maxSharedStringBytes = qint64(256) << 20;
     };
     /// Receives each row with a cell (1-based row number); returning false stops the read.
     using RowHandler = std::function<bool(int rowNumber, const Row &cells)>;

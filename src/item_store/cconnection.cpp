@@ -4,6 +4,7 @@
 #include "crecordset.h"
 #include "currency.h"
 #include "livefiles.h"
+#include "postgreshandle.h"
 
 #include <QAtomicInt>
 #include <QDate>
@@ -18,6 +19,14 @@
 #include <QUrl>
 #include <QUrlQuery>
 
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -28,8 +37,34 @@ namespace {
 
 QAtomicInt s_connectionCounter;
 
+int defaultStatementTimeout()
+{
+    bool ok = false;
+    const int fromEnvironment = qEnvironmentVariableIntValue("QUILLON_STATEMENT_TIMEOUT_MS", &ok);
+    return ok && fromEnvironment > 0 ? fromEnvironment : 30000;
+}
+
+std::atomic<int> s_statementTimeout {0};
+
+// The server cancels a slow statement itself; the client waits a little longer before it cuts the connection, so
+// that a live server's own, cleaner refusal comes first.
+std::chrono::milliseconds clientLimit()
+{
+    const int server = CConnection::statementTimeout();
+    return std::chrono::milliseconds(server + qMax(1000, server / 10));
+}
+
 QString describe(const QSqlError &error)
 {
+    // SQLite's SQLITE_FULL (a full disk, or a size limit the file reached), PostgreSQL's disk_full.
+    if (error.nativeErrorCode() == u"13"_s || error.nativeErrorCode() == u"53100"_s
+        || error.databaseText().contains(u"database or disk is full"_s)) {
+        return u"磁盘已满,数据没有保存。"_s;
+    }
+    if (error.nativeErrorCode() == u"57014"_s && error.databaseText().contains(u"statement timeout"_s)) {
+        return u"数据库服务器执行超过 "_s + QString::number(CConnection::statementTimeout() / 1000.0)
+            + u" 秒,已取消,数据没有改变"_s;
+    }
     // A lock held by another seat beyond the wait limit: PostgreSQL's lock_not_available, SQLite's busy.
     const QString code = error.nativeErrorCode();
     if (code == u"55P03"_s || code == u"5"_s || code == u"517"_s) {
@@ -154,11 +189,29 @@ const QSet<QString> &postgresOptions()
 
 QString DatabaseUrl::masked(const QString &url)
 {
-    // user:password@ → user:***@; the password may itself hold ':' but not an unescaped '@'.
-    static const QRegularExpression password(u"^([A-Za-z][A-Za-z0-9+.-]*://[^:/@]*):[^@/]*@"_s);
-    static const QRegularExpression option(u"([?&]sslpassword=)[^&]*"_s);
+    // user:password@ → user:***@. A mistyped URL is shown too, so nothing about it is trusted: the password may
+    // hold '/', '#', '@' or ':' unescaped, the scheme may be misspelt or lack its "//". Everything after the user
+    // name up to the last '@' goes; a '@' further on (in an option) only hides more than needed.
     QString shown = url;
-    return shown.replace(password, u"\\1:***@"_s).replace(option, u"\\1***"_s);
+    const qsizetype at = shown.lastIndexOf(u'@');
+    if (at >= 0) {
+        qsizetype start = shown.indexOf(u':');
+        if (start < 0 || start > at) {
+            start = 0;
+        } else {
+            ++start;
+            while (start < at && shown.at(start) == u'/') {
+                ++start;
+            }
+        }
+        const QString userInfo = shown.mid(start, at - start);
+        const qsizetype colon = userInfo.indexOf(u':');
+        if (colon >= 0) {
+            shown = shown.left(start) + userInfo.left(colon) + u":***"_s + shown.mid(at);
+        }
+    }
+    static const QRegularExpression option(u"([?&]sslpassword=)[^&]*"_s);
+    return shown.replace(option, u"\\1***"_s);
 }
 
 DatabaseUrl DatabaseUrl::parse(const QString &url)
@@ -188,7 +241,7 @@ DatabaseUrl DatabaseUrl::parse(const QString &url)
             // sqlite:///abs/path.db: an empty authority followed by an absolute path.
             const QString path = QUrl::fromPercentEncoding(rest.mid(2).toUtf8());
             if (!path.startsWith(u'/')) {
-                result.error = u"SQLite 地址必须是 sqlite:///绝对路径 或 sqlite:相对路径: "_s + url;
+                result.error = u"SQLite 地址必须是 sqlite:///绝对路径 或 sqlite:相对路径: "_s + masked(url);
                 result.engine = Engine::Invalid;
                 return result;
             }
@@ -197,7 +250,7 @@ DatabaseUrl DatabaseUrl::parse(const QString &url)
             result.databaseName = QDir::current().absoluteFilePath(QUrl::fromPercentEncoding(rest.toUtf8()));
         }
         if (result.databaseName.isEmpty() || result.databaseName == u"/"_s) {
-            result.error = u"数据库地址缺少文件名: "_s + url;
+            result.error = u"数据库地址缺少文件名: "_s + masked(url);
             result.engine = Engine::Invalid;
         }
         return result;
@@ -206,7 +259,7 @@ DatabaseUrl DatabaseUrl::parse(const QString &url)
         || trimmed.startsWith(u"postgres://"_s, Qt::CaseInsensitive)) {
         const QUrl parsed(trimmed, QUrl::StrictMode);
         if (!parsed.isValid() || parsed.host().isEmpty()) {
-            result.error = u"无效的 PostgreSQL 地址: "_s + url;
+            result.error = u"无效的 PostgreSQL 地址: "_s + masked(url);
             return result;
         }
         result.engine = Engine::PostgreSQL;
@@ -239,7 +292,7 @@ DatabaseUrl DatabaseUrl::parse(const QString &url)
         result.options = options.join(u';');
         return result;
     }
-    result.error = u"不支持的数据库地址(应为 sqlite: 或 postgresql://): "_s + url;
+    result.error = u"不支持的数据库地址(应为 sqlite: 或 postgresql://): "_s + masked(url);
     return result;
 }
 
@@ -263,6 +316,130 @@ bool onReadOnlyFileSystem(const QString &path)
 }
 
 } // namespace
+
+// libpq waits for a server's answer without a limit of its own, and a frozen server process still has a live
+// socket (its kernel answers the keepalives). When one exchange takes longer than the limit, this thread shuts the
+// socket down, so that the waiting call returns with an error.
+class StatementWatchdog
+{
+public:
+    StatementWatchdog() = default;
+    ~StatementWatchdog()
+    {
+        if (m_thread.joinable()) {
+            {
+                const std::lock_guard lock(m_mutex);
+                m_stop = true;
+            }
+            m_wake.notify_all();
+            m_thread.join();
+        }
+    }
+    Q_DISABLE_COPY_MOVE(StatementWatchdog)
+
+    void arm(PGconn *pg, std::chrono::milliseconds limit)
+    {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_pg = pg;
+            m_deadline = Clock::now() + limit;
+            m_armed = pg != nullptr;
+            m_expired = false;
+            if (!m_thread.joinable()) {
+                m_thread = std::thread([this] { watch(); });
+            }
+        }
+        m_wake.notify_all();
+    }
+    void disarm()
+    {
+        const std::lock_guard lock(m_mutex);
+        m_armed = false;
+    }
+    bool expired() const { return m_expired.load(); }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    void watch()
+    {
+        std::unique_lock lock(m_mutex);
+        while (!m_stop) {
+            if (m_armed && Clock::now() >= m_deadline) {
+                // Marked first: the waiting call returns as soon as the socket is down, and looks at the mark.
+                m_expired = true;
+                m_armed = false;
+                ::shutdown(PQsocket(m_pg), SHUT_RDWR);
+            } else if (m_armed) {
+                m_wake.wait_until(lock, m_deadline);
+            } else {
+                m_wake.wait(lock);
+            }
+        }
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    PGconn *m_pg = nullptr;
+    Clock::time_point m_deadline;
+    bool m_armed = false;
+    bool m_stop = false;
+    std::atomic<bool> m_expired {false};
+    std::thread m_thread;
+};
+
+void CConnection::setStatementTimeout(int milliseconds)
+{
+    s_statementTimeout = milliseconds > 0 ? milliseconds : 0;
+}
+
+int CConnection::statementTimeout()
+{
+    const int set = s_statementTimeout.load();
+    return set > 0 ? set : defaultStatementTimeout();
+}
+
+template<typename F>
+auto CConnection::watched(F &&exchange) const
+{
+    if (m_engine != Engine::PostgreSQL || m_watchDepth > 0) {
+        return exchange();
+    }
+    PGconn *pg = postgresHandle(const_cast<CConnection &>(*this));
+    if (!pg) {
+        return exchange();
+    }
+    if (!m_watchdog) {
+        m_watchdog = std::make_unique<StatementWatchdog>();
+    }
+    const std::chrono::milliseconds limit = clientLimit();
+    m_watchdog->arm(pg, limit);
+    ++m_watchDepth;
+    struct Done
+    {
+        const CConnection &connection;
+        ~Done()
+        {
+            --connection.m_watchDepth;
+            connection.m_watchdog->disarm();
+        }
+    } done {*this};
+    const auto stalled = [&] {
+        return DbError(u"数据库服务器 "_s + QString::number(limit.count() / 1000.0)
+                       + u" 秒没有响应,已断开与它的连接,这次操作没有完成,数据没有改变;请检查服务器或网络后重新连接"_s);
+    };
+    try {
+        auto result = exchange();
+        if (m_watchdog->expired()) {
+            throw stalled();
+        }
+        return result;
+    } catch (const DbError &) {
+        if (m_watchdog->expired()) {
+            throw stalled();
+        }
+        throw;
+    }
+}
 
 CConnection::CConnection(const QString &connectionName, const QString &url, Engine engine)
     : m_connectionName(connectionName)
@@ -291,6 +468,15 @@ std::shared_ptr<CConnection> CConnection::Open(const QString &url, QString *erro
     connection->m_readOnly = where.readOnly;
     const bool sqliteFile =
         where.engine == Engine::SQLite && where.databaseName != u":memory:"_s && QFileInfo::exists(where.databaseName);
+    if (where.engine == Engine::SQLite && !sqliteFile && !where.readOnly && where.databaseName != u":memory:"_s) {
+        // A new database file is its owner's alone, whatever the host's umask lets through (SQLite would create it
+        // readable by everyone, and its journal files take the file's permissions).
+        const int fd = ::open(QFile::encodeName(where.databaseName).constData(),
+                              O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+        if (fd >= 0) {
+            ::close(fd);
+        }
+    }
     if (sqliteFile && !where.readOnly && !sqliteFileIsWritable(where.databaseName)) {
         connection->m_readOnly = true;
         connection->m_notice = u"数据库文件所在位置不可写,已以只读方式打开,不能保存修改: "_s + where.databaseName;
@@ -361,6 +547,7 @@ void CConnection::setUp()
             Execute(u"SET client_min_messages TO WARNING"_s);
             // A writer behind another seat's lock gives up after about ten seconds with a clear message.
             Execute(u"SET lock_timeout = '10s'"_s);
+            Execute(u"SET statement_timeout = "_s + QString::number(statementTimeout()));
         }
     } catch (const DbError &) {
         // A read-only file cannot switch its journal; it still serves reads.
@@ -506,7 +693,7 @@ QSqlQuery CConnection::prepare(const QString &sql, const QVariantList &params, b
     if (params.isEmpty()) {
         return query;
     }
-    if (!query.prepare(sql)) {
+    if (!watched([&] { return query.prepare(sql); })) {
         throw DbError(describe(query.lastError()) + u"\n"_s + sql);
     }
     for (const QVariant &param : params) {
@@ -522,12 +709,12 @@ int CConnection::Execute(const QString &sql, const QVariantList &params)
     }
     if (params.isEmpty()) {
         QSqlQuery query = prepare(sql, params);
-        if (!query.exec(sql)) {
+        if (!watched([&] { return query.exec(sql); })) {
             throw DbError(describe(query.lastError()));
         }
         return query.numRowsAffected();
     }
-    return cachedStatement(sql, params).numRowsAffected();
+    return watched([&] { return cachedStatement(sql, params).numRowsAffected(); });
 }
 
 QSqlQuery &CConnection::cachedStatement(const QString &sql, const QVariantList &params)
@@ -588,7 +775,7 @@ QSqlQuery CConnection::SelectPrepared(const QString &sql, const QVariantList &pa
         m_leased.erase(cached);
     }
     bind(query, params);
-    if (!query.exec()) {
+    if (!watched([&] { return query.exec(); })) {
         throw DbError(describe(query.lastError()));
     }
     return query;
@@ -613,11 +800,7 @@ std::shared_ptr<const ColumnLayout> CConnection::tableLayout(const QString &tabl
     if (it != m_layouts.constEnd()) {
         return *it;
     }
-    const QSqlRecord columns = tableRecord(table);
-    if (columns.isEmpty()) {
-        throw DbError(u"数据表不存在: "_s + table);
-    }
-    auto layout = std::make_shared<const ColumnLayout>(columns);
+    auto layout = std::make_shared<const ColumnLayout>(requireTable(table));
     m_layouts.insert(key, layout);
     return layout;
 }
@@ -626,11 +809,35 @@ QSqlQuery CConnection::Select(const QString &sql, const QVariantList &params)
 {
     noteWrite(sql);
     QSqlQuery query = prepare(sql, params);
-    const bool ok = params.isEmpty() ? query.exec(sql) : query.exec();
+    const bool ok = watched([&] { return params.isEmpty() ? query.exec(sql) : query.exec(); });
     if (!ok) {
         throw DbError(describe(query.lastError()));
     }
     return query;
+}
+
+QSqlRecord CConnection::requireTable(const QString &table) const
+{
+    QSqlRecord columns = tableRecord(table);
+    if (!columns.isEmpty()) {
+        return columns;
+    }
+    // The driver's look-up says only that it found nothing, also when it waited in vain behind another seat's lock:
+    // the table itself says why.
+    QSqlQuery probe(database());
+    if (!watched([&] { return probe.exec(u"SELECT * FROM "_s + table + u" WHERE 1=0"_s); })) {
+        const QSqlError error = probe.lastError();
+        // A failed statement spoils a server's transaction for any further look, so the error alone decides.
+        if (error.nativeErrorCode() == u"42P01"_s || error.databaseText().contains(u"no such table"_s)) {
+            throw DbError(u"数据表不存在: "_s + table);
+        }
+        throw DbError(describe(error));
+    }
+    columns = probe.record();
+    if (columns.isEmpty()) {
+        throw DbError(u"数据表不存在: "_s + table);
+    }
+    return columns;
 }
 
 QSqlRecord CConnection::tableRecord(const QString &table) const
@@ -644,10 +851,10 @@ QSqlRecord CConnection::tableRecord(const QString &table) const
         return *cached;
     }
     QSqlDatabase db = database();
-    QSqlRecord record = db.record(table);
+    QSqlRecord record = watched([&] { return db.record(table); });
     if (record.isEmpty() && m_engine == Engine::PostgreSQL) {
         // Unquoted names are folded to lower case by PostgreSQL.
-        record = db.record(key);
+        record = watched([&] { return db.record(key); });
     }
     if (!record.isEmpty()) {
         m_tableRecords.insert(key, record);
@@ -674,7 +881,7 @@ bool CConnection::hasTable(const QString &table) const
     if (!isOpen()) {
         return false;
     }
-    const QStringList tables = database().tables(QSql::Tables);
+    const QStringList tables = watched([&] { return database().tables(QSql::Tables); });
     for (const QString &name : tables) {
         if (name.compare(table, Qt::CaseInsensitive) == 0) {
             return true;

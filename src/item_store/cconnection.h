@@ -14,6 +14,8 @@
 #include <memory>
 #include <stdexcept>
 
+class StatementWatchdog;
+
 class ColumnLayout;
 
 /**
@@ -87,6 +89,8 @@ public:
     static bool next(QSqlQuery &query);
     /// The columns of a table (names as the engine reports them), or an empty record when it is missing.
     QSqlRecord tableRecord(const QString &table) const;
+    /// The columns of a table; throws DbError when it is missing, or busy behind another seat's lock.
+    QSqlRecord requireTable(const QString &table) const;
     bool hasTable(const QString &table) const;
 
     /// Starts (or joins) a transaction. SQLite takes the write lock at once so that two writers never deadlock.
@@ -113,10 +117,21 @@ public:
     /// transaction is gone. False, with `errorMessage` set, when the database cannot be reached.
     bool Reopen(QString *errorMessage = nullptr);
 
+    /// The longest a statement may run on a server, in milliseconds: the server cancels it then
+    /// (statement_timeout), and a server that does not answer at all (a frozen backend, a host gone behind a live
+    /// network) has its connection cut a little later, so that no call waits for ever. Applies to the
+    /// connections opened afterwards and to every statement from then on; 0 or less restores the default
+    /// (QUILLON_STATEMENT_TIMEOUT_MS from the environment, else 30 seconds).
+    static void setStatementTimeout(int milliseconds);
+    static int statementTimeout();
+
 private:
     // Counts a statement that may have written outside a transaction (commitCount()).
     void noteWrite(const QString &sql);
     CConnection(const QString &connectionName, const QString &url, Engine engine);
+    // Runs one exchange with the server under the watchdog; a cut connection becomes a clear DbError.
+    template<typename F>
+    auto watched(F &&exchange) const;
 
     QSqlQuery prepare(const QString &sql, const QVariantList &params, bool forwardOnly = true);
     QSqlQuery &cachedStatement(const QString &sql, const QVariantList &params);
@@ -141,6 +156,8 @@ private:
     QHash<QString, QSqlQuery> m_statements;
     // Prepared statements that return rows, while nobody reads them (SelectPrepared, Recycle).
     QHash<QString, QSqlQuery> m_leased;
+    mutable std::unique_ptr<StatementWatchdog> m_watchdog;
+    mutable int m_watchDepth = 0;
 };
 
 /**

@@ -30,6 +30,13 @@ const char kPostgresTable[] =
     "INSERT INTO T_ChangeLog (F_TableName, F_ItemID, F_ItemTypeID, F_Removed) VALUES ('T_GoodsPrice', " row            \
     ".F_GoodsID, 4, 0)"
 
+// A transaction that writes many rows may pause the notes of a table: a row of its own in this table, which no other
+// connection ever sees (SQLite has one writer, and the row goes before the commit). Unlike dropping the triggers, it
+// changes no schema and keeps no reader waiting.
+const char kSqlitePauseTable[] = "CREATE TABLE T_ChangeLogPause (F_TableName VARCHAR(32) NOT NULL DEFAULT '')";
+const QString kPauseTableName = u"T_ChangeLogPause"_s;
+#define SQLITE_UNLESS_PAUSED(table) " WHEN NOT EXISTS (SELECT 1 FROM T_ChangeLogPause WHERE F_TableName = '" table "') "
+
 struct SqliteTrigger
 {
     const char *table;
@@ -41,31 +48,43 @@ struct SqliteTrigger
 // sequence numbers are in commit order.
 const SqliteTrigger kSqliteTriggers[] = {
     {"T_Item", "TR_Item_Insert",
-     "CREATE TRIGGER TR_Item_Insert AFTER INSERT ON T_Item BEGIN " NOTE_ITEM("NEW", "0") "; END"},
-    {"T_Item", "TR_Item_Update",
-     "CREATE TRIGGER TR_Item_Update AFTER UPDATE ON T_Item BEGIN "
-     "INSERT INTO T_ChangeLog (F_TableName, F_ItemID, F_ItemTypeID, F_Removed) SELECT 'T_Item', OLD.F_ID, "
-     "OLD.F_ItemTypeID, 1 WHERE OLD.F_ID IS NOT NEW.F_ID OR OLD.F_ItemTypeID IS NOT NEW.F_ItemTypeID; " NOTE_ITEM(
+     "CREATE TRIGGER TR_Item_Insert AFTER INSERT ON T_Item" SQLITE_UNLESS_PAUSED("T_Item") "BEGIN " NOTE_ITEM(
          "NEW", "0") "; END"},
+    {"T_Item", "TR_Item_Update",
+     "CREATE TRIGGER TR_Item_Update AFTER UPDATE ON T_Item" SQLITE_UNLESS_PAUSED(
+         "T_Item") "BEGIN "
+                   "INSERT INTO T_ChangeLog (F_TableName, F_ItemID, F_ItemTypeID, F_Removed) SELECT 'T_Item', "
+                   "OLD.F_ID, "
+                   "OLD.F_ItemTypeID, 1 WHERE OLD.F_ID IS NOT NEW.F_ID OR OLD.F_ItemTypeID IS NOT "
+                   "NEW.F_ItemTypeID; " NOTE_ITEM("NEW", "0") "; END"},
     {"T_Item", "TR_Item_Delete",
-     "CREATE TRIGGER TR_Item_Delete AFTER DELETE ON T_Item BEGIN " NOTE_ITEM("OLD", "1") "; END"},
+     "CREATE TRIGGER TR_Item_Delete AFTER DELETE ON T_Item" SQLITE_UNLESS_PAUSED("T_Item") "BEGIN " NOTE_ITEM(
+         "OLD", "1") "; END"},
     {"T_GoodsPrice", "TR_GoodsPrice_Insert",
-     "CREATE TRIGGER TR_GoodsPrice_Insert AFTER INSERT ON T_GoodsPrice BEGIN " NOTE_PRICE("NEW") "; END"},
+     "CREATE TRIGGER TR_GoodsPrice_Insert AFTER INSERT ON T_GoodsPrice" SQLITE_UNLESS_PAUSED(
+         "T_GoodsPrice") "BEGIN " NOTE_PRICE("NEW") "; END"},
     {"T_GoodsPrice", "TR_GoodsPrice_Update",
-     "CREATE TRIGGER TR_GoodsPrice_Update AFTER UPDATE ON T_GoodsPrice BEGIN "
-     "INSERT INTO T_ChangeLog (F_TableName, F_ItemID, F_ItemTypeID, F_Removed) SELECT 'T_GoodsPrice', "
-     "OLD.F_GoodsID, 4, 0 WHERE OLD.F_GoodsID IS NOT NEW.F_GoodsID; " NOTE_PRICE("NEW") "; END"},
+     "CREATE TRIGGER TR_GoodsPrice_Update AFTER UPDATE ON T_GoodsPrice" SQLITE_UNLESS_PAUSED(
+         "T_GoodsPrice") "BEGIN "
+                         "INSERT INTO T_ChangeLog (F_TableName, F_ItemID, F_ItemTypeID, F_Removed) SELECT "
+                         "'T_GoodsPrice', "
+                         "OLD.F_GoodsID, 4, 0 WHERE OLD.F_GoodsID IS NOT NEW.F_GoodsID; " NOTE_PRICE("NEW") "; END"},
     {"T_GoodsPrice", "TR_GoodsPrice_Delete",
-     "CREATE TRIGGER TR_GoodsPrice_Delete AFTER DELETE ON T_GoodsPrice BEGIN " NOTE_PRICE("OLD") "; END"},
+     "CREATE TRIGGER TR_GoodsPrice_Delete AFTER DELETE ON T_GoodsPrice" SQLITE_UNLESS_PAUSED(
+         "T_GoodsPrice") "BEGIN " NOTE_PRICE("OLD") "; END"},
 };
 
 // On PostgreSQL sequence numbers are drawn before commit, so two writers could commit out of order and a seat that
 // read the later one first would step over the earlier. The advisory lock, held to the end of the writer's
 // transaction, makes the numbers follow the commits. NOTIFY is sent once per transaction (equal notices are
-// merged), after the commit.
+// merged), after the commit. A transaction that writes many rows pauses the notes of a table by a setting of its
+// own (set_config(..., true) ends with it), which takes no lock on the table.
 const char kPostgresFunction[] =
     "CREATE OR REPLACE FUNCTION quillon_note_change() RETURNS trigger LANGUAGE plpgsql AS $body$\n"
     "BEGIN\n"
+    "  IF current_setting('quillon.pause_' || TG_TABLE_NAME, true) = 'on' THEN\n"
+    "    RETURN NULL;\n"
+    "  END IF;\n"
     "  PERFORM pg_advisory_xact_lock(5175696, 1);\n"
     "  IF TG_TABLE_NAME = 't_item' THEN\n"
     "    IF TG_OP = 'DELETE' THEN\n"
@@ -121,7 +140,23 @@ bool hasTrigger(CConnection &connection, const QString &name, const QString &tab
     return CConnection::next(q);
 }
 
-// The triggers of one table that are missing, created; true when any was.
+// Whether the trigger is there in the form that can be paused (an older program's lacks that).
+bool triggerIsCurrent(CConnection &connection, const QString &name, const QString &table)
+{
+    if (connection.engine() == Engine::SQLite) {
+        QSqlQuery q = connection.Select(
+            u"SELECT sql FROM sqlite_master WHERE type = 'trigger' AND lower(name) = lower(?)"_s, {name});
+        return CConnection::next(q) && q.value(0).toString().contains(kPauseTableName);
+    }
+    if (!hasTrigger(connection, name, table)) {
+        return false;
+    }
+    QSqlQuery q = connection.Select(u"SELECT prosrc FROM pg_proc WHERE proname = 'quillon_note_change' "
+                                    "AND pronamespace = current_schema()::regnamespace"_s);
+    return CConnection::next(q) && q.value(0).toString().contains(u"quillon.pause_"_s);
+}
+
+// The triggers of one table that are missing or of an older form, created; true when any was.
 bool createTriggers(CConnection &connection, const QString &table)
 {
     // A store from an older program may lack the columns the triggers note; its table is left alone.
@@ -133,23 +168,45 @@ bool createTriggers(CConnection &connection, const QString &table)
     }
     bool created = false;
     if (connection.engine() == Engine::SQLite) {
+        if (!connection.hasTable(kPauseTableName)) {
+            connection.Execute(QString::fromLatin1(kSqlitePauseTable));
+        }
         for (const SqliteTrigger &trigger : kSqliteTriggers) {
-            if (table.compare(QLatin1StringView(trigger.table), Qt::CaseInsensitive) == 0
-                && !hasTrigger(connection, QString::fromLatin1(trigger.name), table)) {
-                connection.Execute(QString::fromLatin1(trigger.sql));
-                created = true;
+            const QString name = QString::fromLatin1(trigger.name);
+            if (table.compare(QLatin1StringView(trigger.table), Qt::CaseInsensitive) != 0
+                || triggerIsCurrent(connection, name, table)) {
+                continue;
             }
+            if (hasTrigger(connection, name, table)) {
+                connection.Execute(u"DROP TRIGGER "_s + name);
+            }
+            connection.Execute(QString::fromLatin1(trigger.sql));
+            created = true;
         }
         return created;
     }
     const QString name = postgresTrigger(table);
-    if (hasTrigger(connection, name, table)) {
+    if (triggerIsCurrent(connection, name, table)) {
         return false;
     }
+    // Replacing the function takes no lock on the tables; only a missing trigger needs one.
     connection.Execute(QString::fromLatin1(kPostgresFunction));
-    connection.Execute(u"CREATE TRIGGER "_s + name + u" AFTER INSERT OR UPDATE OR DELETE ON "_s + table
-                       + u" FOR EACH ROW EXECUTE PROCEDURE quillon_note_change()"_s);
+    if (!hasTrigger(connection, name, table)) {
+        connection.Execute(u"CREATE TRIGGER "_s + name + u" AFTER INSERT OR UPDATE OR DELETE ON "_s + table
+                           + u" FOR EACH ROW EXECUTE PROCEDURE quillon_note_change()"_s);
+    }
     return true;
+}
+
+// The watched table's name as the triggers spell it.
+QString watchedName(const QString &table)
+{
+    for (const QString &name : kWatchedTables) {
+        if (name.compare(table, Qt::CaseInsensitive) == 0) {
+            return name;
+        }
+    }
+    return QString();
 }
 
 ItemChange reloadAll(qint64 seq)
@@ -180,15 +237,18 @@ bool ChangeLog::isInstalled(CConnection &connection)
     if (!connection.hasTable(kTableName)) {
         return false;
     }
+    if (connection.engine() == Engine::SQLite && !connection.hasTable(kPauseTableName)) {
+        return false;
+    }
     for (const QString &table : kWatchedTables) {
         if (connection.engine() == Engine::SQLite) {
             for (const SqliteTrigger &trigger : kSqliteTriggers) {
                 if (table == QLatin1StringView(trigger.table)
-                    && !hasTrigger(connection, QString::fromLatin1(trigger.name), table)) {
+                    && !triggerIsCurrent(connection, QString::fromLatin1(trigger.name), table)) {
                     return false;
                 }
             }
-        } else if (!hasTrigger(connection, postgresTrigger(table), table)) {
+        } else if (!triggerIsCurrent(connection, postgresTrigger(table), table)) {
             return false;
         }
     }
@@ -289,28 +349,44 @@ int ChangeLog::prune(CConnection &connection)
 
 bool ChangeLog::suspendTriggers(CConnection &connection, const QString &table)
 {
-    if (!connection.hasTable(kTableName) || !kWatchedTables.contains(table, Qt::CaseInsensitive)) {
+    const QString name = watchedName(table);
+    if (name.isEmpty() || !connection.hasTable(kTableName)) {
         return false;
     }
-    bool dropped = false;
+    bool present = false;
     if (connection.engine() == Engine::SQLite) {
         for (const SqliteTrigger &trigger : kSqliteTriggers) {
-            if (table.compare(QLatin1StringView(trigger.table), Qt::CaseInsensitive) == 0
-                && hasTrigger(connection, QString::fromLatin1(trigger.name), table)) {
-                connection.Execute(u"DROP TRIGGER "_s + QString::fromLatin1(trigger.name));
-                dropped = true;
-            }
+            present = present
+                || (name == QLatin1StringView(trigger.table)
+                    && hasTrigger(connection, QString::fromLatin1(trigger.name), table));
         }
-    } else if (hasTrigger(connection, postgresTrigger(table), table)) {
-        connection.Execute(u"DROP TRIGGER "_s + postgresTrigger(table) + u" ON "_s + table);
-        dropped = true;
+    } else {
+        present = hasTrigger(connection, postgresTrigger(table), table);
     }
-    return dropped;
+    if (!present) {
+        return false;
+    }
+    // Triggers of an older program cannot be paused: they get the current form first.
+    createTriggers(connection, name);
+    if (connection.engine() == Engine::SQLite) {
+        connection.Execute(u"INSERT INTO T_ChangeLogPause (F_TableName) VALUES (?)"_s, {name});
+    } else {
+        connection.Select(u"SELECT set_config(?, 'on', true)"_s, {QVariant(u"quillon.pause_"_s + name.toLower())});
+    }
+    return true;
 }
 
 void ChangeLog::restoreTriggers(CConnection &connection, const QString &table)
 {
-    if (connection.hasTable(kTableName) && kWatchedTables.contains(table, Qt::CaseInsensitive)) {
-        createTriggers(connection, table);
+    const QString name = watchedName(table);
+    if (name.isEmpty() || !connection.hasTable(kTableName)) {
+        return;
+    }
+    if (connection.engine() == Engine::SQLite) {
+        if (connection.hasTable(kPauseTableName)) {
+            connection.Execute(u"DELETE FROM T_ChangeLogPause WHERE F_TableName = ?"_s, {name});
+        }
+    } else {
+        connection.Select(u"SELECT set_config(?, 'off', true)"_s, {QVariant(u"quillon.pause_"_s + name.toLower())});
     }
 }

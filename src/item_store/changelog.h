@@ -60,8 +60,10 @@ public:
     /// Deletes rows older than kKeepHours but never the newest; returns how many went. Throws DbError.
     static int prune(CConnection &connection);
 
-    /// Drops the triggers of a table inside the caller's transaction (a bulk copy that notes one Reload instead);
-    /// restoreTriggers puts them back. Both do nothing where the change table is not installed.
+    /// Pauses the notes of a table's triggers for the rest of the caller's transaction (a bulk write that notes one
+    /// Reload instead), without locking the table or changing the schema: other seats read and write on, and their
+    /// own changes are still noted. restoreTriggers ends the pause. Both do nothing where the change table is not
+    /// installed; suspendTriggers returns false then.
     static bool suspendTriggers(CConnection &connection, const QString &table);
     static void restoreTriggers(CConnection &connection, const QString &table);
 };

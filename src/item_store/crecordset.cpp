@@ -50,10 +50,7 @@ void CRecordset::Open(const QString &sql, const QVariantList &params)
 void CRecordset::OpenTable(const QString &table, const QString &keyColumn, const QVariant &key, Lock lock)
 {
     Close();
-    const QSqlRecord columns = m_connection.tableRecord(table);
-    if (columns.isEmpty()) {
-        throw DbError(u"数据表不存在: "_s + table);
-    }
+    m_connection.requireTable(table);
     QString sql = u"Select * From "_s + table + u" Where "_s + keyColumn + u"=?"_s;
     if (lock == ForUpdate && m_connection.engine() == CConnection::Engine::PostgreSQL) {
         sql += u" FOR UPDATE"_s;

@@ -4,8 +4,10 @@
 
 #include "cconnection.h"
 #include "changelog.h"
+#include "citem.h"
 #include "currency.h"
 #include "keyid.h"
+#include "sqlvalue.h"
 
 #include <QDate>
 #include <QDateTime>
@@ -15,6 +17,7 @@
 #include <QSqlField>
 #include <QSqlQuery>
 #include <QSqlRecord>
+#include <cmath>
 #include <limits>
 #include <memory>
 
@@ -35,7 +38,7 @@ namespace {
 constexpr int kPageRows = 20000;
 constexpr int kBatchRows = 200;
 
-enum class Kind { Plain, Amount, Date, Flag };
+enum class Kind { Plain, Amount, Date, Flag, Int32, Int16 };
 
 Kind kindOf(const QString &column)
 {
@@ -52,7 +55,96 @@ Kind kindOf(const QString &column)
     if (lower == u"f_isspecial"_s) {
         return Kind::Flag;
     }
+    static const QSet<QString> int32 {u"f_id"_s,        u"f_parentid"_s, u"f_tag1"_s,     u"f_tag2"_s,
+                                      u"f_tag3"_s,      u"f_tag4"_s,     u"f_tag5"_s,     u"f_tag6"_s,
+                                      u"f_orderbyid"_s, u"f_goodsid"_s,  u"f_clientid"_s, u"f_clienttypeid"_s};
+    if (int32.contains(lower)) {
+        return Kind::Int32;
+    }
+    if (lower == u"f_itemtypeid"_s) {
+        return Kind::Int16;
+    }
     return Kind::Plain;
+}
+
+// A whole number of the program's 32- or 16-bit columns; anything else is refused, not cut to size (a key above
+// 2^31 would otherwise take the key counter with it).
+qint64 integerOf(const QVariant &value, Kind kind)
+{
+    const qint64 low = kind == Kind::Int16 ? std::numeric_limits<qint16>::min() : std::numeric_limits<qint32>::min();
+    const qint64 high = kind == Kind::Int16 ? std::numeric_limits<qint16>::max() : std::numeric_limits<qint32>::max();
+    bool ok = false;
+    qint64 n = 0;
+    switch (value.typeId()) {
+    case QMetaType::Bool:
+        n = value.toBool() ? 1 : 0;
+        ok = true;
+        break;
+    case QMetaType::Int:
+    case QMetaType::LongLong:
+    case QMetaType::Short:
+        n = value.toLongLong();
+        ok = true;
+        break;
+    case QMetaType::UInt:
+    case QMetaType::ULongLong:
+        ok = value.toULongLong() <= quint64(std::numeric_limits<qint64>::max());
+        n = ok ? qint64(value.toULongLong()) : high + 1;
+        ok = true;
+        break;
+    case QMetaType::Double:
+    case QMetaType::Float: {
+        const double d = value.toDouble();
+        ok = std::isfinite(d) && std::trunc(d) == d;
+        n = ok && std::abs(d) < 9e18 ? qint64(d) : high + 1;
+        break;
+    }
+    default:
+        n = value.toString().trimmed().toLongLong(&ok);
+        break;
+    }
+    if (!ok) {
+        throw DbError(u"["_s + value.toString() + u"] 不是整数"_s);
+    }
+    if (n < low || n > high) {
+        throw DbError(u"["_s + value.toString() + u"] 超出了 "_s + (kind == Kind::Int16 ? u"16"_s : u"32"_s)
+                      + u" 位整数的范围"_s);
+    }
+    return n;
+}
+
+// The date a value means, or NULL for an empty text; a form that does not say one day for certain is refused.
+std::optional<QDateTime> dateOf(const QVariant &value)
+{
+    if (value.isNull()
+        || ((value.typeId() == QMetaType::QString || value.typeId() == QMetaType::QByteArray)
+            && value.toString().trimmed().isEmpty())) {
+        return std::nullopt;
+    }
+    const std::optional<QDateTime> when = SqlValue::certainDateTime(value);
+    if (!when) {
+        throw DbError(u"["_s + value.toString()
+                      + u"] 不是能确定的日期(日月顺序不明或是一个数字);请改成 2024-01-05 这样的形式"_s);
+    }
+    return when;
+}
+
+// Which value a refusal is about, for the user to find it.
+QString whereIn(const QString &table, const QVariant &key, const QString &column)
+{
+    // A server folds the names to lower case; the user knows them as the program spells them.
+    QString name = column;
+    for (const CItem::Column &known : CItem::columns()) {
+        if (known.name.compare(column, Qt::CaseInsensitive) == 0) {
+            name = known.name;
+        }
+    }
+    for (const QString &known : {u"F_GoodsID"_s, u"F_ClientID"_s, u"F_ClientTypeID"_s, u"F_Price"_s, u"F_Amount"_s}) {
+        if (known.compare(column, Qt::CaseInsensitive) == 0) {
+            name = known;
+        }
+    }
+    return u"表 "_s + table + u" 中 F_ID 为 "_s + key.toString() + u" 的行, "_s + name + u" 列: "_s;
 }
 
 // A value read from the source as the value it means, in the target's form.
@@ -75,20 +167,15 @@ QVariant carry(const QVariant &value, Kind kind, const CConnection &to)
         return to.toSqlValue(QVariant::fromValue(*amount));
     }
     case Kind::Date: {
-        if (value.typeId() == QMetaType::QDate || value.typeId() == QMetaType::QDateTime) {
-            return to.toSqlValue(value);
+        const std::optional<QDateTime> when = dateOf(value);
+        if (!when) {
+            return QVariant();
         }
-        const QString text = value.toString().trimmed();
-        if (text.size() <= 10) {
-            const QDate date = QDate::fromString(text, Qt::ISODate);
-            return date.isValid() ? to.toSqlValue(date) : QVariant();
-        }
-        QDateTime when = QDateTime::fromString(text, Qt::ISODateWithMs);
-        if (!when.isValid()) {
-            when = QDateTime::fromString(QString(text).replace(u' ', u'T'), Qt::ISODateWithMs);
-        }
-        return when.isValid() ? to.toSqlValue(when) : QVariant();
+        return when->time() == QTime(0, 0) ? to.toSqlValue(when->date()) : to.toSqlValue(*when);
     }
+    case Kind::Int32:
+    case Kind::Int16:
+        return QVariant(integerOf(value, kind));
     case Kind::Flag:
         return to.toSqlValue(value.typeId() == QMetaType::Bool ? value.toBool() : value.toLongLong() != 0);
     case Kind::Plain:
@@ -341,8 +428,23 @@ QList<QPair<QString, QString>> secondaryIndexes(CConnection &connection, const Q
 // SQLite to PostgreSQL, the move of a growing shop: rows go from SQLite's own cursor straight into COPY text,
 // without the cost of a QVariant per value.
 qint64 streamSqliteToCopy(sqlite3 *db, const QString &select, const QVariantList &params, const QList<Kind> &kinds,
-                          CopyIn &copy)
+                          CopyIn &copy, const CConnection &to, const QString &table, const QStringList &columns,
+                          qsizetype keyColumn)
 {
+    // A value of the column as a variant, for the checks of the unusual cases.
+    auto variantOf = [](sqlite3_stmt *statement, int c) -> QVariant {
+        switch (sqlite3_column_type(statement, c)) {
+        case SQLITE_INTEGER:
+            return QVariant(qint64(sqlite3_column_int64(statement, c)));
+        case SQLITE_FLOAT:
+            return QVariant(sqlite3_column_double(statement, c));
+        case SQLITE_NULL:
+            return QVariant();
+        default:
+            return QVariant(QString::fromUtf8(reinterpret_cast<const char *>(sqlite3_column_text(statement, c)),
+                                              sqlite3_column_bytes(statement, c)));
+        }
+    };
     sqlite3_stmt *statement = nullptr;
     const QByteArray sql = select.toUtf8();
     if (sqlite3_prepare_v2(db, sql.constData(), int(sql.size()), &statement, nullptr) != SQLITE_OK) {
@@ -374,6 +476,18 @@ qint64 streamSqliteToCopy(sqlite3 *db, const QString &select, const QVariantList
                 continue;
             }
             const Kind kind = kinds[c];
+            if (kind == Kind::Date || ((kind == Kind::Int32 || kind == Kind::Int16) && type != SQLITE_INTEGER)
+                || ((kind == Kind::Int32 || kind == Kind::Int16)
+                    && (sqlite3_column_int64(statement, c) < std::numeric_limits<qint32>::min()
+                        || sqlite3_column_int64(statement, c) > std::numeric_limits<qint32>::max()
+                        || kind == Kind::Int16))) {
+                try {
+                    appendCopyText(row, carry(variantOf(statement, c), kind, to));
+                } catch (const DbError &e) {
+                    throw DbError(whereIn(table, variantOf(statement, int(keyColumn)), columns[c]) + e.message());
+                }
+                continue;
+            }
             if (kind == Kind::Flag) {
                 row += sqlite3_column_int64(statement, c) != 0 ? 't' : 'f';
             } else if (type == SQLITE_INTEGER) {
@@ -503,7 +617,7 @@ qint64 copyTable(CConnection &from, CConnection &to, const DatabaseCopy::Table &
                                                u"SELECT "_s + columns.join(u',') + u" FROM "_s + table.name
                                                    + (table.where.isEmpty() ? QString() : u" WHERE "_s + table.where)
                                                    + u" ORDER BY F_ID"_s,
-                                               table.params, kinds, *copyIn);
+                                               table.params, kinds, *copyIn, to, table.name, columns, keyColumn);
         return finish(rows);
     }
 
@@ -534,7 +648,11 @@ qint64 copyTable(CConnection &from, CConnection &to, const DatabaseCopy::Table &
         while (CConnection::next(page)) {
             ++rowsInPage;
             for (qsizetype c = 0; c < columns.size(); ++c) {
-                pending.append(carry(page.value(int(c)), kinds[c], to));
+                try {
+                    pending.append(carry(page.value(int(c)), kinds[c], to));
+                } catch (const DbError &e) {
+                    throw DbError(whereIn(table.name, page.value(int(keyColumn)), columns[c]) + e.message());
+                }
             }
             nextKey = page.value(int(keyColumn)).toLongLong() + 1;
             ++copied;
@@ -576,6 +694,37 @@ DatabaseCopy::Result DatabaseCopy::copy(CConnection &from, CConnection &to, cons
         }
     }
     StallWatchdog watchdog(servers, stallLimit);
+    // A copy of a large store runs single statements (COPY, DELETE) longer than a save's limit; its own watchdog
+    // looks after a server that stops answering.
+    struct NoStatementLimit
+    {
+        std::vector<CConnection *> connections;
+        explicit NoStatementLimit(std::initializer_list<CConnection *> all)
+        {
+            for (CConnection *connection : all) {
+                if (postgresHandle(*connection)) {
+                    try {
+                        connection->Execute(u"SET statement_timeout = 0"_s);
+                        connections.push_back(connection);
+                    } catch (const DbError &) {
+                        // The copy reports what is wrong with the connection.
+                    }
+                }
+            }
+        }
+        ~NoStatementLimit()
+        {
+            for (CConnection *connection : connections) {
+                try {
+                    connection->Execute(u"SET statement_timeout = "_s
+                                        + QString::number(CConnection::statementTimeout()));
+                } catch (const DbError &) {
+                    // A failed transaction takes the setting back with it.
+                }
+            }
+        }
+        Q_DISABLE_COPY_MOVE(NoStatementLimit)
+    } noStatementLimit {&from, &to};
     try {
         CTransaction transaction(to);
         // The change triggers would note every copied row; seats are told once to reload instead. The

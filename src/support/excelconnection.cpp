@@ -569,6 +569,10 @@ bool ExcelConnectionPrivate::writeWorkbook()
         zip_discard(zip);
         return fail(ExcelConnection::ErrWriteFailed, u"无法写入工作簿 "_s + file + u": "_s + reason);
     }
+    if (!exists) {
+        // A new workbook of master data is its owner's alone, whatever the host's umask lets through.
+        QFile::setPermissions(file, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    }
     return succeed();
 }
 
@@ -671,18 +675,23 @@ bool ExcelConnection::Execute(const QString &sql)
     if (!d->open) {
         return d->fail(ErrNotOpen, u"连接没有打开"_s);
     }
-    static const QRegularExpression create(u"^\\s*CREATE\\s+TABLE\\s+([^\\s(]+)\\s*\\((.*)\\)\\s*$"_s,
+    // The sheet name stands as it is, blanks and parentheses included ("商品 (2024)"): it runs up to the column
+    // list, the last parenthesis of the statement, since column definitions hold none.
+    static const QRegularExpression create(u"^\\s*CREATE\\s+TABLE\\s+(.*)$"_s,
                                            QRegularExpression::CaseInsensitiveOption
                                                | QRegularExpression::DotMatchesEverythingOption);
-    const QRegularExpressionMatch m = create.match(sql);
-    if (!m.hasMatch()) {
+    const QRegularExpressionMatch statement = create.match(sql);
+    const QString rest = statement.captured(1).trimmed();
+    const qsizetype open = rest.lastIndexOf(u'(');
+    if (!statement.hasMatch() || open <= 0 || !rest.endsWith(u')')) {
         return d->fail(ErrSyntax, u"语法错误: "_s + sql);
     }
-    const QString name = m.captured(1);
+    const QString name = rest.left(open).trimmed();
+    const QString columnList = rest.mid(open + 1, rest.size() - open - 2);
     static const QRegularExpression column(u"^\\s*([^\\s,()'\"\\[\\]`]+)\\s+TEXT\\s*$"_s,
                                            QRegularExpression::CaseInsensitiveOption);
     QStringList columns;
-    for (const QString &definition : m.captured(2).split(u',')) {
+    for (const QString &definition : columnList.split(u',')) {
         const QRegularExpressionMatch c = column.match(definition);
         if (!c.hasMatch()) {
             return d->fail(ErrSyntax, u"语法错误,无法识别的列定义: "_s + definition.trimmed());
@@ -755,7 +764,7 @@ bool ExcelRecordset::Open(const QString &sql, ExcelConnection &connection)
     if (!connection.isOpen()) {
         return fail(ExcelConnection::ErrNotOpen, u"连接没有打开"_s);
     }
-    static const QRegularExpression select(u"^\\s*SELECT\\s+\\*\\s+FROM\\s+(\\S+)\\s*$"_s,
+    static const QRegularExpression select(u"^\\s*SELECT\\s+\\*\\s+FROM\\s+(\\S.*?)\\s*$"_s,
                                            QRegularExpression::CaseInsensitiveOption);
     const QRegularExpressionMatch m = select.match(sql);
     if (!m.hasMatch()) {

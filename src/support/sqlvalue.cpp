@@ -1,5 +1,7 @@
 #include "sqlvalue.h"
 
+#include <QRegularExpression>
+
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -222,6 +224,43 @@ std::optional<QDateTime> dateTimeFromText(QStringView stored)
     }
     // A zone suffix is not part of a stored date; keep the wall-clock time.
     return QDateTime(dt.date(), dt.time(), Qt::UTC);
+}
+
+std::optional<QDateTime> certainDateTime(const QVariant &value)
+{
+    if (isNull(value)) {
+        return std::nullopt;
+    }
+    const int type = value.metaType().id();
+    if (type == QMetaType::QDate || type == QMetaType::QDateTime) {
+        return toDateTime(value);
+    }
+    if (type != QMetaType::QString && type != QMetaType::QByteArray) {
+        return std::nullopt; // a number counts days from an epoch that only its program knows
+    }
+    const QString text = value.toString().trimmed();
+    if (const std::optional<QDateTime> iso = dateTimeFromText(text)) {
+        return iso;
+    }
+    static const QRegularExpression yearFirst(
+        uR"(^(\d{4})(?:([-/.])(\d{1,2})\2(\d{1,2})|年(\d{1,2})月(\d{1,2})日)(?:[ T]*(\d{1,2})[:时](\d{1,2})(?:[:分](\d{1,2})秒?)?)?$)"_s);
+    const QRegularExpressionMatch m = yearFirst.match(text);
+    if (!m.hasMatch()) {
+        return std::nullopt;
+    }
+    const bool chinese = m.capturedLength(5) > 0;
+    const QDate date(m.captured(1).toInt(), m.captured(chinese ? 5 : 3).toInt(), m.captured(chinese ? 6 : 4).toInt());
+    if (!date.isValid() || date.year() < 1) {
+        return std::nullopt;
+    }
+    if (m.capturedLength(7) == 0) {
+        return date.startOfDay(Qt::UTC);
+    }
+    const QTime time(m.captured(7).toInt(), m.captured(8).toInt(), m.captured(9).toInt());
+    if (!time.isValid()) {
+        return std::nullopt;
+    }
+    return QDateTime(date, time, Qt::UTC);
 }
 
 std::optional<bool> toBoolean(const QVariant &value)
