@@ -459,6 +459,45 @@ private Q_SLOTS:
         QCOMPARE(storedCount(itemTypeNumber(ItemType::Goods)), 3);
     }
 
+    // Regression: the import dialog wrote the refused rows into the very file being imported when the clerk
+    // chose it; it refuses and asks for another file.
+    void refusedRowsNeverGoIntoTheImportedFile()
+    {
+        const QString csv = m_dir.filePath(u"bad-%1.csv"_s.arg(QDateTime::currentMSecsSinceEpoch()));
+        const QByteArray content = "编号,名称\nG200,橙汁\nG201,\n";
+        {
+            QFile file(csv);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(content);
+        }
+        m_prompt->queueAnswer(CPrompt::vbYes); // 确实要导入吗?
+        m_prompt->queueAnswer(CPrompt::vbYes); // 要把它们连同原因保存到工作簿吗?
+        int dialogs = 0;
+        ModalTest::whenModal<frmImport>(this, [&](frmImport *dialog) {
+            dialog->setFile(csv);
+            dialog->chkSkipBad->setChecked(true);
+            ModalTest::whenModal<QFileDialog>(this, [&](QFileDialog *files) {
+                ++dialogs;
+                ModalTest::whenModal<QFileDialog>(this, [&](QFileDialog *again) {
+                    ++dialogs;
+                    again->reject();
+                });
+                files->selectFile(csv);
+                QMetaObject::invokeMethod(files, "accept");
+            });
+            QVERIFY(dialog->cmdImport_Click());
+            dialog->cmdClose->click();
+        });
+        form()->mnuImport->trigger();
+        QVERIFY(!QTest::currentTestFailed());
+        QCOMPARE(dialogs, 2);
+        QVERIFY2(m_prompt->lastText().contains(u"不能写入正在导入的文件"_s), qPrintable(m_prompt->lastText()));
+        QFile file(csv);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), content);
+        QCOMPARE(storedCount(itemTypeNumber(ItemType::Goods)), 4);
+    }
+
     // The search dialog names the kind it searches, also after the clerk switched kinds with it open.
     void searchTitleFollowsTheKind()
     {

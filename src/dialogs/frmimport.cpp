@@ -260,12 +260,24 @@ bool frmImport::runImport(bool dryRun)
             u"\r\n有错误的 "_s + QString::number(report.badRows) + u" 行没有导入。要把它们连同原因保存到工作簿吗?"_s;
         if (CPrompt::current().MsgBox(done, CPrompt::vbYesNo | CPrompt::vbQuestion, CPrompt::messageTitle())
             == CPrompt::vbYes) {
-            const QString target =
-                FileDialogs::getSaveFileName(this, u"保存有错误的行"_s, QString(), u"Excel 工作簿 (*.xlsx)"_s, nullptr,
-                                             QFileDialog::DontConfirmOverwrite);
-            QString error;
-            const QString sheet = u"导入错误"_s + QDateTime::currentDateTime().toString(u"MMddhhmmss"_s);
-            if (!target.isEmpty() && !m_import->writeRejected(target, sheet, &error)) {
+            // Until the rows are kept or the clerk gives up: a file that cannot take them is asked for again.
+            const QFileInfo input(txtFile->text().trimmed());
+            for (;;) {
+                const QString target =
+                    FileDialogs::getSaveFileName(this, u"保存有错误的行"_s, QString(), u"Excel 工作簿 (*.xlsx)"_s,
+                                                 nullptr, QFileDialog::DontConfirmOverwrite);
+                if (target.isEmpty()) {
+                    break;
+                }
+                QString error;
+                if (QFileInfo(target).exists() && QFileInfo(target).canonicalFilePath() == input.canonicalFilePath()) {
+                    error = u"有错误的行不能写入正在导入的文件 "_s + input.filePath() + u",请另选一个文件。"_s;
+                } else {
+                    const QString sheet = u"导入错误"_s + QDateTime::currentDateTime().toString(u"MMddhhmmss"_s);
+                    if (m_import->writeRejected(target, sheet, &error)) {
+                        break;
+                    }
+                }
                 CPrompt::current().MsgBox(error, CPrompt::vbExclamation, CPrompt::messageTitle());
             }
         }
