@@ -4,6 +4,7 @@
 #include "cconnection.h"
 #include "citem.h"
 #include "databasecopy.h"
+#include "folderwritelock.h"
 #include "livefiles.h"
 
 #include <QDateTime>
@@ -18,10 +19,6 @@
 #include <sqlite3.h>
 
 #include <memory>
-
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -57,34 +54,8 @@ QList<QPair<QString, qint64>> countRows(CConnection &connection)
     return rows;
 }
 
-// A backup holds a shared lock on its folder while it writes its part file, as the export does while it writes a
-// workbook; a part of the same backup found while nobody holds the lock was left by a writer that was killed.
-class FolderWriteLock
-{
-public:
-    explicit FolderWriteLock(const QString &folder)
-        : m_fd(::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
-    { }
-    ~FolderWriteLock()
-    {
-        if (m_fd >= 0) {
-            ::close(m_fd);
-        }
-    }
-    Q_DISABLE_COPY_MOVE(FolderWriteLock)
-
-    bool lockExclusiveNow() { return m_fd >= 0 && ::flock(m_fd, LOCK_EX | LOCK_NB) == 0; }
-    void lockShared()
-    {
-        if (m_fd >= 0) {
-            ::flock(m_fd, LOCK_SH);
-        }
-    }
-
-private:
-    int m_fd;
-};
-
+// A backup holds the folder's write lock shared while it writes its part file, as the export does while it writes
+// a workbook; a part of the same backup found while nobody holds it was left by a writer that was killed.
 void removeStaleParts(const QString &file)
 {
     const QFileInfo info(file);

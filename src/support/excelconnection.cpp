@@ -1,5 +1,6 @@
 #include "excelconnection.h"
 
+#include "folderwritelock.h"
 #include "livefiles.h"
 
 #include <QDir>
@@ -12,10 +13,6 @@
 #include <QXmlStreamReader>
 
 #include <zip.h>
-
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <vector>
@@ -338,32 +335,6 @@ namespace {
 // libzip writes a workbook as "<file>.XXXXXX" beside it and renames that over the file at the end; a writer that
 // was killed leaves the half-written copy behind. Writers hold a shared lock on the folder while they write, so a
 // copy found while no one holds it is a leftover.
-class FolderWriteLock
-{
-public:
-    explicit FolderWriteLock(const QString &folder)
-        : m_fd(::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
-    { }
-    ~FolderWriteLock()
-    {
-        if (m_fd >= 0) {
-            ::close(m_fd);
-        }
-    }
-    Q_DISABLE_COPY_MOVE(FolderWriteLock)
-
-    bool lockExclusiveNow() { return m_fd >= 0 && ::flock(m_fd, LOCK_EX | LOCK_NB) == 0; }
-    void lockShared()
-    {
-        if (m_fd >= 0) {
-            ::flock(m_fd, LOCK_SH);
-        }
-    }
-
-private:
-    int m_fd;
-};
-
 void removeLeftoverCopies(const QString &file)
 {
     const QFileInfo info(file);
