@@ -257,6 +257,29 @@ private Q_SLOTS:
         QCOMPARE(Module1::GetNewID(*target, u"T_Item"_s, false), 8);
     }
 
+    // Regression: empty texts an older program left NULL were copied and restored as NULL, which the engines sort
+    // at opposite ends of a list; they arrive as '' on both engines, by every copy path.
+    void missingTextsArriveEmpty()
+    {
+        auto source = TestDatabase::createSqlite();
+        auto middle = TestDatabase::create();
+        auto back = TestDatabase::createSqlite();
+        QVERIFY(source && middle && back);
+        TestDatabase::allowNullsAsOlderPrograms(*source);
+        source->Execute(u"Insert Into T_Item (F_ID, F_ItemTypeID, F_ItemNo, F_ItemName, F_Remark, F_Bank) "
+                        "Values (7, 6, NULL, '财务部', NULL, NULL)"_s);
+        for (const auto &[from, to] : {std::pair {source, middle}, std::pair {middle, back}}) {
+            const DatabaseCopy::Result result = DatabaseCopy::copyTables(*from, *to, DatabaseCopy::MasterTables());
+            QVERIFY2(result.ok, qPrintable(result.error));
+            QCOMPARE(ItemFixtures::count(*to,
+                                         u"Select Count(*) From T_Item Where F_ItemNo Is Null Or F_Remark Is "
+                                         "Null Or F_Bank Is Null"_s),
+                     0);
+            QCOMPARE(ItemFixtures::count(*to, u"Select Count(*) From T_Item Where F_ItemNo = '' And F_Remark = ''"_s),
+                     1);
+        }
+    }
+
     // migrate from a database to itself under another name (localhost for 127.0.0.1, a link to the file) deleted
     // what it was about to read, or on a server waited for its own lock for ever.
     void sameDatabaseUnderAnotherNameIsRefused()

@@ -38,7 +38,8 @@ namespace {
 constexpr int kPageRows = 20000;
 constexpr int kBatchRows = 200;
 
-enum class Kind { Plain, Amount, Date, Flag, Int32, Int16 };
+// Text: a text column of T_Item, whose missing value is stored as '' as the program stores it.
+enum class Kind { Plain, Text, Amount, Date, Flag, Int32, Int16 };
 
 Kind kindOf(const QString &column)
 {
@@ -151,7 +152,8 @@ QString whereIn(const QString &table, const QVariant &key, const QString &column
 QVariant carry(const QVariant &value, Kind kind, const CConnection &to)
 {
     if (value.isNull()) {
-        return value;
+        // Older programs left empty texts NULL, which the engines sort at opposite ends of a list.
+        return kind == Kind::Text ? QVariant(QString(u""_s)) : value;
     }
     switch (kind) {
     case Kind::Amount: {
@@ -178,6 +180,7 @@ QVariant carry(const QVariant &value, Kind kind, const CConnection &to)
         return QVariant(integerOf(value, kind));
     case Kind::Flag:
         return to.toSqlValue(value.typeId() == QMetaType::Bool ? value.toBool() : value.toLongLong() != 0);
+    case Kind::Text:
     case Kind::Plain:
         break;
     }
@@ -472,7 +475,9 @@ qint64 streamSqliteToCopy(sqlite3 *db, const QString &select, const QVariantList
             }
             const int type = sqlite3_column_type(statement, c);
             if (type == SQLITE_NULL) {
-                row += "\\N";
+                if (kinds[c] != Kind::Text) {
+                    row += "\\N";
+                }
                 continue;
             }
             const Kind kind = kinds[c];
@@ -536,7 +541,14 @@ qint64 copyTable(CConnection &from, CConnection &to, const DatabaseCopy::Table &
         for (int k = 0; k < target.count(); ++k) {
             if (target.fieldName(k).compare(name, Qt::CaseInsensitive) == 0) {
                 columns.append(target.fieldName(k));
-                kinds.append(kindOf(name));
+                Kind kind = kindOf(name);
+                if (kind == Kind::Plain && table.name.compare(u"T_Item"_s, Qt::CaseInsensitive) == 0) {
+                    const int column = CItem::columnIndex(name);
+                    if (column >= 0 && CItem::columns()[std::size_t(column)].type == CItem::ColumnType::Text) {
+                        kind = Kind::Text;
+                    }
+                }
+                kinds.append(kind);
                 break;
             }
         }
