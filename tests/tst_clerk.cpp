@@ -498,6 +498,26 @@ private Q_SLOTS:
         QCOMPARE(storedCount(itemTypeNumber(ItemType::Goods)), 4);
     }
 
+    // A name another seat took a moment ago is refused by the save itself, with the dialogs' message; two goods
+    // trading their names in the grid is no clash.
+    void namesStayUniqueAgainstOtherSeats()
+    {
+        form()->selectKind(itemTypeNumber(ItemType::Unit));
+        ItemFixtures::insert(*m_other, {40, 2, QString(), u"打"_s});
+        const int row = model()->addNewRow();
+        QVERIFY(model()->setData(model()->index(row, model()->columnOf(ItemTableModel::ItemName)), u"打"_s));
+        form()->mnuEditSave->trigger();
+        QCOMPARE(m_prompt->lastText(), u"单位名称[打]已经存在,请换一个名称!"_s);
+        QCOMPARE(ItemFixtures::count(*m_other, u"Select Count(*) From T_Item Where F_ItemName = '打'"_s), 1);
+        m_prompt->queueAnswer(CPrompt::vbNo); // leave the unit unsaved
+        form()->selectKind(itemTypeNumber(ItemType::Goods));
+        QVERIFY(model()->setData(goodsCell(kCola, ItemTableModel::ItemName), u"雪碧"_s));
+        QVERIFY(model()->setData(goodsCell(12, ItemTableModel::ItemName), u"可乐"_s));
+        form()->mnuEditSave->trigger();
+        QCOMPARE(storedName(kCola), u"雪碧"_s);
+        QCOMPARE(storedName(12), u"可乐"_s);
+    }
+
     // The search dialog names the kind it searches, also after the clerk switched kinds with it open.
     void searchTitleFollowsTheKind()
     {

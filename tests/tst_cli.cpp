@@ -60,6 +60,50 @@ private Q_SLOTS:
         QCOMPARE(cli({u"--db="_s + url, u"newid"_s, u"T_Item"_s, u"--peek"_s}).out, u"3\n"_s);
     }
 
+    // Regression: add and rename checked nothing (department D1 甲部 added twice gave two rows), and four programs
+    // adding the same number at the same moment all succeeded. The check runs inside the write, one writer of a
+    // kind after the other.
+    void numbersAndNamesStayUniqueAcrossPrograms()
+    {
+        const QString url = TestDatabase::freshUrl();
+        QCOMPARE(cli({u"--db"_s, url, u"init"_s}).code, 0);
+        const QStringList add {u"--db"_s, url, u"add"_s, u"department"_s, u"--name"_s, u"甲部"_s, u"--no"_s, u"D1"_s};
+        QCOMPARE(cli(add).code, 0);
+        const Result again = cli(add);
+        QCOMPARE(again.code, 1);
+        QVERIFY2(again.err.contains(u"部门编号[D1]已经存在"_s), qPrintable(again.err));
+        const Result sameName =
+            cli({u"--db"_s, url, u"add"_s, u"department"_s, u"--name"_s, u"甲部"_s, u"--no"_s, u"D2"_s});
+        QCOMPARE(sameName.code, 1);
+        QVERIFY2(sameName.err.contains(u"部门名称[甲部]已经存在"_s), qPrintable(sameName.err));
+        const Result added = cli({u"--db"_s, url, u"add"_s, u"department"_s, u"--name"_s, u"乙部"_s});
+        QCOMPARE(added.code, 0);
+        const QString id = added.out.trimmed().section(u'\n', -1).section(u'\t', 0, 0);
+        const Result rename = cli({u"--db"_s, url, u"rename"_s, u"department"_s, id, u"甲部"_s});
+        QCOMPARE(rename.code, 1);
+        QVERIFY2(rename.err.contains(u"部门名称[甲部]已经存在"_s), qPrintable(rename.err + added.out));
+
+        for (int round = 0; round < 3; ++round) {
+            const QString no = u"R"_s + QString::number(round);
+            std::vector<std::unique_ptr<QProcess>> seats;
+            for (int i = 0; i < 4; ++i) {
+                seats.push_back(std::make_unique<QProcess>());
+                seats.back()->start(QCoreApplication::applicationDirPath() + u"/quillon-cli"_s,
+                                    {u"--db"_s, url, u"add"_s, u"department"_s, u"--name"_s,
+                                     no + u"部"_s + QString::number(i), u"--no"_s, no});
+            }
+            int succeeded = 0;
+            for (const auto &seat : seats) {
+                QVERIFY(seat->waitForFinished(60000));
+                succeeded += seat->exitCode() == 0 ? 1 : 0;
+            }
+            QCOMPARE(succeeded, 1);
+        }
+        const Result listed = cli({u"--db"_s, url, u"list"_s, u"department"_s});
+        QCOMPARE(listed.out.count(u"\tD1\t"_s), 1);
+        QCOMPARE(listed.out.count(u"\tR0\t"_s), 1);
+    }
+
     // Four seats started on a new database at once: each one creates what is missing, none fails on a table
     // another one created a moment earlier.
     void simultaneousInitsOnANewDatabaseAllSucceed()

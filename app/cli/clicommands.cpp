@@ -169,6 +169,8 @@ std::shared_ptr<CItems> openKind(Context &c, int type, Load load)
         return {};
     }
     auto items = std::make_shared<CItems>();
+    // The command line keeps numbers and names unique as the edit dialogs do.
+    items->setKeepUnique(true);
     if (load == Load::Attach) {
         items->Attach(connection, type);
         return items;

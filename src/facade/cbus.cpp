@@ -296,6 +296,8 @@ bool CBus::InitItems(const std::shared_ptr<CConnection> &connection, int itemTyp
     if (joinTypes) {
         items->setLoadJoin(CItems::ClientTypeNameJoin(*m_clientTypes));
     }
+    // The program's own windows and dialogs keep numbers and names unique, also against other seats.
+    items->setKeepUnique(true);
     const bool loaded = items->InitInstance(connection, itemType, boundControl);
     if (joinTypes) {
         items->setLoadJoin({});

@@ -51,6 +51,13 @@ struct SaveConflict : DbError
     { }
 };
 
+// A save refused because another item of the kind has the number or name by now; the message is the edit
+// dialogs' own.
+struct TakenRefusal : DbError
+{
+    using DbError::DbError;
+};
+
 const char16_t *const kTypeNames[] = {u"客户", u"单位",     u"商品类别", u"商品",     u"仓库",   u"部门",
                                       u"选项", u"客户类别", u"地区",     u"用户权限", u"领料人", u"软件使用者信息"};
 
@@ -343,6 +350,65 @@ public:
     }
 
     // Whether a stored row is one this list shows: its kind, and for goods and goods types not hidden.
+    // The kinds the management window edits keep their numbers and names unique, as its grid and dialogs check;
+    // the others (options, user rights, the company record) are kept by their host.
+    bool keepsUnique() const
+    {
+        if (!keepUnique) {
+            return false;
+        }
+        switch (ItemType(itemType)) {
+        case ItemType::Option:
+        case ItemType::UserRight:
+        case ItemType::SoftwareUserInfo:
+            return false;
+        default:
+            return isItemTypeNumber(itemType);
+        }
+    }
+
+    // Inside the save's transaction: refuses a number or name another listed item of the kind has by now. Only a
+    // value the save changes is checked (`stored` is the row as it is, null for a new item), so that a database
+    // from an older program that holds duplicates keeps working. Writers of one kind go one after the other (on
+    // SQLite the write transaction does it), so two seats adding the same number at once cannot both pass.
+    void checkUnique(const CItem &item, const CItem *stored) const
+    {
+        if (!keepsUnique()) {
+            return;
+        }
+        const QString no = item.F_ItemNo();
+        const QString name = item.F_ItemName();
+        const bool checkNo = !no.trimmed().isEmpty() && (!stored || stored->F_ItemNo() != no);
+        const bool checkName = !name.trimmed().isEmpty() && (!stored || stored->F_ItemName() != name);
+        if (!checkNo && !checkName) {
+            return;
+        }
+        if (connection->engine() == CConnection::Engine::PostgreSQL) {
+            connection->Select(u"SELECT pg_advisory_xact_lock(1364544588, ?)"_s, {itemType});
+        }
+        const QString visible =
+            itemType == ItemType::Goods || itemType == ItemType::GoodsType ? u" AND F_Tag3 <= 0"_s : QString();
+        QString exempt;
+        for (const qint32 id : uniqueExemptions) {
+            exempt += (exempt.isEmpty() ? u" AND F_ID NOT IN ("_s : u","_s) + QString::number(id);
+        }
+        if (!exempt.isEmpty()) {
+            exempt += u')';
+        }
+        const auto taken = [&](const QString &column, const QString &value) {
+            QSqlQuery q = connection->Select(u"SELECT COUNT(*) FROM T_Item WHERE F_ItemTypeID = ? AND F_ID <> ? AND "_s
+                                                 + column + u" = ?"_s + visible + exempt,
+                                             {itemType, item.F_ID(), value});
+            return CConnection::next(q) && q.value(0).toLongLong() > 0;
+        };
+        if (checkNo && taken(u"F_ItemNo"_s, no)) {
+            throw TakenRefusal(typeName + u"编号["_s + no + u"]已经存在,请换一个编号!"_s);
+        }
+        if (checkName && taken(u"F_ItemName"_s, name)) {
+            throw TakenRefusal(typeName + u"名称["_s + name + u"]已经存在,请换一个名称!"_s);
+        }
+    }
+
     bool shows(const CItem &row) const
     {
         if (row.F_ItemTypeID() != itemType) {
@@ -419,6 +485,8 @@ public:
     std::function<bool(qint64)> loadProgress;
     CItems::LoadJoin loadJoin;
     CItems::PartialReadReport partialReport;
+    bool keepUnique = false;
+    QList<qint32> uniqueExemptions;
     std::shared_ptr<CConnection> connection;
     int itemType = 0;
     QString typeName;
@@ -489,6 +557,21 @@ void CItems::setLoadProgress(std::function<bool(qint64)> progress)
 void CItems::setLoadJoin(LoadJoin join)
 {
     d->loadJoin = std::move(join);
+}
+
+void CItems::setKeepUnique(bool keep)
+{
+    d->keepUnique = keep;
+}
+
+bool CItems::keepUnique() const
+{
+    return d->keepUnique;
+}
+
+void CItems::setUniqueExemptions(const QList<qint32> &ids)
+{
+    d->uniqueExemptions = ids;
 }
 
 void CItems::setPartialReadReport(PartialReadReport report)
@@ -679,7 +762,8 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
         const bool readBack = d->connection->engine() == CConnection::Engine::PostgreSQL;
         CItemsPrivate::PartialReads partial;
         bool written = false;
-        if (isNew && readBack && d->connection->transactionDepth() == 0) {
+        // The one-statement insert cannot check the kind's numbers and names under the writers' lock.
+        if (isNew && readBack && d->connection->transactionDepth() == 0 && !d->keepsUnique()) {
             // The common case of a new item is one statement, the key drawn inside it; anything unusual (no
             // counter row, a counter behind the rows) takes the way below.
             CRecordset rst(*d->connection);
@@ -723,6 +807,7 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
                 return !rst.isEOF() || !writeNew();
             };
             if (isNew) {
+                d->checkUnique(*item, nullptr);
                 if (keyTaken()) {
                     // The key counter fell behind the rows (another program, a restored backup): set it past the
                     // largest key and draw again, once.
@@ -738,14 +823,13 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
                 if (rst.isEOF()) {
                     throw DbError(u"数据库中已没有这条记录(F_ID="_s + QString::number(id) + u")"_s);
                 }
-                if (item->rowHash() != 0) {
-                    // The row is locked now; it must still be the one the item was read from.
-                    CItem stored;
-                    stored.UpdateDataFromRst(rst, true);
-                    if (stored.rowHash() != item->rowHash()) {
-                        throw SaveConflict();
-                    }
+                // The row is locked now; it must still be the one the item was read from.
+                CItem stored;
+                stored.UpdateDataFromRst(rst, true);
+                if (item->rowHash() != 0 && stored.rowHash() != item->rowHash()) {
+                    throw SaveConflict();
                 }
+                d->checkUnique(*item, &stored);
                 QString error;
                 if (!item->UpdateDataFromRst(rst, false, &error)) {
                     throw DbError(error);
@@ -779,6 +863,12 @@ bool CItems::SaveItem(const CItemPtr &item, QObject *boundControl)
             s_boundControlRefresh(*this, boundControl, id);
         }
         return true;
+    } catch (const TakenRefusal &refusal) {
+        if (item->F_ID() != previousID && !d->hookOf(item.get())) {
+            item->setF_ID(previousID);
+        }
+        CPrompt::current().MsgBox(refusal.message(), CPrompt::vbExclamation, CPrompt::messageTitle());
+        return false;
     } catch (const SaveConflict &) {
         const int answer =
             CPrompt::current().MsgBox(u"该记录已被其他用户修改,请刷新后再改。\r\n是否放弃您的修改,重新读取这条记录?"_s,

@@ -58,6 +58,16 @@ public:
     /// Applied to every item of the following full loads; none by default.
     void setLoadJoin(LoadJoin join);
 
+    /// Makes SaveItem refuse, inside its write and one writer of the kind after the other, a number or name another
+    /// item of the kind has by now, with the edit dialogs' message ("商品编号[G1]已经存在,请换一个编号!"). Only values
+    /// the save changes are checked, so stored duplicates keep working. Off by default; the program's windows,
+    /// dialogs and command line turn it on for the kinds they edit.
+    void setKeepUnique(bool keep);
+    bool keepUnique() const;
+    /// Items whose stored values do not count against a save (a batch that trades names among its items checks
+    /// the outcome itself); empty by default.
+    void setUniqueExemptions(const QList<qint32> &ids);
+
     /// Told, instead of the user, of rows a full load could not read whole: the kind's name, how many, and the
     /// first ("F_ID=...: reason"). None by default: the collection then shows its own message.
     using PartialReadReport = std::function<void(const QString &kind, int rows, const QString &first)>;

@@ -6,6 +6,7 @@
 #include "prompt.h"
 
 #include <QHash>
+#include <QScopeGuard>
 
 #include <algorithm>
 
@@ -691,6 +692,14 @@ bool ItemTableModel::SaveChanges()
         pending.emplace_back(m_items->PositionOf(item), copy);
     }
     std::sort(pending.begin(), pending.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
+    // The check above counted every row as it will be: rows of this batch that trade numbers or names do not
+    // stand against each other while they are written one by one.
+    QList<qint32> batch;
+    for (const auto &[position, copy] : pending) {
+        batch.append(copy->F_ID());
+    }
+    m_items->setUniqueExemptions(batch);
+    const auto noExemptions = qScopeGuard([this] { m_items->setUniqueExemptions({}); });
     for (const auto &[position, copy] : pending) {
         // The collection replaces the listed item by the saved copy, which drops the pending edit with it.
         if (!m_items->SaveItem(copy)) {
