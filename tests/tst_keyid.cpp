@@ -1,4 +1,5 @@
 #include "cconnection.h"
+#include "itemfixtures.h"
 #include "keyid.h"
 #include "testdatabase.h"
 
@@ -96,8 +97,16 @@ private Q_SLOTS:
         QVERIFY_THROWS_EXCEPTION(DbError, Module1::ReseedKeyID(*db, u"T_Item; DROP TABLE T_Item"_s));
     }
 
+    void concurrentProcessesNeverShareAKey_data()
+    {
+        QTest::addColumn<QStringList>("paths");
+        QTest::newRow("draw") << QStringList {u"draw"_s, u"draw"_s, u"draw"_s, u"draw"_s};
+        // Every public way of drawing a key at once: plain, inside an outer transaction, and by saving items.
+        QTest::newRow("every path") << QStringList {u"draw"_s, u"transaction"_s, u"save"_s, u"save"_s};
+    }
     void concurrentProcessesNeverShareAKey()
     {
+        QFETCH(QStringList, paths);
         const QString url = TestDatabase::freshUrl();
         {
             auto db = CConnection::Open(url);
@@ -105,12 +114,13 @@ private Q_SLOTS:
             db->EnsureSchema();
         }
         const QString worker = QCoreApplication::applicationDirPath() + u"/keyid_worker"_s;
-        constexpr int processes = 4;
-        constexpr int perProcess = 500;
+        const int processes = int(paths.size());
+        const bool saves = paths.contains(u"save"_s);
+        const int perProcess = saves ? 150 : 500;
         std::vector<std::unique_ptr<QProcess>> workers;
-        for (int i = 0; i < processes; ++i) {
+        for (const QString &path : paths) {
             auto p = std::make_unique<QProcess>();
-            p->start(worker, {url, u"T_Item"_s, QString::number(perProcess)});
+            p->start(worker, {url, u"T_Item"_s, QString::number(perProcess), path});
             workers.push_back(std::move(p));
         }
         QSet<int> keys;
@@ -127,6 +137,11 @@ private Q_SLOTS:
         QCOMPARE(keys.size(), processes * perProcess);
         QCOMPARE(*std::min_element(keys.cbegin(), keys.cend()), 1);
         QCOMPARE(*std::max_element(keys.cbegin(), keys.cend()), processes * perProcess);
+        // The counter stays above every key the rows hold.
+        auto db = CConnection::Open(url);
+        QVERIFY(db);
+        QVERIFY(Module1::GetNewID(*db, u"T_Item"_s, false)
+                > ItemFixtures::count(*db, u"Select Max(F_ID) From T_Item"_s));
     }
 };
 
