@@ -49,7 +49,7 @@ double driverScan(CConnection &db)
     timer.start();
     qint64 touched = 0;
     for (int type : kLoadOrder) {
-        QSqlQuery q = db.Select(CItems::loadStatement(type));
+        QSqlQuery q = db.Select(db.inStoredOrder(CItems::loadStatement(type)));
         const int columns = q.record().count();
         while (q.next()) {
             for (int c = 0; c < columns; ++c) {
@@ -118,7 +118,7 @@ double postgresScan(CConnection &db)
     timer.start();
     qint64 touched = 0;
     for (int type : kLoadOrder) {
-        const QByteArray sql = "COPY (" + CItems::loadStatement(type).toUtf8() + ") TO STDOUT";
+        const QByteArray sql = "COPY (" + db.inStoredOrder(CItems::loadStatement(type)).toUtf8() + ") TO STDOUT";
         PGresult *result = PQexec(pg, sql.constData());
         const bool copying = PQresultStatus(result) == PGRES_COPY_OUT;
         PQclear(result);

@@ -1,6 +1,7 @@
 #include "cconnection.h"
 
 #include "changelog.h"
+#include "citem.h"
 #include "crecordset.h"
 #include "currency.h"
 #include "livefiles.h"
@@ -1031,4 +1032,32 @@ void CTransaction::Commit()
 {
     m_done = true;
     m_connection.CommitTrans();
+}
+
+// PostgreSQL sorts by the database's collation (a shop's server is usually linguistic: a10, A2, B0, b1), so its
+// ORDER BY is told to compare text columns by code point, with missing values first as SQLite puts them.
+QString CConnection::inStoredOrder(const QString &sql) const
+{
+    if (m_engine != Engine::PostgreSQL) {
+        return sql;
+    }
+    static const QRegularExpression orderBy(u"\\border\\s+by\\s+"_s, QRegularExpression::CaseInsensitiveOption);
+    QRegularExpressionMatch last;
+    for (auto it = orderBy.globalMatch(sql); it.hasNext();) {
+        last = it.next();
+    }
+    if (!last.hasMatch()) {
+        return sql;
+    }
+    QStringList terms;
+    for (const QString &term : sql.mid(last.capturedEnd()).split(u',')) {
+        const QString column = term.trimmed();
+        const int index = CItem::columnIndex(column);
+        if (index < 0) {
+            return sql; // an expression or a direction: left as written
+        }
+        const bool text = CItem::columns()[std::size_t(index)].type == CItem::ColumnType::Text;
+        terms.append(column + (text ? u" COLLATE \"C\""_s : QString()) + u" NULLS FIRST"_s);
+    }
+    return sql.left(last.capturedEnd()) + terms.join(u',');
 }

@@ -98,6 +98,10 @@ public:
     void CommitTrans();
     void RollbackTrans();
     int transactionDepth() const { return m_depth; }
+    /// A statement ending in ORDER BY of T_Item's columns, made to list in the order in which the texts are stored
+    /// (by code point, missing values first, as SQLite compares) whatever the server's collation. Other statements
+    /// and SQLite's come back as they are.
+    QString inStoredOrder(const QString &sql) const;
     /// Grows with every statement this connection ran outside a transaction and with every commit: a change
     /// feed looks at the change table when it moved, as this connection's own writes leave no other trace.
     quint64 commitCount() const { return m_commits; }

@@ -12,7 +12,6 @@
 #include <QDateTime>
 #include <QElapsedTimer>
 #include <QLoggingCategory>
-#include <QRegularExpression>
 #include <QSqlDatabase>
 #include <QThread>
 #include <QTimer>
@@ -37,32 +36,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// The lists keep the order in which the texts are stored, by code point, as SQLite sorts them. PostgreSQL sorts
-// by the database's collation (a shop's server is usually linguistic: a10, A2, B0, b1), so its ORDER BY is told
-// to compare text columns by code point, with missing values first as SQLite puts them.
-QString storedOrderFor(const QString &sql)
-{
-    static const QRegularExpression orderBy(u"\\border\\s+by\\s+"_s, QRegularExpression::CaseInsensitiveOption);
-    QRegularExpressionMatch last;
-    for (auto it = orderBy.globalMatch(sql); it.hasNext();) {
-        last = it.next();
-    }
-    if (!last.hasMatch()) {
-        return sql;
-    }
-    QStringList terms;
-    for (const QString &term : sql.mid(last.capturedEnd()).split(u',')) {
-        const QString column = term.trimmed();
-        const int index = CItem::columnIndex(column);
-        if (index < 0) {
-            return sql; // an expression or a direction: left as written
-        }
-        const bool text = CItem::columns()[std::size_t(index)].type == CItem::ColumnType::Text;
-        terms.append(column + (text ? u" COLLATE \"C\""_s : QString()) + u" NULLS FIRST"_s);
-    }
-    return sql.left(last.capturedEnd()) + terms.join(u',');
-}
 
 // "quillon.load.debug=true" in QT_LOGGING_RULES tells how each list was read and how long it took.
 Q_LOGGING_CATEGORY(lcLoad, "quillon.load", QtWarningMsg)
@@ -536,7 +509,7 @@ std::vector<CItemPtr> ItemLoader::load(const QString &sql, Partial &partial, con
     Rows rows(partial, progress, join);
     // The engines' own readers can be turned off, to compare them with the driver's.
     const bool throughDriver = qEnvironmentVariableIntValue("QUILLON_LOAD_THROUGH_DRIVER") != 0;
-    const QString statement = m_connection.engine() == CConnection::Engine::PostgreSQL ? storedOrderFor(sql) : sql;
+    const QString statement = m_connection.inStoredOrder(sql);
     if (throughDriver || !(loadSqlite(statement, rows) || loadPostgres(statement, rows))) {
         m_path = Path::Driver;
         loadThroughDriver(statement, rows);
