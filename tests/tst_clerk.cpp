@@ -518,6 +518,30 @@ private Q_SLOTS:
         QCOMPARE(storedName(12), u"可乐"_s);
     }
 
+    // Regression: imported stock limits were stored widened (0.1 as 0.100000001490116) and empty texts as NULL.
+    void importStoresValuesAsTyped()
+    {
+        const QString csv = m_dir.filePath(u"limits-%1.csv"_s.arg(QDateTime::currentMSecsSinceEpoch()));
+        {
+            QFile file(csv);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write("编号,名称,库存上限,库存下限,备注\nG300,测试,0.1,2.7,\n");
+        }
+        m_prompt->queueAnswer(CPrompt::vbYes); // 确实要导入吗?
+        ModalTest::whenModal<frmImport>(this, [csv](frmImport *dialog) {
+            dialog->setFile(csv);
+            QVERIFY(dialog->cmdImport_Click());
+            dialog->cmdClose->click();
+        });
+        form()->mnuImport->trigger();
+        QVERIFY(!QTest::currentTestFailed());
+        QSqlQuery q = m_other->Select(u"Select F_LimitUp, F_LimitDown, F_Remark From T_Item Where F_ItemNo = 'G300'"_s);
+        QVERIFY(q.next());
+        QCOMPARE(q.value(0).toString(), u"0.1"_s);
+        QCOMPARE(q.value(1).toString(), u"2.7"_s);
+        QVERIFY(!q.value(2).isNull());
+    }
+
     // The search dialog names the kind it searches, also after the clerk switched kinds with it open.
     void searchTitleFollowsTheKind()
     {

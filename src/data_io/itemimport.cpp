@@ -359,7 +359,7 @@ public:
                 sqlite3_bind_int(m_statement, index, value.toBool() ? 1 : 0);
                 break;
             case CItem::ColumnType::Single:
-                sqlite3_bind_double(m_statement, index, double(value.toFloat()));
+                sqlite3_bind_double(m_statement, index, CItem::storedSingle(value.toFloat()));
                 break;
             case CItem::ColumnType::Text: {
                 const QString text = value.toString();
@@ -1044,16 +1044,24 @@ void ItemImportPrivate::write(const ItemImport::Options &options, const QHash<QS
     for (const CItem::Column &c : columns) {
         names.append(c.name);
     }
+    // A column's value as a save stores it: a date never given as no date, an empty text as '' (not NULL, which
+    // the engines sort at opposite ends), a single as its own value.
+    auto storedValue = [&](int c, const QVariant &value) {
+        switch (columns[c].type) {
+        case CItem::ColumnType::Date:
+        case CItem::ColumnType::DateTime:
+            return value.toDateTime().isValid() ? connection.toSqlValue(value) : QVariant();
+        case CItem::ColumnType::Text:
+            return value.toString().isNull() ? QVariant(QString(u""_s)) : value;
+        case CItem::ColumnType::Single:
+            return QVariant(CItem::storedSingle(value.toFloat()));
+        default:
+            return connection.toSqlValue(value);
+        }
+    };
     auto bind = [&](QSqlQuery &query, int offset, const CItem &item) {
         for (int c = 0; c < count; ++c) {
-            const QVariant value = item.value(c);
-            // A date never given is stored as no date, as a save stores it.
-            if ((columns[c].type == CItem::ColumnType::Date || columns[c].type == CItem::ColumnType::DateTime)
-                && !value.toDateTime().isValid()) {
-                query.bindValue(offset + c, QVariant());
-            } else {
-                query.bindValue(offset + c, connection.toSqlValue(value));
-            }
+            query.bindValue(offset + c, storedValue(c, item.value(c)));
         }
     };
     auto insertSql = [&](int rows) {
@@ -1362,11 +1370,7 @@ void ItemImportPrivate::write(const ItemImport::Options &options, const QHash<QS
                     continue;
                 }
                 sql += (values.isEmpty() ? QString() : u","_s) + names[c] + u"=?"_s;
-                const QVariant value = p.item->value(c);
-                // A date never given is stored as no date, as a save stores it.
-                const bool date =
-                    columns[c].type == CItem::ColumnType::Date || columns[c].type == CItem::ColumnType::DateTime;
-                values.append(date && !value.toDateTime().isValid() ? QVariant() : value);
+                values.append(storedValue(c, p.item->value(c)));
             }
             sql += u" WHERE F_ID=?"_s;
             values.append(p.existingID);

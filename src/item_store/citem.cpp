@@ -20,20 +20,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// The double that prints as the float's shortest decimal form: what a single holds, without the digits its binary
-// widening adds.
-double storedSingle(float value)
-{
-    if (!std::isfinite(value)) {
-        return double(value);
-    }
-    std::array<char, 32> text {};
-    const auto written = std::to_chars(text.data(), text.data() + text.size(), value);
-    double widened = double(value);
-    std::from_chars(text.data(), written.ptr, widened);
-    return widened;
-}
-
 const CItem::Column kColumns[] = {
     {u"F_ID"_s, CItem::ColumnType::Int32, 0, false},
     {u"F_ItemNo"_s, CItem::ColumnType::Text, 0, false},
@@ -782,7 +768,7 @@ bool CItem::writeRow(CRecordset &rst, QString *error)
             } else if (c.type == ColumnType::Single) {
                 // The single's own value (0.1, not the 0.100000001490116 its bits widen to): an unchanged save
                 // stores what was read.
-                v = QVariant(storedSingle(m.m_single[c.slot]));
+                v = QVariant(CItem::storedSingle(m.m_single[c.slot]));
             }
             rst.setField(c.name, v);
         }
@@ -806,4 +792,16 @@ bool CItem::SavePriceByClient(CConnection &connection, qint32 clientID, Currency
         }
         return false;
     }
+}
+
+double CItem::storedSingle(float value)
+{
+    if (!std::isfinite(value)) {
+        return double(value);
+    }
+    std::array<char, 32> text {};
+    const auto written = std::to_chars(text.data(), text.data() + text.size(), value);
+    double widened = double(value);
+    std::from_chars(text.data(), written.ptr, widened);
+    return widened;
 }

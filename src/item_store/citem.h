@@ -42,6 +42,9 @@ public:
     static std::span<const QString> columnNames();
     /// Position of a column in columns() (case-insensitive), or -1.
     static int columnIndex(const QString &name);
+    /// The double a single-precision column is stored as: the float's shortest decimal form (0.1, not the
+    /// 0.100000001490116 its bits widen to), so that an unchanged save stores what was read.
+    static double storedSingle(float value);
     /// Dates are wall-clock values without a zone. They are held in Qt::UTC, where no time-zone rule applies (and
     /// none has to be looked up); this gives the same date and time in that form.
     static QDateTime wallClock(const QDateTime &value)
