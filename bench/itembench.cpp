@@ -257,7 +257,9 @@ int main(int argc, char *argv[])
     for (int i = 0; i < kSaves; ++i) {
         auto item = std::make_shared<CItem>();
         item->setF_ItemTypeID(4);
-        item->setF_ItemNo(u"SP"_s + QString::number(rng.bounded(int(store.total))).rightJustified(7, u'0') + u"N"_s);
+        // Random places in the goods order, each number new: the window's collections refuse a number taken.
+        item->setF_ItemNo(u"SP"_s + QString::number(rng.bounded(int(store.total))).rightJustified(7, u'0') + u"N"_s
+                          + QString::number(i));
         item->setF_ItemName(u"新商品"_s + QString::number(i));
         item->setF_Tag1(1);
         if (!allGoods.SaveItem(item)) {

@@ -276,6 +276,7 @@ public:
                 append(item);
             }
         }
+        holdsAll = true;
         if (search.isTracking()) {
             // A list that was searched is searched again: its text index is made now rather than on that search.
             search.update(list);
@@ -386,25 +387,35 @@ public:
         if (connection->engine() == CConnection::Engine::PostgreSQL) {
             connection->Select(u"SELECT pg_advisory_xact_lock(1364544588, ?)"_s, {itemType});
         }
-        const QString visible =
-            itemType == ItemType::Goods || itemType == ItemType::GoodsType ? u" AND F_Tag3 <= 0"_s : QString();
-        QString exempt;
-        for (const qint32 id : uniqueExemptions) {
-            exempt += (exempt.isEmpty() ? u" AND F_ID NOT IN ("_s : u","_s) + QString::number(id);
-        }
-        if (!exempt.isEmpty()) {
-            exempt += u')';
-        }
+        const bool hides = itemType == ItemType::Goods || itemType == ItemType::GoodsType;
+        // Equality on the kind and the value only, so that the kind's number index serves it; the rows it finds
+        // (a few at most) are sorted out here: the item itself, a batch's own items, hidden goods.
         const auto taken = [&](const QString &column, const QString &value) {
-            QSqlQuery q = connection->Select(u"SELECT COUNT(*) FROM T_Item WHERE F_ItemTypeID = ? AND F_ID <> ? AND "_s
-                                                 + column + u" = ?"_s + visible + exempt,
-                                             {itemType, item.F_ID(), value});
-            return CConnection::next(q) && q.value(0).toLongLong() > 0;
+            QSqlQuery q = connection->Select(u"SELECT F_ID, F_Tag3 FROM T_Item WHERE F_ItemTypeID = ? AND "_s + column
+                                                 + u" = ?"_s,
+                                             {itemType, value});
+            while (CConnection::next(q)) {
+                const qint32 id = q.value(0).toInt();
+                if (id != item.F_ID() && !uniqueExemptions.contains(id) && !(hides && q.value(1).toInt() > 0)) {
+                    return true;
+                }
+            }
+            return false;
         };
         if (checkNo && taken(u"F_ItemNo"_s, no)) {
             throw TakenRefusal(typeName + u"编号["_s + no + u"]已经存在,请换一个编号!"_s);
         }
-        if (checkName && taken(u"F_ItemName"_s, name)) {
+        // Names have no index of their own in the table: a list that holds the whole kind (and follows the other
+        // seats) is asked instead of a scan of the table on every save.
+        bool nameTaken = false;
+        if (checkName && holdsAll) {
+            nameTaken = index.anyText(ItemIndex::ItemName, name, list, [&](const CItemHook *hook) {
+                return hook->item->F_ID() != item.F_ID() && !uniqueExemptions.contains(hook->item->F_ID());
+            });
+        } else if (checkName) {
+            nameTaken = taken(u"F_ItemName"_s, name);
+        }
+        if (nameTaken) {
             throw TakenRefusal(typeName + u"名称["_s + name + u"]已经存在,请换一个名称!"_s);
         }
     }
@@ -487,6 +498,7 @@ public:
     CItems::PartialReadReport partialReport;
     bool keepUnique = false;
     QList<qint32> uniqueExemptions;
+    bool holdsAll = false; // the list was loaded whole and follows the other seats' changes
     std::shared_ptr<CConnection> connection;
     int itemType = 0;
     QString typeName;
@@ -587,6 +599,7 @@ void CItems::Attach(const std::shared_ptr<CConnection> &connection, int itemType
     }
     d->connection = connection;
     d->itemType = itemTypeID;
+    d->holdsAll = false;
     if (itemTypeID >= 1 && itemTypeID <= 12) {
         d->typeName = typeName(itemTypeID);
     }
