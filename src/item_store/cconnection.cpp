@@ -120,6 +120,7 @@ constexpr TableDdl kTables[] = {
      "F_Time1 TIMESTAMP(0), F_Time2 TIMESTAMP(0), F_Tag4 INTEGER NOT NULL DEFAULT 0, F_Tag5 INTEGER NOT "
      "NULL DEFAULT 0, F_Tag6 INTEGER NOT NULL DEFAULT 0)",
      "CREATE INDEX IX_Item_Type_No ON T_Item (F_ItemTypeID, F_ItemNo, F_ItemName);"
+     "CREATE INDEX IX_Item_Type_Name ON T_Item (F_ItemTypeID, F_ItemName);"
      "CREATE INDEX IX_Item_Parent ON T_Item (F_ParentID);"
      "CREATE INDEX IX_Item_Tag1 ON T_Item (F_Tag1);"
      "CREATE INDEX IX_Item_Tag2 ON T_Item (F_Tag2);"
@@ -979,6 +980,15 @@ void CConnection::EnsureSchema()
         transaction.Commit();
     }
     if (!m_readOnly) {
+        // Saves look names up in the table (no two items of a kind share one); a table made by an older version
+        // gets the index once.
+        if (hasTable(u"T_Item"_s)) {
+            try {
+                Execute(u"CREATE INDEX IF NOT EXISTS IX_Item_Type_Name ON T_Item (F_ItemTypeID, F_ItemName)"_s);
+            } catch (const DbError &) {
+                // Without it the look-ups are slower, not wrong (a role that may not create indexes).
+            }
+        }
         ChangeLog::ensure(*this);
     }
 }

@@ -276,7 +276,6 @@ public:
                 append(item);
             }
         }
-        holdsAll = true;
         if (search.isTracking()) {
             // A list that was searched is searched again: its text index is made now rather than on that search.
             search.update(list);
@@ -405,17 +404,7 @@ public:
         if (checkNo && taken(u"F_ItemNo"_s, no)) {
             throw TakenRefusal(typeName + u"编号["_s + no + u"]已经存在,请换一个编号!"_s);
         }
-        // Names have no index of their own in the table: a list that holds the whole kind (and follows the other
-        // seats) is asked instead of a scan of the table on every save.
-        bool nameTaken = false;
-        if (checkName && holdsAll) {
-            nameTaken = index.anyText(ItemIndex::ItemName, name, list, [&](const CItemHook *hook) {
-                return hook->item->F_ID() != item.F_ID() && !uniqueExemptions.contains(hook->item->F_ID());
-            });
-        } else if (checkName) {
-            nameTaken = taken(u"F_ItemName"_s, name);
-        }
-        if (nameTaken) {
+        if (checkName && taken(u"F_ItemName"_s, name)) {
             throw TakenRefusal(typeName + u"名称["_s + name + u"]已经存在,请换一个名称!"_s);
         }
     }
@@ -498,7 +487,6 @@ public:
     CItems::PartialReadReport partialReport;
     bool keepUnique = false;
     QList<qint32> uniqueExemptions;
-    bool holdsAll = false; // the list was loaded whole and follows the other seats' changes
     std::shared_ptr<CConnection> connection;
     int itemType = 0;
     QString typeName;
@@ -599,7 +587,6 @@ void CItems::Attach(const std::shared_ptr<CConnection> &connection, int itemType
     }
     d->connection = connection;
     d->itemType = itemTypeID;
-    d->holdsAll = false;
     if (itemTypeID >= 1 && itemTypeID <= 12) {
         d->typeName = typeName(itemTypeID);
     }

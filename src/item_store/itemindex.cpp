@@ -191,20 +191,3 @@ CItemHook *ItemIndex::findText(Key key, const QString &value, const ItemList &li
     }
     return m_texts[key].first.value(value, nullptr);
 }
-
-bool ItemIndex::anyText(Key key, const QString &value, const ItemList &list,
-                        const std::function<bool(const CItemHook *)> &accept)
-{
-    CItemHook *first = findText(key, value, list);
-    if (!first) {
-        return false;
-    }
-    if (accept(first)) {
-        return true;
-    }
-    const auto rest = m_texts[key].rest.constFind(value);
-    if (rest == m_texts[key].rest.constEnd()) {
-        return false;
-    }
-    return std::any_of(rest->begin(), rest->end(), accept);
-}

@@ -8,8 +8,6 @@
 #include <QHash>
 #include <QString>
 
-#include <functional>
-
 #include <vector>
 
 struct CItemHook;
@@ -32,9 +30,6 @@ public:
 
     CItemHook *findInt(Key key, qint32 value, const ItemList &list);
     CItemHook *findText(Key key, const QString &value, const ItemList &list);
-    /// Whether any hook holding the text passes `accept` (each is offered, in no particular order).
-    bool anyText(Key key, const QString &value, const ItemList &list,
-                 const std::function<bool(const CItemHook *)> &accept);
 
 private:
     template<typename K>
