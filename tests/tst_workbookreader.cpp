@@ -7,6 +7,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cstring>
+
 using namespace Qt::StringLiterals;
 
 class WorkbookReaderTest : public QObject
@@ -56,6 +58,30 @@ private:
             *ok = read;
         }
         return rows;
+    }
+
+    QByteArray xlsBytes()
+    {
+        QFile in(make(u"xls"_s, u"plain.xls"_s));
+        return in.open(QIODevice::ReadOnly) ? in.readAll() : QByteArray();
+    }
+
+    // The compound file with the directory entry `from` renamed `to` (names are UTF-16 in a 64-byte field).
+    static QByteArray renameStream(QByteArray bytes, const QString &from, const QString &to)
+    {
+        QByteArray name(64, '\0');
+        std::memcpy(name.data(), from.utf16(), std::size_t(from.size()) * 2);
+        const qsizetype at = bytes.indexOf(name);
+        if (at < 0 || to.size() > 31) {
+            return QByteArray();
+        }
+        QByteArray renamed(64, '\0');
+        std::memcpy(renamed.data(), to.utf16(), std::size_t(to.size()) * 2);
+        bytes.replace(at, 64, renamed);
+        const quint16 length = quint16((to.size() + 1) * 2);
+        bytes[at + 64] = char(length & 0xFF);
+        bytes[at + 65] = char(length >> 8);
+        return bytes;
     }
 
     static QString readError(const QString &file, const WorkbookReader::Limits &limits = WorkbookReader::Limits())
@@ -119,6 +145,64 @@ private Q_SLOTS:
             u"3: A=A002 B=雪碧 C=2.5"_s,
         };
         QCOMPARE(rowsOf(reader, u"商品"_s), expected);
+    }
+
+    // Other programs spell the workbook stream "WORKBOOK" or "workbook"; Excel and LibreOffice open such files.
+    void legacyXlsWithTheWorkbookStreamInOtherLetterCase_data()
+    {
+        QTest::addColumn<QString>("spelling");
+        QTest::newRow("upper case") << u"WORKBOOK"_s;
+        QTest::newRow("lower case") << u"workbook"_s;
+    }
+
+    void legacyXlsWithTheWorkbookStreamInOtherLetterCase()
+    {
+        QFETCH(QString, spelling);
+        const QByteArray bytes = xlsBytes();
+        QVERIFY(!bytes.isEmpty());
+        const QString file = write(spelling + u".xls"_s, renameStream(bytes, u"Workbook"_s, spelling));
+        WorkbookReader reader(file);
+        QVERIFY2(reader.open(), qPrintable(reader.errorString()));
+        QCOMPARE(reader.sheetNames(), QStringList({u"商品"_s, u"其他"_s}));
+        QCOMPARE(rowsOf(reader, u"其他"_s), QStringList {u"1: A=名称"_s});
+        QCOMPARE(rowsOf(reader, u"商品"_s).size(), 3);
+    }
+
+    // Each says what the file is and what to do, never that the workbook has no sheets.
+    void unreadableLegacyFilesAreNamedForWhatTheyAre_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("reason");
+        const QByteArray xls = xlsBytes();
+        // An encrypted .xlsx is a compound file holding the encryption's description and the encrypted package.
+        QTest::newRow("xlsx with a password")
+            << renameStream(xls, u"Workbook"_s, u"EncryptionInfo"_s) << u"有密码保护"_s;
+        // FILEPASS right after the workbook's BOF marks an encrypted .xls.
+        QByteArray filepass = xls;
+        const qsizetype bof = filepass.indexOf(QByteArray("\x09\x08\x10\x00\x00\x06\x05\x00", 8));
+        QVERIFY(bof > 0);
+        filepass[bof + 20] = 0x2F;
+        filepass[bof + 21] = 0x00;
+        QTest::newRow("xls with a password") << filepass << u"有密码保护"_s;
+        QTest::newRow("compound file without a workbook")
+            << renameStream(xls, u"Workbook"_s, u"WordDocument"_s) << u"没有 Excel 工作簿数据"_s;
+        QTest::newRow("Excel 4.0 workbook")
+            << QByteArray("\x09\x04\x06\x00\x00\x00\x00\x01\x00\x00\x00\x00", 12) << u"Excel 4.0 工作簿,不支持"_s;
+        QTest::newRow("Excel 3.0 sheet") << QByteArray("\x09\x02\x06\x00\x00\x00\x10\x00\x00\x00\x00\x00", 12)
+                                         << u"Excel 3.0 工作表,不支持"_s;
+        QTest::newRow("Excel 2.x sheet") << QByteArray("\x09\x00\x04\x00\x02\x00\x10\x00\x00\x00\x00\x00", 12)
+                                         << u"Excel 2.x 工作表,不支持"_s;
+    }
+
+    void unreadableLegacyFilesAreNamedForWhatTheyAre()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, reason);
+        const QString file = write(u"legacy.xls"_s, bytes);
+        const QString error = readError(file);
+        QVERIFY2(error.contains(reason), qPrintable(error));
+        QVERIFY(error.contains(u"legacy.xls"_s));
+        QVERIFY2(!error.contains(u"没有表格"_s), qPrintable(error));
     }
 
     // FreeXL reads damaged files out of bounds; its reading runs in a child process, whose death is a clear error.

@@ -10,6 +10,7 @@
 #include <QIODevice>
 #include <QSet>
 #include <QStringDecoder>
+#include <QTemporaryFile>
 #include <QXmlStreamReader>
 
 #include <zip.h>
@@ -595,6 +596,7 @@ public:
             zip_discard(zip);
             zip = nullptr;
         }
+        xlsCopy.reset();
     }
 
     bool openXlsx();
@@ -616,6 +618,9 @@ public:
     QList<WorkbookReader::Range> merged;
 
     zip_t *zip = nullptr;
+    // The .xls FreeXL reads: the file itself, or a private copy with the workbook stream's name spelt as it expects.
+    QString xlsPath;
+    std::unique_ptr<QTemporaryFile> xlsCopy;
     QString sharedStringsPart;
     QString stylesPart;
     bool date1904 = false;
@@ -1030,7 +1035,27 @@ bool WorkbookReaderPrivate::openXls()
     if (QFileInfo(file).size() > qMin(limits.maxPartBytes, kMaxXlsBytes)) {
         return fail(u"文件 "_s + file + u" 太大,不是能读取的 Excel 97-2003 工作簿"_s);
     }
-    XlsProcess reader(file);
+    QFile in(file);
+    if (!in.open(QIODevice::ReadOnly)) {
+        return fail(u"无法打开文件 "_s + file + u": "_s + in.errorString());
+    }
+    const QByteArray bytes = in.readAll();
+    in.close();
+    const XlsProcess::Layout layout = XlsProcess::inspect(bytes);
+    if (layout.encryptedPackage || layout.encryptedWorkbook) {
+        return fail(XlsProcess::passwordProtected(file));
+    }
+    xlsPath = file;
+    if (!layout.oddlyNamedWorkbook.isEmpty()) {
+        // FreeXL finds the workbook stream only by its usual spelling; other programs write "WORKBOOK" or "book".
+        xlsCopy = std::make_unique<QTemporaryFile>();
+        const QByteArray plain = XlsProcess::withPlainNames(bytes, layout);
+        if (!xlsCopy->open() || xlsCopy->write(plain) != plain.size() || !xlsCopy->flush()) {
+            return fail(u"无法读取 "_s + file + u": "_s + xlsCopy->errorString());
+        }
+        xlsPath = xlsCopy->fileName();
+    }
+    XlsProcess reader(xlsPath, file);
     QStringList names;
     if (!reader.sheetNames(&names)) {
         return fail(reader.errorString());
@@ -1043,7 +1068,7 @@ bool WorkbookReaderPrivate::openXls()
 
 bool WorkbookReaderPrivate::readXlsSheet(int index, const WorkbookReader::RowHandler &handler)
 {
-    XlsProcess reader(file);
+    XlsProcess reader(xlsPath, file);
     WorkbookReader::Row row;
     qint64 current = -1;
     bool stopped = false;
@@ -1238,6 +1263,38 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
     return true;
 }
 
+namespace {
+
+// Excel before version 5 wrote a bare record stream that opens with its BOF record (id, length, version, type); no
+// reader here handles those.
+QString oldExcelFormat(const QByteArray &magic)
+{
+    if (magic.size() < 8) {
+        return QString();
+    }
+    auto u16 = [&](int at) {
+        return quint16(uchar(magic[at]) | (uchar(magic[at + 1]) << 8));
+    };
+    const quint16 id = u16(0);
+    const quint16 length = u16(2);
+    const quint16 type = u16(6);
+    if (id == 0x0009 && length == 4) {
+        return u" Excel 2.x 工作表"_s;
+    }
+    if (id == 0x0209 && length == 6) {
+        return u" Excel 3.0 工作表"_s;
+    }
+    if (id == 0x0409 && length == 6) {
+        return type == 0x0100 ? u" Excel 4.0 工作簿"_s : u" Excel 4.0 工作表"_s;
+    }
+    if (id == 0x0809 && (length == 8 || length == 16)) {
+        return u"没有封装的 Excel 5.0/95 工作表"_s;
+    }
+    return QString();
+}
+
+} // namespace
+
 WorkbookReader::WorkbookReader(const QString &file)
     : d(std::make_unique<WorkbookReaderPrivate>())
 {
@@ -1269,6 +1326,11 @@ bool WorkbookReader::open()
     if (magic.startsWith("\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1")) {
         d->format = Format::Xls;
         return d->openXls();
+    }
+    if (const QString old = oldExcelFormat(magic); !old.isEmpty()) {
+        d->format = Format::Unknown;
+        return d->fail(u"文件 "_s + d->file + u" 是"_s + old
+                       + u",不支持;请在 Excel 或 LibreOffice 中把它另存为 .xlsx 再导入"_s);
     }
     if (magic.startsWith("PK\x03\x04")) {
         d->format = Format::Xlsx;

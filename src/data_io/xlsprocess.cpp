@@ -34,7 +34,8 @@ enum Record : char {
     kEnd = 'Z',
 };
 
-enum Failure : quint32 { kOpen = 1, kInfo, kName, kSelect, kDimensions, kCell };
+// A failure's body is what failed and a number: the row for kCell, FreeXL's code for kOpen.
+enum Failure : quint32 { kOpen = 1, kInfo, kName, kSelect, kDimensions, kCell, kPassword };
 
 // No reply for this long means the child hangs.
 constexpr int kSilenceMs = 60000;
@@ -110,8 +111,14 @@ void failure(Writer &out, quint32 what, quint32 row = 0)
 void listSheets(const char *path, Writer &out)
 {
     const void *xls = nullptr;
-    if (freexl_open(path, &xls) != FREEXL_OK) {
-        failure(out, kOpen);
+    if (const int opened = freexl_open(path, &xls); opened != FREEXL_OK) {
+        failure(out, kOpen, quint32(opened));
+        return;
+    }
+    unsigned int protection = 0;
+    if (freexl_get_info(xls, FREEXL_BIFF_PASSWORD, &protection) == FREEXL_OK && protection == FREEXL_BIFF_OBFUSCATED) {
+        failure(out, kPassword);
+        freexl_close(xls);
         return;
     }
     unsigned int count = 0;
@@ -193,23 +200,97 @@ T readAs(const char *from)
 
 } // namespace
 
-XlsProcess::XlsProcess(const QString &file)
+QString XlsProcess::passwordProtected(const QString &file)
+{
+    return u"文件 "_s + file + u" 有密码保护,无法读取;请在 Excel 或 WPS 中打开它,取消密码后另存,再导入"_s;
+}
+
+XlsProcess::XlsProcess(const QString &file, const QString &shownAs)
     : m_file(file)
+    , m_shownAs(shownAs.isEmpty() ? file : shownAs)
 { }
+
+XlsProcess::Layout XlsProcess::inspect(const QByteArray &bytes)
+{
+    Layout layout;
+    const auto *data = reinterpret_cast<const uchar *>(bytes.constData());
+    const qsizetype size = bytes.size();
+    auto u16 = [&](qsizetype at) {
+        return quint16(data[at] | (data[at + 1] << 8));
+    };
+    // Directory entries fill whole sectors, so each starts on a 128-byte boundary past the 512-byte header: a name
+    // of up to 31 UTF-16 units, its length in bytes with the terminator, then the entry's type (2: a stream).
+    bool plainWorkbook = false;
+    bool encryptionInfo = false;
+    QList<qsizetype> odd;
+    for (qsizetype at = 512; at + 128 <= size; at += 128) {
+        const quint16 length = u16(at + 64);
+        if (data[at + 66] != 2 || length < 4 || length > 64 || length % 2 != 0 || u16(at + length - 2) != 0) {
+            continue;
+        }
+        QString name;
+        for (qsizetype k = 0; k + 2 < length; k += 2) {
+            name += QChar(u16(at + k));
+        }
+        if (name == u"Workbook" || name == u"Book") {
+            plainWorkbook = true;
+        } else if (name.compare(u"Workbook", Qt::CaseInsensitive) == 0
+                   || name.compare(u"Book", Qt::CaseInsensitive) == 0) {
+            odd.append(at);
+        } else if (name == u"EncryptionInfo") {
+            encryptionInfo = true;
+        }
+    }
+    layout.encryptedPackage = encryptionInfo;
+    if (!plainWorkbook) {
+        layout.oddlyNamedWorkbook = odd;
+    }
+    // The workbook stream opens with the globals' BOF (BIFF8: length 16, version 0x0600; BIFF5/7: length 8, version
+    // 0x0500; type 5); Excel puts FILEPASS (0x002F) right after it when the workbook is encrypted. A stream starts
+    // on a sector, or on a 64-byte block of the mini stream when it is short.
+    for (qsizetype at = 512; at + 32 <= size; at += 64) {
+        if (u16(at) != 0x0809 || u16(at + 6) != 0x0005) {
+            continue;
+        }
+        const quint16 length = u16(at + 2);
+        const quint16 version = u16(at + 4);
+        if (!((length == 16 && version == 0x0600) || (length == 8 && version == 0x0500))) {
+            continue;
+        }
+        if (at + 4 + length + 2 <= size && u16(at + 4 + length) == 0x002F) {
+            layout.encryptedWorkbook = true;
+        }
+        break;
+    }
+    return layout;
+}
+
+QByteArray XlsProcess::withPlainNames(QByteArray bytes, const Layout &layout)
+{
+    for (const qsizetype at : layout.oddlyNamedWorkbook) {
+        const bool book = bytes[at + 64] == 10; // "Book" and its terminator
+        const QString name = book ? u"Book"_s : u"Workbook"_s;
+        for (qsizetype k = 0; k < name.size(); ++k) {
+            bytes[at + 2 * k] = char(name[k].unicode() & 0xFF);
+            bytes[at + 2 * k + 1] = char(name[k].unicode() >> 8);
+        }
+    }
+    return bytes;
+}
 
 bool XlsProcess::run(const std::function<void(int fd)> &work,
                      const std::function<bool(char kind, const QByteArray &body)> &take)
 {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) {
-        m_error = u"无法读取 "_s + m_file + u": "_s + QString::fromLocal8Bit(std::strerror(errno));
+        m_error = u"无法读取 "_s + m_shownAs + u": "_s + QString::fromLocal8Bit(std::strerror(errno));
         return false;
     }
     const pid_t pid = ::fork();
     if (pid < 0) {
         ::close(fds[0]);
         ::close(fds[1]);
-        m_error = u"无法读取 "_s + m_file + u": "_s + QString::fromLocal8Bit(std::strerror(errno));
+        m_error = u"无法读取 "_s + m_shownAs + u": "_s + QString::fromLocal8Bit(std::strerror(errno));
         return false;
     }
     if (pid == 0) {
@@ -289,7 +370,7 @@ bool XlsProcess::run(const std::function<void(int fd)> &work,
         return m_error.isEmpty();
     }
     if (!ended || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        m_error = u"文件 "_s + m_file + u" 已损坏,无法作为 Excel 97-2003 工作簿(.xls)读取"_s
+        m_error = u"文件 "_s + m_shownAs + u" 已损坏,无法作为 Excel 97-2003 工作簿(.xls)读取"_s
             + (silent ? u"(读取没有响应)"_s : u"(读取意外中止)"_s);
         return false;
     }
@@ -311,16 +392,28 @@ bool XlsProcess::sheetNames(QStringList *names)
                 names->append(QString::fromUtf8(body));
                 return true;
             }
-            if (kind == kFailure && body.size() >= 4) {
+            if (kind == kFailure && body.size() >= 8) {
                 const auto what = readAs<quint32>(body.constData());
-                m_error = what == kOpen ? u"文件 "_s + m_file + u" 不是能读取的 Excel 97-2003 工作簿(.xls)"_s
-                    : what == kName     ? u"工作簿 "_s + m_file + u" 的表格名称无法读取"_s
-                                        : u"工作簿 "_s + m_file + u" 中没有表格"_s;
+                const auto code = qint32(readAs<quint32>(body.constData() + 4));
+                if (what == kPassword) {
+                    m_error = passwordProtected(m_shownAs);
+                } else if (what == kOpen && code == FREEXL_BIFF_WORKBOOK_NOT_FOUND) {
+                    m_error = u"文件 "_s + m_shownAs
+                        + u" 是 Office 复合文档,但其中没有 Excel 工作簿数据(可能是 Word 文档或其他 Office 文件)"_s;
+                } else if (what == kOpen && code == FREEXL_INSUFFICIENT_MEMORY) {
+                    m_error = u"内存不足,无法读取 "_s + m_shownAs;
+                } else if (what == kOpen) {
+                    m_error = u"文件 "_s + m_shownAs + u" 已损坏,无法作为 Excel 97-2003 工作簿(.xls)读取"_s;
+                } else if (what == kName) {
+                    m_error = u"工作簿 "_s + m_shownAs + u" 的表格名称无法读取"_s;
+                } else {
+                    m_error = u"工作簿 "_s + m_shownAs + u" 的目录无法读取(文件已损坏)"_s;
+                }
             }
             return kind != kFailure;
         });
     if (ok && names->isEmpty()) {
-        m_error = u"工作簿 "_s + m_file + u" 中没有表格"_s;
+        m_error = u"工作簿 "_s + m_shownAs + u" 中没有工作表(只有图表或宏表)"_s;
         return false;
     }
     return ok;
@@ -361,7 +454,7 @@ bool XlsProcess::readSheet(int index, const QString &name, const std::function<b
                 return false;
             }
             default:
-                m_error = u"文件 "_s + m_file + u" 的读取结果无法识别"_s;
+                m_error = u"文件 "_s + m_shownAs + u" 的读取结果无法识别"_s;
                 return false;
             }
         });
