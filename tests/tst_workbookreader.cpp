@@ -168,6 +168,17 @@ private Q_SLOTS:
         QCOMPARE(rowsOf(reader, u"商品"_s).size(), 3);
     }
 
+    // FreeXL gives up on a workbook with a chart anywhere in it; LibreOffice and Excel read the cells around it.
+    void legacyXlsWithChartsAndReferencesToOtherSheets()
+    {
+        WorkbookReader reader(QStringLiteral(QUILLON_TEST_DATA_DIR "/charts.xls"));
+        QVERIFY2(reader.open(), qPrintable(reader.errorString()));
+        QCOMPARE(reader.sheetNames(), QStringList({u"商品"_s, u"引用"_s, u"图表"_s}));
+        const QStringList goods = {u"1: A=编号 B=名称 C=单件进价"_s, u"2: A=A1 B=可乐 C=3"_s, u"3: A=A2 C=4"_s};
+        QCOMPARE(rowsOf(reader, u"商品"_s), goods);
+        QCOMPARE(rowsOf(reader, u"图表"_s), QStringList());
+    }
+
     // Each says what the file is and what to do, never that the workbook has no sheets.
     void unreadableLegacyFilesAreNamedForWhatTheyAre_data()
     {

@@ -1046,11 +1046,13 @@ bool WorkbookReaderPrivate::openXls()
         return fail(XlsProcess::passwordProtected(file));
     }
     xlsPath = file;
-    if (!layout.oddlyNamedWorkbook.isEmpty()) {
-        // FreeXL finds the workbook stream only by its usual spelling; other programs write "WORKBOOK" or "book".
+    // FreeXL finds the workbook stream only by its usual spelling (other programs write "WORKBOOK" or "book") and
+    // gives up on charts; it reads a private copy without either.
+    bool charts = false;
+    const QByteArray readable = XlsProcess::withoutCharts(XlsProcess::withPlainNames(bytes, layout), &charts);
+    if (charts || !layout.oddlyNamedWorkbook.isEmpty()) {
         xlsCopy = std::make_unique<QTemporaryFile>();
-        const QByteArray plain = XlsProcess::withPlainNames(bytes, layout);
-        if (!xlsCopy->open() || xlsCopy->write(plain) != plain.size() || !xlsCopy->flush()) {
+        if (!xlsCopy->open() || xlsCopy->write(readable) != readable.size() || !xlsCopy->flush()) {
             return fail(u"无法读取 "_s + file + u": "_s + xlsCopy->errorString());
         }
         xlsPath = xlsCopy->fileName();

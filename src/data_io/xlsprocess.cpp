@@ -278,6 +278,144 @@ QByteArray XlsProcess::withPlainNames(QByteArray bytes, const Layout &layout)
     return bytes;
 }
 
+QByteArray XlsProcess::withoutCharts(QByteArray bytes, bool *changed)
+{
+    *changed = false;
+    auto *data = reinterpret_cast<uchar *>(bytes.data());
+    const qsizetype size = bytes.size();
+    auto u16 = [&](qsizetype at) {
+        return at >= 0 && at + 2 <= size ? quint16(data[at] | (data[at + 1] << 8)) : quint16(0);
+    };
+    auto u32 = [&](qsizetype at) {
+        return at >= 0 && at + 4 <= size ? quint32(u16(at) | (quint32(u16(at + 2)) << 16)) : quint32(0xFFFFFFFF);
+    };
+    if (size < 512) {
+        return bytes;
+    }
+    const int shift = u16(30);
+    if (shift != 9 && shift != 12) {
+        return bytes;
+    }
+    const qsizetype sector = qsizetype(1) << shift;
+    const qsizetype sectors = (size - sector + sector - 1) / sector;
+    auto offset = [&](quint32 s) {
+        return (qsizetype(s) + 1) * sector;
+    };
+    constexpr quint32 kLast = 0xFFFFFFFA; // every sector number from here on marks an end or a free sector
+
+    // The FAT: its sectors are listed in the header, then in a chain of DIFAT sectors.
+    std::vector<quint32> fatSectors;
+    for (int k = 0; k < 109; ++k) {
+        if (const quint32 s = u32(76 + 4 * k); s < kLast) {
+            fatSectors.push_back(s);
+        }
+    }
+    for (quint32 d = u32(68), steps = 0; d < kLast && steps < sectors; ++steps) {
+        const qsizetype at = offset(d);
+        for (qsizetype k = 0; k + 1 < sector / 4; ++k) {
+            if (const quint32 s = u32(at + 4 * k); s < kLast) {
+                fatSectors.push_back(s);
+            }
+        }
+        d = u32(at + sector - 4);
+    }
+    std::vector<quint32> fat;
+    for (const quint32 s : fatSectors) {
+        for (qsizetype k = 0; k < sector / 4 && qsizetype(fat.size()) < sectors; ++k) {
+            fat.push_back(u32(offset(s) + 4 * k));
+        }
+    }
+    auto chain = [&](quint32 first) {
+        std::vector<quint32> list;
+        for (quint32 s = first; s < kLast && s < fat.size() && qsizetype(list.size()) < sectors; s = fat[s]) {
+            list.push_back(s);
+        }
+        return list;
+    };
+
+    // The directory: the root entry (the mini stream's home) and the workbook stream.
+    quint32 rootStart = kLast;
+    quint32 bookStart = kLast;
+    quint32 bookSize = 0;
+    for (const quint32 d : chain(u32(48))) {
+        for (qsizetype at = offset(d); at + 128 <= offset(d) + sector && at + 128 <= size; at += 128) {
+            const quint16 length = u16(at + 64);
+            QString name;
+            for (qsizetype k = 0; k + 2 < length && k < 62; k += 2) {
+                name += QChar(u16(at + k));
+            }
+            if (data[at + 66] == 5) {
+                rootStart = u32(at + 116);
+            } else if (data[at + 66] == 2 && (name == u"Workbook" || name == u"Book")) {
+                bookStart = u32(at + 116);
+                bookSize = u32(at + 120);
+            }
+        }
+    }
+    if (bookStart >= kLast || bookSize == 0 || bookSize > quint32(size)) {
+        return bytes;
+    }
+    // Where each byte of the workbook stream lies in the file.
+    std::vector<qsizetype> where;
+    where.reserve(bookSize);
+    if (bookSize >= 4096) {
+        for (const quint32 s : chain(bookStart)) {
+            for (qsizetype k = 0; k < sector && where.size() < bookSize; ++k) {
+                where.push_back(offset(s) + k);
+            }
+        }
+    } else {
+        std::vector<qsizetype> mini;
+        for (const quint32 s : chain(rootStart)) {
+            for (qsizetype k = 0; k < sector; ++k) {
+                mini.push_back(offset(s) + k);
+            }
+        }
+        std::vector<quint32> miniFat;
+        for (const quint32 s : chain(u32(60))) {
+            for (qsizetype k = 0; k < sector / 4; ++k) {
+                miniFat.push_back(u32(offset(s) + 4 * k));
+            }
+        }
+        for (quint32 m = bookStart, steps = 0; m < kLast && steps < miniFat.size() + 1 && where.size() < bookSize;
+             m = m < miniFat.size() ? miniFat[m] : kLast, ++steps) {
+            for (qsizetype k = 0; k < 64 && where.size() < bookSize; ++k) {
+                const std::size_t at = std::size_t(m) * 64 + std::size_t(k);
+                if (at >= mini.size()) {
+                    return bytes;
+                }
+                where.push_back(mini[at]);
+            }
+        }
+    }
+    if (where.size() < bookSize) {
+        return bytes;
+    }
+    // FreeXL gives up on a workbook with a chart substream (a chart sheet, or a chart inside a sheet, each between its
+    // own BOF of type 0x0020 and EOF); renaming its records to an id no reader knows leaves only the cells.
+    auto streamU16 = [&](std::size_t at) {
+        return at + 2 <= where.size() ? quint16(data[where[at]] | (data[where[at + 1]] << 8)) : quint16(0);
+    };
+    std::vector<quint16> substreams;
+    for (std::size_t at = 0; at + 4 <= where.size();) {
+        const quint16 id = streamU16(at);
+        const quint16 length = streamU16(at + 2);
+        if (id == 0x0809) {
+            substreams.push_back(streamU16(at + 6));
+        }
+        if (std::find(substreams.begin(), substreams.end(), quint16(0x0020)) != substreams.end()) {
+            data[where[at]] = 0xFF;
+            data[where[at + 1]] = 0x1F;
+            *changed = true;
+        }
+        if (id == 0x000A && !substreams.empty()) {
+            substreams.pop_back();
+        }
+        at += 4 + length;
+    }
+    return bytes;
+}
+
 bool XlsProcess::run(const std::function<void(int fd)> &work,
                      const std::function<bool(char kind, const QByteArray &body)> &take)
 {

@@ -38,6 +38,9 @@ public:
     static Layout inspect(const QByteArray &bytes);
     /// `bytes` with every odd spelling of the workbook stream's name written the way FreeXL looks for it.
     static QByteArray withPlainNames(QByteArray bytes, const Layout &layout);
+    /// `bytes` with the records of every chart (a chart sheet's or one drawn in a sheet) made unknown to FreeXL;
+    /// `changed` tells whether there was one.
+    static QByteArray withoutCharts(QByteArray bytes, bool *changed);
 
     /// The workbook's sheet names, in order; false with errorString() when it cannot be read.
     bool sheetNames(QStringList *names);
