@@ -473,7 +473,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("error");
         QTest::newRow("no name column") << u"编号,单位\nA1,瓶\n"_s << u"缺少必需的列 [名称]"_s;
         QTest::newRow("name twice") << u"编号,名称,F_ItemName\nA1,甲,乙\n"_s << u"B(名称) 与 C(F_ItemName) 是同一列"_s;
-        QTest::newRow("no header") << QString(u"x\n"_s).repeated(30) << u"没有可以识别的标题行"_s;
+        QTest::newRow("no header") << QString(u"x\n"_s).repeated(30) << u"没有标题行"_s;
     }
     void sheetsThatCannotBeReadAsAListStopTheImport()
     {
@@ -485,6 +485,34 @@ private Q_SLOTS:
         const ItemImport::Report report = store.import(writeCsv(u"header.csv"_s, text), {});
         QVERIFY(!report.ok);
         QVERIFY2(report.error.contains(error), qPrintable(report.error));
+    }
+
+    // Rows of data above where a header was looked for are not columns to ignore: one line says what was searched.
+    void sheetWithoutAHeaderRowIsReportedInOneLine_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("error");
+        QString many;
+        for (int row = 1; row <= 30; ++row) {
+            many += u"A%1,可乐%1,瓶,3.5\n"_s.arg(row);
+        }
+        QTest::newRow("data only, more rows than searched")
+            << many << u"第 1 到 20 行中没有标题行,标题行应有 [编号]、[名称] 等列"_s;
+        QTest::newRow("data only, a few rows") << u"A1,可乐,瓶\nA2,雪碧,瓶\n"_s << u"第 1 到 2 行中没有标题行"_s;
+        QTest::newRow("one row") << u"A1,可乐,瓶\n"_s << u"第 1 行不是标题行"_s;
+    }
+    void sheetWithoutAHeaderRowIsReportedInOneLine()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, error);
+        auto db = smallShop();
+        QVERIFY(db);
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        const ItemImport::Report report = store.import(writeCsv(u"noheader.csv"_s, text), {});
+        QVERIFY(!report.ok);
+        QVERIFY2(report.error.contains(error), qPrintable(report.error));
+        QCOMPARE(report.ignoredColumns, QStringList());
+        QCOMPARE(report.text().count(u'\n'), 2); // the reason and the totals
     }
 
     void workbooksOfOtherProgramsAreCheckedToo_data()

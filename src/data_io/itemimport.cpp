@@ -536,6 +536,19 @@ ItemImport::Preview ItemImport::preview(const QString &file, const QString &shee
     return result;
 }
 
+namespace {
+
+QString noHeader(int searchedRows, bool goods)
+{
+    const QString rows = searchedRows <= 0 ? u"表格是空的,"_s
+        : searchedRows == 1                ? u"第 1 行不是标题行,"_s
+                            : u"第 1 到 "_s + QString::number(searchedRows) + u" 行中没有标题行,"_s;
+    return rows + u"标题行应有 "_s + (goods ? u"[编号]、[名称]"_s : u"[名称]"_s)
+        + u" 等列(导出时写的标题,或字段名如 F_ItemNo、F_ItemName)"_s;
+}
+
+} // namespace
+
 ItemImport::Report ItemImport::run(const QString &file, const Options &options, const Progress &progress)
 {
     d->report = Report();
@@ -618,16 +631,19 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
     const auto parentColumn = CItem::columnIndex(u"F_ParentID"_s);
     const auto packageColumn = CItem::columnIndex(u"F_PackageAmount"_s);
     QString stopError;
+    int lastSearched = 0;
 
     auto handleHeader = [&](int rowNumber, const WorkbookReader::Row &cells) -> bool {
         QHash<QString, QString> seen; // what a column sets → its header
         QList<Mapping> found;
+        // What a row that turns out not to be the header would ignore is its data, not columns.
+        QStringList ignored;
         for (const WorkbookReader::Cell &cell : cells) {
             const std::optional<Mapping> target = targetOf(cell.text);
             const QString label = WorkbookReader::columnName(cell.column) + u"("_s + cell.text.trimmed() + u")"_s;
             if (!target) {
-                if (report.ignoredColumns.size() < 50) {
-                    report.ignoredColumns.append(label);
+                if (ignored.size() < 50) {
+                    ignored.append(label);
                 }
                 continue;
             }
@@ -639,17 +655,17 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
             if (m.target == Target::Column
                 && (key == u"F_ID"_s || key == u"F_ItemTypeID"_s
                     || (key == u"F_Tag1"_s && !goods && d->type != ItemType::GoodsType))) {
-                report.ignoredColumns.append(label);
+                ignored.append(label);
                 continue;
             }
             if ((m.target == Target::UnitName && !d->usesUnits())
                 || (m.target == Target::TypeName && !d->usesTypes())) {
-                report.ignoredColumns.append(label);
+                ignored.append(label);
                 continue;
             }
             if (m.target == Target::Column && belongsToOtherKinds(m.itemColumn, d->type)) {
                 // A client's bank on goods, a price on a unit: the sheet is likely of another kind.
-                report.ignoredColumns.append(label + u" — 不是"_s + kind + u"的资料,没有导入"_s);
+                ignored.append(label + u" — 不是"_s + kind + u"的资料,没有导入"_s);
                 continue;
             }
             if (seen.contains(key)) {
@@ -663,6 +679,7 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
         if (found.isEmpty()) {
             return true; // not the header yet
         }
+        report.ignoredColumns.append(ignored);
         headerRow = rowNumber;
         mappings = found;
         d->mappings = mappings;
@@ -708,10 +725,10 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
     auto handleRow = [&](int rowNumber, const WorkbookReader::Row &cells) -> bool {
         if (headerRow == 0) {
             if (rowNumber > kHeaderSearchRows) {
-                stopError =
-                    u"前 "_s + QString::number(kHeaderSearchRows) + u" 行中没有可以识别的标题行(如 编号、名称)"_s;
+                stopError = noHeader(kHeaderSearchRows, goods);
                 return false;
             }
+            lastSearched = rowNumber;
             return handleHeader(rowNumber, cells);
         }
         ++report.rows;
@@ -970,7 +987,7 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
         return fatal(stopError);
     }
     if (headerRow == 0) {
-        return fatal(u"表格中没有可以识别的标题行(如 编号、名称)"_s);
+        return fatal(noHeader(lastSearched, goods));
     }
     // Merged cells below the header leave all but their first cell empty: the rows would not say what they seem to.
     QStringList mergedInData;
