@@ -16,6 +16,7 @@
 #include <QFile>
 #include <QProcess>
 #include <QSqlQuery>
+#include <QStringEncoder>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -485,6 +486,39 @@ private Q_SLOTS:
         const ItemImport::Report report = store.import(writeCsv(u"header.csv"_s, text), {});
         QVERIFY(!report.ok);
         QVERIFY2(report.error.contains(error), qPrintable(report.error));
+    }
+
+    // Excel's "Unicode 文本" (tab-separated UTF-16LE) imports, and the report names the encoding it read.
+    void unicodeTextFromExcelImportsAndTheReportNamesItsEncoding()
+    {
+        auto db = smallShop();
+        QVERIFY(db);
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        QStringEncoder le("UTF-16LE");
+        const QByteArray bytes =
+            QByteArray("\xFF\xFE") + QByteArray(le.encode(u"编号\t名称\t单位\r\nU001\t统一\t瓶\r\n"_s));
+        QFile f(m_dir.filePath(u"unicode.txt"_s));
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(bytes);
+        f.close();
+        const ItemImport::Report report = store.import(f.fileName(), {});
+        QVERIFY2(report.ok, qPrintable(report.text()));
+        QCOMPARE(store.items->GetItemByItemNo(u"U001"_s)->F_ItemName(), u"统一"_s);
+        QVERIFY2(report.text().contains(u"读取 1 行(文字编码 UTF-16LE)"_s), qPrintable(report.text()));
+    }
+
+    // A cell quoted in a refusal never brings a replacement character or NUL into the report.
+    void reportLinesCarryNoReplacementCharacter()
+    {
+        auto db = smallShop();
+        QVERIFY(db);
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        const QString file = writeCsv(u"fffd.csv"_s, u"编号,名称,单件售价\nR001,坏\uFFFD,12\uFFFD\n"_s);
+        const ItemImport::Report report = store.import(file, {});
+        QVERIFY(!report.ok);
+        QVERIFY(!report.text().contains(QChar::ReplacementCharacter));
+        QVERIFY(!report.text().contains(QChar(0)));
+        QVERIFY2(report.text().contains(u"12?"_s), qPrintable(report.text()));
     }
 
     // Rows of data above where a header was looked for are not columns to ignore: one line says what was searched.

@@ -293,26 +293,67 @@ private Q_SLOTS:
     void csvInUtf8AndGbk_data()
     {
         QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("encoding");
         const QString text = u"编号,名称,备注\r\nA001,\"可乐, 大瓶\",\"说 \"\"好\"\"\n第二行\"\r\n\r\nA002,雪碧,\n"_s;
-        QTest::newRow("utf-8 with mark") << QByteArray("\xEF\xBB\xBF") + text.toUtf8();
-        QTest::newRow("utf-8") << text.toUtf8();
+        const QString tabs =
+            u"编号\t名称\t备注\r\nA001\t\"可乐, 大瓶\"\t\"说 \"\"好\"\"\n第二行\"\r\n\r\nA002\t雪碧\t\n"_s;
+        QTest::newRow("utf-8 with mark") << QByteArray("\xEF\xBB\xBF") + text.toUtf8() << u"UTF-8"_s;
+        QTest::newRow("utf-8") << text.toUtf8() << u"UTF-8"_s;
         QStringEncoder gbk("GBK");
-        QTest::newRow("gbk") << QByteArray(gbk.encode(text));
-        QTest::newRow("tabs")
-            << u"编号\t名称\t备注\r\nA001\t\"可乐, 大瓶\"\t\"说 \"\"好\"\"\n第二行\"\r\n\r\nA002\t雪碧\t\n"_s.toUtf8();
+        QTest::newRow("gbk") << QByteArray(gbk.encode(text)) << u"GB18030"_s;
+        QTest::newRow("tabs") << tabs.toUtf8() << u"UTF-8"_s;
+        // Excel's "Unicode 文本": tab-separated UTF-16LE with a byte-order mark.
+        QStringEncoder le("UTF-16LE");
+        QTest::newRow("utf-16le text") << QByteArray("\xFF\xFE") + QByteArray(le.encode(tabs)) << u"UTF-16LE"_s;
+        QStringEncoder be("UTF-16BE");
+        QTest::newRow("utf-16be") << QByteArray("\xFE\xFF") + QByteArray(be.encode(text)) << u"UTF-16BE"_s;
+        // 𠀀 (four bytes in GB18030) is beyond GBK; 喆 is in GBK's extension.
+        QStringEncoder gb18030("GB18030");
+        QTest::newRow("gb18030 beyond gbk")
+            << QByteArray(gb18030.encode(QString(text).replace(u"第二行"_s, u"𠀀喆"_s))) << u"GB18030"_s;
     }
     void csvInUtf8AndGbk()
     {
         QFETCH(QByteArray, bytes);
+        QFETCH(QString, encoding);
         WorkbookReader reader(write(u"list.csv"_s, bytes));
         QVERIFY2(reader.open(), qPrintable(reader.errorString()));
         QCOMPARE(reader.format(), WorkbookReader::Format::Csv);
+        QCOMPARE(reader.textEncoding(), encoding);
+        const QString second =
+            QString::fromUtf8(QTest::currentDataTag()).contains(u"gb18030"_s) ? u"𠀀喆"_s : u"第二行"_s;
         const QStringList expected = {
             u"1: A=编号 B=名称 C=备注"_s,
-            u"2: A=A001 B=可乐, 大瓶 C=说 \"好\"\n第二行"_s,
+            u"2: A=A001 B=可乐, 大瓶 C=说 \"好\"\n"_s + second,
             u"4: A=A002 B=雪碧"_s,
         };
         QCOMPARE(rowsOf(reader, QString()), expected);
+    }
+
+    // Text in none of the encodings read is refused in one line; no cell ever carries NUL or U+FFFD into a report.
+    void csvInAnUnknownEncodingIsRefusedInOneLine_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("bytes no encoding reads")
+            << QByteArray("\x81\x30\x81\xFF,\xFF\xFF\n", 9)
+            << u"文字编码无法识别;CSV 文件请存为 UTF-8、UTF-16(带 BOM)或 GB18030/GBK 编码"_s;
+        QStringEncoder le("UTF-16LE");
+        QTest::newRow("utf-16le without a mark")
+            << QByteArray(le.encode(u"编号,名称\nA1,可乐\n"_s)) << u"文字编码无法识别"_s;
+        QTest::newRow("nul in utf-8") << QByteArray("a,b\n\0\0,c\n", 9) << u"文字编码无法识别"_s;
+        QTest::newRow("utf-16le, an odd byte at the end")
+            << QByteArray("\xFF\xFE") + QByteArray(le.encode(u"名称\n可乐"_s)) + "\x41" << u"不是有效的 UTF-16LE"_s;
+    }
+    void csvInAnUnknownEncodingIsRefusedInOneLine()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, error);
+        const QString got = readError(write(u"strange.csv"_s, bytes));
+        QVERIFY2(got.contains(error), qPrintable(got));
+        QVERIFY(!got.contains(u'\n'));
+        QVERIFY(!got.contains(QChar(0)));
+        QVERIFY(!got.contains(QChar::ReplacementCharacter));
     }
 
     void hostileFilesStopWithAClearError_data()

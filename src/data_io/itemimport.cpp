@@ -480,13 +480,18 @@ QString ItemImport::Report::text() const
     for (const QString &item : created) {
         out += (written ? u"已新建: "_s : u"将新建: "_s) + item + u'\n';
     }
-    out += u"读取 "_s + QString::number(rows) + u" 行; "_s + (written ? u"新增 "_s : u"可新增 "_s)
-        + QString::number(added) + u" 条, "_s + (written ? u"更新 "_s : u"可更新 "_s) + QString::number(updated)
-        + u" 条, 无变化 "_s + QString::number(unchanged) + u" 条, 有错误 "_s + QString::number(badRows) + u" 行"_s;
+    out += u"读取 "_s + QString::number(rows) + u" 行"_s
+        + (encoding.isEmpty() ? QString() : u"(文字编码 "_s + encoding + u")"_s) + u"; "_s
+        + (written ? u"新增 "_s : u"可新增 "_s) + QString::number(added) + u" 条, "_s
+        + (written ? u"更新 "_s : u"可更新 "_s) + QString::number(updated) + u" 条, 无变化 "_s
+        + QString::number(unchanged) + u" 条, 有错误 "_s + QString::number(badRows) + u" 行"_s;
     if (!written) {
         out += u"; 没有写入数据库"_s;
     }
     out += u'\n';
+    // Cells are quoted in the refusals; what a terminal or a log cannot show stays out.
+    out.replace(QChar(0), u"\\0"_s);
+    out.replace(QChar::ReplacementCharacter, u'?');
     return out;
 }
 
@@ -609,6 +614,7 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
     if (!reader.open()) {
         return fatal(reader.errorString());
     }
+    report.encoding = reader.textEncoding();
 
     const QString kind = CItems::typeName(d->type);
     const bool goods = d->type == ItemType::Goods;

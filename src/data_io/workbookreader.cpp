@@ -8,6 +8,7 @@
 #include <QFileInfo>
 #include <QHash>
 #include <QIODevice>
+#include <QRegularExpression>
 #include <QSet>
 #include <QStringDecoder>
 #include <QTemporaryFile>
@@ -20,6 +21,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -604,6 +606,7 @@ public:
     bool readXlsxSheet(const SheetEntry &sheet, const WorkbookReader::RowHandler &handler);
     bool readXlsSheet(int index, const WorkbookReader::RowHandler &handler);
     bool readCsv(const WorkbookReader::RowHandler &handler);
+    bool detectCsvEncoding();
     std::unique_ptr<ZipEntryDevice> openPart(const QString &part, bool *missing = nullptr);
     bool readSmallPart(const QString &part, QByteArray *out);
     bool loadSharedStrings();
@@ -618,6 +621,14 @@ public:
     QList<WorkbookReader::Range> merged;
 
     zip_t *zip = nullptr;
+    struct CsvEncoding
+    {
+        const char *name = "UTF-8"; // for QStringDecoder
+        QString shown;
+        int bom = 0; // its length in bytes
+        char16_t separator = u',';
+    };
+    std::optional<CsvEncoding> csvEncoding;
     // The .xls FreeXL reads: the file itself, or a private copy with the workbook stream's name spelt as it expects.
     QString xlsPath;
     std::unique_ptr<QTemporaryFile> xlsCopy;
@@ -1112,6 +1123,50 @@ bool WorkbookReaderPrivate::readXlsSheet(int index, const WorkbookReader::RowHan
     return true;
 }
 
+bool WorkbookReaderPrivate::detectCsvEncoding()
+{
+    QFile in(file);
+    if (!in.open(QIODevice::ReadOnly)) {
+        return fail(u"无法打开文件 "_s + file + u": "_s + in.errorString());
+    }
+    const QByteArray probe = in.read(1 << 20);
+    const bool whole = in.atEnd();
+    CsvEncoding found;
+    auto decodes = [&](const char *name, qsizetype from, qsizetype cut) {
+        // A character the probe's end cut in two is no fault of the file.
+        QStringDecoder test(name);
+        const QString text = test.decode(QByteArrayView(probe).sliced(from, probe.size() - from - (whole ? 0 : cut)));
+        return test.isValid() && !test.hasError() && !text.contains(QChar(0))
+            && (!text.contains(QChar::ReplacementCharacter) || probe.contains("\xEF\xBF\xBD"));
+    };
+    if (probe.startsWith("\xFF\xFE")) {
+        found = {"UTF-16LE", u"UTF-16LE"_s, 2};
+    } else if (probe.startsWith("\xFE\xFF")) {
+        found = {"UTF-16BE", u"UTF-16BE"_s, 2};
+    } else if (probe.startsWith("\xEF\xBB\xBF")) {
+        found = {"UTF-8", u"UTF-8"_s, 3};
+    } else if (decodes("UTF-8", 0, 3)) {
+        found = {"UTF-8", u"UTF-8"_s, 0};
+    } else if (decodes("GB18030", 0, 3)) {
+        found = {"GB18030", u"GB18030"_s, 0};
+    } else {
+        return fail(u"文件 "_s + file
+                    + u" 的文字编码无法识别;CSV 文件请存为 UTF-8、UTF-16(带 BOM)或 GB18030/GBK 编码"_s);
+    }
+    if (found.bom == 2 && (in.size() % 2 != 0 || !decodes(found.name, 2, 1))) {
+        return fail(u"文件 "_s + file + u" 不是有效的 "_s + found.shown + u" 文字"_s);
+    }
+    // The separator the header line uses most: comma, tab or semicolon.
+    QStringDecoder decoder(found.name);
+    const QString text = decoder.decode(probe.sliced(found.bom));
+    const qsizetype end = text.indexOf(QRegularExpression(u"[\r\n]"_s));
+    const QStringView head = QStringView(text).left(end < 0 ? text.size() : end);
+    const qsizetype commas = head.count(u','), tabs = head.count(u'\t'), semis = head.count(u';');
+    found.separator = tabs > commas && tabs >= semis ? u'\t' : semis > commas && semis > tabs ? u';' : u',';
+    csvEncoding = found;
+    return true;
+}
+
 bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
 {
     QFile in(file);
@@ -1121,44 +1176,15 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
     if (in.size() > limits.maxPartBytes) {
         return fail(u"文件 "_s + file + u" 超过 "_s + QString::number(limits.maxPartBytes >> 20) + u" MB"_s);
     }
-    // UTF-8 when the beginning reads as UTF-8 (a character cut at the probe's end aside), GBK otherwise.
-    const QByteArray probe = in.peek(1 << 20);
-    QStringConverter::Encoding encoding = QStringConverter::Utf8;
-    bool gbk = false;
-    {
-        QStringDecoder test(QStringConverter::Utf8);
-        QByteArray head = probe;
-        // Back off a UTF-8 sequence that the probe cut.
-        for (int k = 0; k < 3 && !head.isEmpty() && (uchar(head.back()) & 0x80); ++k) {
-            if ((uchar(head.back()) & 0xC0) == 0xC0) {
-                head.chop(1);
-                break;
-            }
-            head.chop(1);
-        }
-        const QString decoded = test.decode(head);
-        gbk = test.hasError() || (decoded.contains(QChar::ReplacementCharacter) && !head.contains("\xEF\xBF\xBD"));
+    if (!csvEncoding) {
+        return fail(u"文件没有打开"_s);
     }
-    QStringDecoder decoder = gbk ? QStringDecoder("GBK") : QStringDecoder(encoding);
+    QStringDecoder decoder(csvEncoding->name);
     if (!decoder.isValid()) {
-        return fail(u"本机不能解码 GBK 文字"_s);
+        return fail(u"本机不能解码 "_s + csvEncoding->shown + u" 文字"_s);
     }
-    // The separator the header line uses most: comma, tab or semicolon.
-    char separator = ',';
-    {
-        qsizetype end = 0;
-        while (end < probe.size() && probe[end] != '\n' && probe[end] != '\r') {
-            ++end;
-        }
-        const QByteArray first = probe.left(end);
-        const qsizetype commas = first.count(','), tabs = first.count('\t'), semis = first.count(';');
-        if (tabs > commas && tabs >= semis) {
-            separator = '\t';
-        } else if (semis > commas && semis > tabs) {
-            separator = ';';
-        }
-    }
-    const QChar sep = QLatin1Char(separator);
+    char16_t separator = csvEncoding->separator;
+    const QChar sep(separator);
 
     WorkbookReader::Row row;
     QString field;
@@ -1199,6 +1225,9 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
     while (!in.atEnd()) {
         const QByteArray chunk = in.read(1 << 16);
         QString text = decoder.decode(chunk);
+        if (text.contains(QChar(0))) {
+            return fail(u"文件 "_s + file + u" 含有空字符,不是 "_s + csvEncoding->shown + u" 文字文件"_s);
+        }
         if (first) {
             first = false;
             if (text.startsWith(QChar(0xFEFF))) {
@@ -1255,7 +1284,7 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
         }
     }
     if (decoder.hasError()) {
-        return fail(u"文件 "_s + file + u" 不是有效的 UTF-8 或 GBK 文字"_s);
+        return fail(u"文件 "_s + file + u" 中有不是 "_s + csvEncoding->shown + u" 的文字,无法读取"_s);
     }
     if (fieldStarted || !field.isEmpty() || column > 0 || !row.empty()) {
         if (endRow() < 0) {
@@ -1313,6 +1342,7 @@ void WorkbookReader::setLimits(const Limits &limits)
 bool WorkbookReader::open()
 {
     d->closeAll();
+    d->csvEncoding.reset();
     d->sheets.clear();
     d->error.clear();
     // Not even a probe of the live database: closing it would drop SQLite's locks on the file.
@@ -1342,7 +1372,7 @@ bool WorkbookReader::open()
     if (suffix == u"csv"_s || suffix == u"txt"_s) {
         d->format = Format::Csv;
         d->sheets.push_back({QFileInfo(d->file).completeBaseName(), QString()});
-        return true;
+        return d->detectCsvEncoding();
     }
     d->format = Format::Unknown;
     return d->fail(u"文件 "_s + d->file + u" 不是工作簿(.xlsx、.xls)或 CSV 文件"_s);
@@ -1399,6 +1429,11 @@ bool WorkbookReader::readSheet(const QString &sheet, const RowHandler &handler)
 QList<WorkbookReader::Range> WorkbookReader::mergedRanges() const
 {
     return d->merged;
+}
+
+QString WorkbookReader::textEncoding() const
+{
+    return d->csvEncoding ? d->csvEncoding->shown : QString();
 }
 
 QString WorkbookReader::errorString() const
