@@ -547,6 +547,42 @@ private Q_SLOTS:
         QVERIFY(text == u"长&x"_s.repeated(1000000));
     }
 
+    // Leniencies of other programs' workbooks that LibreOffice reads too.
+    void xlsxLeniencyOfOtherWritersIsRead_data()
+    {
+        QTest::addColumn<QString>("cells");
+        QTest::addColumn<QString>("shared");
+        QTest::addColumn<QStringList>("rows");
+        const QString sst =
+            u"'<sst><si/><si><t/></si><si><t>名称</t></si><si><r><t/></r></si><si><t>可乐</t></si></sst>'"_s;
+        QTest::newRow("empty shared strings")
+            << u"<row r=\"1\"><c r=\"A1\" t=\"s\"><v>0</v></c><c r=\"B1\" t=\"s\"><v>2</v></c></row>"
+               "<row r=\"2\"><c r=\"A2\" t=\"s\"><v>1</v></c><c r=\"B2\" t=\"s\"><v>3</v></c><c r=\"C2\" t=\"s\"><v>4</v></c></row>"_s
+            << sst << QStringList {u"1: B=名称"_s, u"2: C=可乐"_s};
+        QTest::newRow("cells and rows without references")
+            << u"<row><c t=\"s\"><v>2</v></c><c><v>3.5</v></c></row><row><c/><c t=\"s\"><v>4</v></c></row>"_s << sst
+            << QStringList {u"1: A=名称 B=3.5"_s, u"2: B=可乐"_s};
+        QTest::newRow("inline strings, booleans, errors")
+            << u"<row r=\"1\"><c r=\"A1\" t=\"inlineStr\"><is><t>雪碧</t></is></c><c r=\"B1\" "
+               u"t=\"inlineStr\"><is><r><t>大</t></r><r><t>瓶</t></r></is></c>"
+               "<c r=\"C1\" t=\"b\"><v>1</v></c><c r=\"D1\" t=\"e\"><v>#N/A</v></c><c r=\"E1\" t=\"inlineStr\"><is/></c></row>"_s
+            << sst << QStringList {u"1: A=雪碧 B=大瓶 C=1 D=#N/A"_s};
+    }
+    void xlsxLeniencyOfOtherWritersIsRead()
+    {
+        QFETCH(QString, cells);
+        QFETCH(QString, shared);
+        QFETCH(QStringList, rows);
+        const QString file =
+            zipBook(u"lenient.xlsx"_s, u"'<worksheet><sheetData>"_s + cells + u"</sheetData></worksheet>'"_s, shared);
+        QVERIFY(!file.isEmpty());
+        WorkbookReader reader(file);
+        QVERIFY2(reader.open(), qPrintable(reader.errorString()));
+        bool ok = false;
+        QCOMPARE(rowsOf(reader, QString(), &ok), rows);
+        QVERIFY2(ok, qPrintable(reader.errorString()));
+    }
+
     void missingSheetNamesTheOnesThereAre()
     {
         WorkbookReader reader(make(u"types"_s, u"named.xlsx"_s));
