@@ -170,6 +170,50 @@ private Q_SLOTS:
         QVERIFY(m_prompt->shown().isEmpty());
     }
 
+    // Amounts as spreadsheets and clerks write them: every form the grid's numeric test accepts, with the same
+    // decimals rule as plain numbers (four for prices).
+    void amountsInTheFormsTheNumericTestAccepts_data()
+    {
+        QTest::addColumn<QString>("cell");
+        QTest::addColumn<QString>("value"); // empty: refused
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("thousands") << u"\"1,234.50\""_s << u"1234.5"_s << QString();
+        QTest::newRow("yuan sign") << u"¥12"_s << u"12"_s << QString();
+        QTest::newRow("full-width yuan sign") << u"￥12.00"_s << u"12"_s << QString();
+        QTest::newRow("dollar after") << u"12.5$"_s << u"12.5"_s << QString();
+        QTest::newRow("parentheses") << u"(3.50)"_s << u"-3.5"_s << QString();
+        QTest::newRow("sign after") << u"3.5-"_s << u"-3.5"_s << QString();
+        QTest::newRow("full-width digits") << u"１２３．４"_s << u"123.4"_s << QString();
+        QTest::newRow("exponent") << u"1.5E3"_s << u"1500"_s << QString();
+        QTest::newRow("blanks inside the sign") << u"¥ 8"_s << u"8"_s << QString();
+        QTest::newRow("trailing zeros beyond four decimals") << u"2.500000"_s << u"2.5"_s << QString();
+        QTest::newRow("five decimals") << u"¥1.23456"_s << QString() << u"[¥1.23456] 的小数超过 4 位"_s;
+        QTest::newRow("five decimals by exponent") << u"1.23456E-1"_s << QString() << u"的小数超过 4 位"_s;
+        QTest::newRow("comma in the decimals") << u"\"1.2,5\""_s << QString() << u"[1.2,5] 不是正确的金额"_s;
+        QTest::newRow("two signs") << u"-3-"_s << QString() << u"[-3-] 不是正确的金额"_s;
+        QTest::newRow("words") << u"十二"_s << QString() << u"[十二] 不是正确的金额"_s;
+    }
+    void amountsInTheFormsTheNumericTestAccepts()
+    {
+        QFETCH(QString, cell);
+        QFETCH(QString, value);
+        QFETCH(QString, reason);
+        auto db = smallShop();
+        QVERIFY(db);
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        const QString file = writeCsv(u"amount.csv"_s, u"编号,名称,单件进价\nM001,金额,"_s + cell + u"\n"_s);
+        const ItemImport::Report report = store.import(file, {});
+        if (value.isEmpty()) {
+            QVERIFY(!report.ok);
+            QCOMPARE(report.errors.size(), 1);
+            QVERIFY2(report.errors.at(0).reason.contains(reason), qPrintable(report.text()));
+            return;
+        }
+        QVERIFY2(report.ok, qPrintable(report.text()));
+        QCOMPARE(store.items->GetItemByItemNo(u"M001"_s)->F_PriceEnter().toString(),
+                 Currency::fromString(value)->toString());
+    }
+
     void dryRunListsEveryBadRow()
     {
         auto db = smallShop();

@@ -12,6 +12,7 @@
 #include "itemtablemodel.h"
 #include "itemtype.h"
 #include "keyid.h"
+#include "module1core.h"
 #include "workbookreader.h"
 
 #include <QDate>
@@ -229,41 +230,65 @@ bool hasControlCharacter(const QString &text, bool allowLineBreaks)
     return false;
 }
 
+// Full-width digits, signs, point, comma and parentheses, as a Chinese input method types them, read as their
+// ASCII forms; the full-width yuan sign stays, being a currency sign of its own.
+QString asciiForms(const QString &text)
+{
+    QString out = text;
+    for (QChar &c : out) {
+        const char16_t u = c.unicode();
+        if (u == 0x3000) {
+            c = u' ';
+        } else if (u >= 0xFF01 && u <= 0xFF5E) {
+            c = QChar(char16_t(u - 0xFF01 + 0x21));
+        }
+    }
+    return out;
+}
+
+// An amount in any form the grid's numeric test accepts ("1,234.50", "¥12", "￥12.00", "(3.50)", "12-", "1.5E3"),
+// read exactly, its value allowed no more than `maxDecimals` decimals.
 std::optional<Currency> parseAmount(const QString &text, int maxDecimals, QString *reason)
 {
     const QString t = text.trimmed();
     if (t.isEmpty()) {
         return Currency();
     }
-    qsizetype i = t.startsWith(u'-') || t.startsWith(u'+') ? 1 : 0;
-    int digits = 0;
-    int decimals = 0;
-    int trailingZeros = 0;
-    bool point = false;
-    for (; i < t.size(); ++i) {
-        const char16_t c = t[i].unicode();
-        if (c >= u'0' && c <= u'9') {
-            ++digits;
-            if (point) {
-                ++decimals;
-                trailingZeros = c == u'0' ? trailingZeros + 1 : 0;
-            }
-        } else if (c == u'.' && !point) {
-            point = true;
-        } else {
-            *reason = u"[" + t + u"] 不是正确的金额"_s;
-            return std::nullopt;
-        }
-    }
-    if (digits == 0) {
+    const QString ascii = asciiForms(t);
+    if (!Module1::NumericValue(ascii)) {
         *reason = u"[" + t + u"] 不是正确的金额"_s;
         return std::nullopt;
     }
-    if (decimals - trailingZeros > maxDecimals) {
+    // What the numeric test allows around the number: parentheses or a sign for a negative one, a currency sign,
+    // blanks and thousands separators; the rest is the number itself.
+    QStringView n = QStringView(ascii).trimmed();
+    bool negative = false;
+    if (n.size() > 1 && n.front() == u'(' && n.back() == u')') {
+        negative = true;
+        n = n.mid(1, n.size() - 2).trimmed();
+    }
+    auto outer = [](QChar c) {
+        return c == u'+' || c == u'-' || c == u'$' || c == u'¥' || c == u'￥';
+    };
+    while (!n.isEmpty() && !n.startsWith(u"&") && outer(n.front())) {
+        negative = negative || n.front() == u'-';
+        n = n.mid(1).trimmed();
+    }
+    while (!n.isEmpty() && outer(n.back())) {
+        negative = negative || n.back() == u'-';
+        n = n.chopped(1).trimmed();
+    }
+    const QString plain = Currency::valText(n.toString().remove(u','));
+    qsizetype significant = plain.size();
+    while (plain.contains(u'.') && significant > 0 && plain[significant - 1] == u'0') {
+        --significant;
+    }
+    const qsizetype point = plain.indexOf(u'.');
+    if (point >= 0 && significant - point - 1 > maxDecimals) {
         *reason = u"[" + t + u"] 的小数超过 "_s + QString::number(maxDecimals) + u" 位"_s;
         return std::nullopt;
     }
-    const std::optional<Currency> value = Currency::fromString(t);
+    const std::optional<Currency> value = Currency::fromString(negative ? u"-"_s + plain : plain);
     if (!value) {
         *reason = u"[" + t + u"] 超出金额的范围"_s;
     }
