@@ -168,7 +168,8 @@ private Q_SLOTS:
         QCOMPARE(rowsOf(reader, u"商品"_s).size(), 3);
     }
 
-    // FreeXL gives up on a workbook with a chart anywhere in it; LibreOffice and Excel read the cells around it.
+    // FreeXL gives up on a workbook with a chart anywhere in it, and gives formulas no value; LibreOffice and Excel
+    // read both.
     void legacyXlsWithChartsAndReferencesToOtherSheets()
     {
         WorkbookReader reader(QStringLiteral(QUILLON_TEST_DATA_DIR "/charts.xls"));
@@ -176,6 +177,8 @@ private Q_SLOTS:
         QCOMPARE(reader.sheetNames(), QStringList({u"商品"_s, u"引用"_s, u"图表"_s}));
         const QStringList goods = {u"1: A=编号 B=名称 C=单件进价"_s, u"2: A=A1 B=可乐 C=3"_s, u"3: A=A2 C=4"_s};
         QCOMPARE(rowsOf(reader, u"商品"_s), goods);
+        // Formulas come as their last results, also across sheets.
+        QCOMPARE(rowsOf(reader, u"引用"_s), QStringList {u"1: A=A1ƒ B=6ƒ"_s});
         QCOMPARE(rowsOf(reader, u"图表"_s), QStringList());
     }
 
@@ -197,6 +200,9 @@ private Q_SLOTS:
         QTest::newRow("xls with a password") << filepass << u"有密码保护"_s;
         QTest::newRow("compound file without a workbook")
             << renameStream(xls, u"Workbook"_s, u"WordDocument"_s) << u"没有 Excel 工作簿数据"_s;
+        QFile excel95(QStringLiteral(QUILLON_TEST_DATA_DIR "/excel95.xls"));
+        QVERIFY(excel95.open(QIODevice::ReadOnly));
+        QTest::newRow("Excel 95 workbook") << excel95.readAll() << u"是 Excel 5.0/95 工作簿,无法读取"_s;
         QTest::newRow("Excel 4.0 workbook")
             << QByteArray("\x09\x04\x06\x00\x00\x00\x00\x01\x00\x00\x00\x00", 12) << u"Excel 4.0 工作簿,不支持"_s;
         QTest::newRow("Excel 3.0 sheet") << QByteArray("\x09\x02\x06\x00\x00\x00\x10\x00\x00\x00\x00\x00", 12)

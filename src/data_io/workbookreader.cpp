@@ -632,6 +632,7 @@ public:
     // The .xls FreeXL reads: the file itself, or a private copy with the workbook stream's name spelt as it expects.
     QString xlsPath;
     std::unique_ptr<QTemporaryFile> xlsCopy;
+    std::vector<XlsProcess::FormulaCells> xlsFormulas;
     QString sharedStringsPart;
     QString stylesPart;
     bool date1904 = false;
@@ -1060,7 +1061,9 @@ bool WorkbookReaderPrivate::openXls()
     // FreeXL finds the workbook stream only by its usual spelling (other programs write "WORKBOOK" or "book") and
     // gives up on charts; it reads a private copy without either.
     bool charts = false;
-    const QByteArray readable = XlsProcess::withoutCharts(XlsProcess::withPlainNames(bytes, layout), &charts);
+    const QByteArray plain = XlsProcess::withPlainNames(bytes, layout);
+    xlsFormulas = XlsProcess::formulaValues(plain);
+    const QByteArray readable = XlsProcess::withoutCharts(plain, &charts);
     if (charts || !layout.oddlyNamedWorkbook.isEmpty()) {
         xlsCopy = std::make_unique<QTemporaryFile>();
         if (!xlsCopy->open() || xlsCopy->write(readable) != readable.size() || !xlsCopy->flush()) {
@@ -1071,6 +1074,10 @@ bool WorkbookReaderPrivate::openXls()
     XlsProcess reader(xlsPath, file);
     QStringList names;
     if (!reader.sheetNames(&names)) {
+        if (layout.excel95) {
+            return fail(u"文件 "_s + file
+                        + u" 是 Excel 5.0/95 工作簿,无法读取;请在 Excel 或 LibreOffice 中把它另存为 .xlsx 再导入"_s);
+        }
         return fail(reader.errorString());
     }
     for (const QString &name : std::as_const(names)) {
@@ -1085,7 +1092,52 @@ bool WorkbookReaderPrivate::readXlsSheet(int index, const WorkbookReader::RowHan
     WorkbookReader::Row row;
     qint64 current = -1;
     bool stopped = false;
+    // The formulas' results come from the workbook itself, merged into the rows FreeXL gives.
+    static const XlsProcess::FormulaCells kNone;
+    const XlsProcess::FormulaCells &formulas =
+        std::size_t(index) < xlsFormulas.size() ? xlsFormulas[std::size_t(index)] : kNone;
+    auto formula = formulas.begin();
+    auto formulaCells = [&](quint32 r, WorkbookReader::Row &into) {
+        for (const auto &[column, text] : formula->second) {
+            if (!text.isEmpty()) {
+                if (!checkCell(int(r) + 1, column, text)) {
+                    return false;
+                }
+                into.erase(
+                    std::remove_if(into.begin(), into.end(), [&](const auto &cell) { return cell.column == column; }),
+                    into.end());
+                into.push_back({column, text, true});
+            }
+        }
+        std::sort(into.begin(), into.end(), [](const auto &a, const auto &b) { return a.column < b.column; });
+        return true;
+    };
+    // Rows that hold only formulas, up to (not including) `limit`.
+    auto formulaRows = [&](qint64 limit) {
+        while (!stopped && formula != formulas.end() && (limit < 0 || qint64(formula->first) < limit)) {
+            WorkbookReader::Row only;
+            if (!formulaCells(formula->first, only)) {
+                return false;
+            }
+            if (!only.empty() && !handler(int(formula->first) + 1, only)) {
+                stopped = true;
+            }
+            ++formula;
+        }
+        return !stopped;
+    };
     auto flush = [&] {
+        if (current >= 0) {
+            if (!formulaRows(current)) {
+                return false;
+            }
+            if (formula != formulas.end() && qint64(formula->first) == current) {
+                if (!formulaCells(formula->first, row)) {
+                    return false;
+                }
+                ++formula;
+            }
+        }
         if (!row.empty() && !handler(int(current) + 1, row)) {
             stopped = true;
         }
@@ -1117,10 +1169,10 @@ bool WorkbookReaderPrivate::readXlsSheet(int index, const WorkbookReader::RowHan
     if (!error.isEmpty() && !stopped) {
         return false;
     }
-    if (!stopped) {
-        flush();
+    if (!stopped && flush()) {
+        formulaRows(-1);
     }
-    return true;
+    return error.isEmpty() || stopped;
 }
 
 bool WorkbookReaderPrivate::detectCsvEncoding()

@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QLocale>
+#include <QStringDecoder>
 
 #include <freexl.h>
 
@@ -11,9 +12,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -198,6 +201,123 @@ T readAs(const char *from)
     return value;
 }
 
+// Where each byte of the workbook stream ("Workbook", or "Book" in Excel 5.0/95) lies in the compound file, found
+// through its directory and allocation tables; empty when the file does not hold one that can be followed.
+std::vector<qsizetype> workbookStream(const QByteArray &bytes)
+{
+    const auto *data = reinterpret_cast<const uchar *>(bytes.constData());
+    const qsizetype size = bytes.size();
+    auto u16 = [&](qsizetype at) {
+        return at >= 0 && at + 2 <= size ? quint16(data[at] | (data[at + 1] << 8)) : quint16(0);
+    };
+    auto u32 = [&](qsizetype at) {
+        return at >= 0 && at + 4 <= size ? quint32(u16(at) | (quint32(u16(at + 2)) << 16)) : quint32(0xFFFFFFFF);
+    };
+    if (size < 512) {
+        return {};
+    }
+    const int shift = u16(30);
+    if (shift != 9 && shift != 12) {
+        return {};
+    }
+    const qsizetype sector = qsizetype(1) << shift;
+    const qsizetype sectors = (size - sector + sector - 1) / sector;
+    auto offset = [&](quint32 s) {
+        return (qsizetype(s) + 1) * sector;
+    };
+    constexpr quint32 kLast = 0xFFFFFFFA; // every sector number from here on marks an end or a free sector
+
+    // The FAT: its sectors are listed in the header, then in a chain of DIFAT sectors.
+    std::vector<quint32> fatSectors;
+    for (int k = 0; k < 109; ++k) {
+        if (const quint32 s = u32(76 + 4 * k); s < kLast) {
+            fatSectors.push_back(s);
+        }
+    }
+    for (quint32 d = u32(68), steps = 0; d < kLast && steps < sectors; ++steps) {
+        const qsizetype at = offset(d);
+        for (qsizetype k = 0; k + 1 < sector / 4; ++k) {
+            if (const quint32 s = u32(at + 4 * k); s < kLast) {
+                fatSectors.push_back(s);
+            }
+        }
+        d = u32(at + sector - 4);
+    }
+    std::vector<quint32> fat;
+    for (const quint32 s : fatSectors) {
+        for (qsizetype k = 0; k < sector / 4 && qsizetype(fat.size()) < sectors; ++k) {
+            fat.push_back(u32(offset(s) + 4 * k));
+        }
+    }
+    auto chain = [&](quint32 first) {
+        std::vector<quint32> list;
+        for (quint32 s = first; s < kLast && s < fat.size() && qsizetype(list.size()) < sectors; s = fat[s]) {
+            list.push_back(s);
+        }
+        return list;
+    };
+
+    // The directory: the root entry (the mini stream's home) and the workbook stream.
+    quint32 rootStart = kLast;
+    quint32 bookStart = kLast;
+    quint32 bookSize = 0;
+    for (const quint32 d : chain(u32(48))) {
+        for (qsizetype at = offset(d); at + 128 <= offset(d) + sector && at + 128 <= size; at += 128) {
+            const quint16 length = u16(at + 64);
+            QString name;
+            for (qsizetype k = 0; k + 2 < length && k < 62; k += 2) {
+                name += QChar(u16(at + k));
+            }
+            if (data[at + 66] == 5) {
+                rootStart = u32(at + 116);
+            } else if (data[at + 66] == 2 && (name == u"Workbook" || name == u"Book")) {
+                bookStart = u32(at + 116);
+                bookSize = u32(at + 120);
+            }
+        }
+    }
+    if (bookStart >= kLast || bookSize == 0 || bookSize > quint32(size)) {
+        return {};
+    }
+    // Where each byte of the workbook stream lies in the file.
+    std::vector<qsizetype> where;
+    where.reserve(bookSize);
+    if (bookSize >= 4096) {
+        for (const quint32 s : chain(bookStart)) {
+            for (qsizetype k = 0; k < sector && where.size() < bookSize; ++k) {
+                where.push_back(offset(s) + k);
+            }
+        }
+    } else {
+        std::vector<qsizetype> mini;
+        for (const quint32 s : chain(rootStart)) {
+            for (qsizetype k = 0; k < sector; ++k) {
+                mini.push_back(offset(s) + k);
+            }
+        }
+        std::vector<quint32> miniFat;
+        for (const quint32 s : chain(u32(60))) {
+            for (qsizetype k = 0; k < sector / 4; ++k) {
+                miniFat.push_back(u32(offset(s) + 4 * k));
+            }
+        }
+        for (quint32 m = bookStart, steps = 0; m < kLast && steps < miniFat.size() + 1 && where.size() < bookSize;
+             m = m < miniFat.size() ? miniFat[m] : kLast, ++steps) {
+            for (qsizetype k = 0; k < 64 && where.size() < bookSize; ++k) {
+                const std::size_t at = std::size_t(m) * 64 + std::size_t(k);
+                if (at >= mini.size()) {
+                    return {};
+                }
+                where.push_back(mini[at]);
+            }
+        }
+    }
+    if (where.size() < bookSize) {
+        return {};
+    }
+    return where;
+}
+
 } // namespace
 
 QString XlsProcess::passwordProtected(const QString &file)
@@ -257,6 +377,7 @@ XlsProcess::Layout XlsProcess::inspect(const QByteArray &bytes)
         if (!((length == 16 && version == 0x0600) || (length == 8 && version == 0x0500))) {
             continue;
         }
+        layout.excel95 = version == 0x0500;
         if (at + 4 + length + 2 <= size && u16(at + 4 + length) == 0x002F) {
             layout.encryptedWorkbook = true;
         }
@@ -281,116 +402,8 @@ QByteArray XlsProcess::withPlainNames(QByteArray bytes, const Layout &layout)
 QByteArray XlsProcess::withoutCharts(QByteArray bytes, bool *changed)
 {
     *changed = false;
+    const std::vector<qsizetype> where = workbookStream(bytes);
     auto *data = reinterpret_cast<uchar *>(bytes.data());
-    const qsizetype size = bytes.size();
-    auto u16 = [&](qsizetype at) {
-        return at >= 0 && at + 2 <= size ? quint16(data[at] | (data[at + 1] << 8)) : quint16(0);
-    };
-    auto u32 = [&](qsizetype at) {
-        return at >= 0 && at + 4 <= size ? quint32(u16(at) | (quint32(u16(at + 2)) << 16)) : quint32(0xFFFFFFFF);
-    };
-    if (size < 512) {
-        return bytes;
-    }
-    const int shift = u16(30);
-    if (shift != 9 && shift != 12) {
-        return bytes;
-    }
-    const qsizetype sector = qsizetype(1) << shift;
-    const qsizetype sectors = (size - sector + sector - 1) / sector;
-    auto offset = [&](quint32 s) {
-        return (qsizetype(s) + 1) * sector;
-    };
-    constexpr quint32 kLast = 0xFFFFFFFA; // every sector number from here on marks an end or a free sector
-
-    // The FAT: its sectors are listed in the header, then in a chain of DIFAT sectors.
-    std::vector<quint32> fatSectors;
-    for (int k = 0; k < 109; ++k) {
-        if (const quint32 s = u32(76 + 4 * k); s < kLast) {
-            fatSectors.push_back(s);
-        }
-    }
-    for (quint32 d = u32(68), steps = 0; d < kLast && steps < sectors; ++steps) {
-        const qsizetype at = offset(d);
-        for (qsizetype k = 0; k + 1 < sector / 4; ++k) {
-            if (const quint32 s = u32(at + 4 * k); s < kLast) {
-                fatSectors.push_back(s);
-            }
-        }
-        d = u32(at + sector - 4);
-    }
-    std::vector<quint32> fat;
-    for (const quint32 s : fatSectors) {
-        for (qsizetype k = 0; k < sector / 4 && qsizetype(fat.size()) < sectors; ++k) {
-            fat.push_back(u32(offset(s) + 4 * k));
-        }
-    }
-    auto chain = [&](quint32 first) {
-        std::vector<quint32> list;
-        for (quint32 s = first; s < kLast && s < fat.size() && qsizetype(list.size()) < sectors; s = fat[s]) {
-            list.push_back(s);
-        }
-        return list;
-    };
-
-    // The directory: the root entry (the mini stream's home) and the workbook stream.
-    quint32 rootStart = kLast;
-    quint32 bookStart = kLast;
-    quint32 bookSize = 0;
-    for (const quint32 d : chain(u32(48))) {
-        for (qsizetype at = offset(d); at + 128 <= offset(d) + sector && at + 128 <= size; at += 128) {
-            const quint16 length = u16(at + 64);
-            QString name;
-            for (qsizetype k = 0; k + 2 < length && k < 62; k += 2) {
-                name += QChar(u16(at + k));
-            }
-            if (data[at + 66] == 5) {
-                rootStart = u32(at + 116);
-            } else if (data[at + 66] == 2 && (name == u"Workbook" || name == u"Book")) {
-                bookStart = u32(at + 116);
-                bookSize = u32(at + 120);
-            }
-        }
-    }
-    if (bookStart >= kLast || bookSize == 0 || bookSize > quint32(size)) {
-        return bytes;
-    }
-    // Where each byte of the workbook stream lies in the file.
-    std::vector<qsizetype> where;
-    where.reserve(bookSize);
-    if (bookSize >= 4096) {
-        for (const quint32 s : chain(bookStart)) {
-            for (qsizetype k = 0; k < sector && where.size() < bookSize; ++k) {
-                where.push_back(offset(s) + k);
-            }
-        }
-    } else {
-        std::vector<qsizetype> mini;
-        for (const quint32 s : chain(rootStart)) {
-            for (qsizetype k = 0; k < sector; ++k) {
-                mini.push_back(offset(s) + k);
-            }
-        }
-        std::vector<quint32> miniFat;
-        for (const quint32 s : chain(u32(60))) {
-            for (qsizetype k = 0; k < sector / 4; ++k) {
-                miniFat.push_back(u32(offset(s) + 4 * k));
-            }
-        }
-        for (quint32 m = bookStart, steps = 0; m < kLast && steps < miniFat.size() + 1 && where.size() < bookSize;
-             m = m < miniFat.size() ? miniFat[m] : kLast, ++steps) {
-            for (qsizetype k = 0; k < 64 && where.size() < bookSize; ++k) {
-                const std::size_t at = std::size_t(m) * 64 + std::size_t(k);
-                if (at >= mini.size()) {
-                    return bytes;
-                }
-                where.push_back(mini[at]);
-            }
-        }
-    }
-    if (where.size() < bookSize) {
-        return bytes;
-    }
     // FreeXL gives up on a workbook with a chart substream (a chart sheet, or a chart inside a sheet, each between its
     // own BOF of type 0x0020 and EOF); renaming its records to an id no reader knows leaves only the cells.
     auto streamU16 = [&](std::size_t at) {
@@ -414,6 +427,97 @@ QByteArray XlsProcess::withoutCharts(QByteArray bytes, bool *changed)
         at += 4 + length;
     }
     return bytes;
+}
+
+std::vector<XlsProcess::FormulaCells> XlsProcess::formulaValues(const QByteArray &bytes)
+{
+    std::vector<FormulaCells> sheets;
+    const std::vector<qsizetype> where = workbookStream(bytes);
+    const auto *data = reinterpret_cast<const uchar *>(bytes.constData());
+    auto byte = [&](std::size_t at) {
+        return at < where.size() ? data[where[at]] : uchar(0);
+    };
+    auto u16 = [&](std::size_t at) {
+        return quint16(byte(at) | (byte(at + 1) << 8));
+    };
+    // FreeXL gives no value for a formula; its last result is in the FORMULA record (0x0006): row, column, format,
+    // then eight bytes, a double unless the last two are FFFF, when the first tells a string (in the STRING record
+    // 0x0207 that follows), a boolean, an error or an empty text.
+    int depth = 0;
+    bool biff8 = true;
+    FormulaCells *current = nullptr;
+    std::optional<std::pair<quint32, int>> pendingString;
+    for (std::size_t at = 0; at + 4 <= where.size();) {
+        const quint16 id = u16(at);
+        const quint16 length = u16(at + 2);
+        const std::size_t body = at + 4;
+        if (body + length > where.size()) {
+            break;
+        }
+        if (id == 0x0809) {
+            const quint16 type = u16(body + 2);
+            if (depth == 0) {
+                biff8 = u16(body) == 0x0600;
+                if (type != 0x0005) {
+                    sheets.emplace_back();
+                    current = &sheets.back();
+                }
+            }
+            ++depth;
+        } else if (id == 0x000A) {
+            if (--depth <= 0) {
+                depth = 0;
+                current = nullptr;
+            }
+        } else if (current && depth == 1 && id == 0x0006 && length >= 14) {
+            const quint32 row = u16(body);
+            const int column = u16(body + 2);
+            pendingString.reset();
+            if (u16(body + 12) == 0xFFFF) {
+                const uchar kind = byte(body + 6);
+                if (kind == 0) {
+                    pendingString = std::make_pair(row, column);
+                } else if (kind == 1) {
+                    (*current)[row][column] = byte(body + 8) ? u"1"_s : u"0"_s;
+                } else if (kind == 2) {
+                    static const std::map<uchar, QString> errors = {
+                        {0x00, u"#NULL!"_s}, {0x07, u"#DIV/0!"_s}, {0x0F, u"#VALUE!"_s}, {0x17, u"#REF!"_s},
+                        {0x1D, u"#NAME?"_s}, {0x24, u"#NUM!"_s},   {0x2A, u"#N/A"_s}};
+                    const auto error = errors.find(byte(body + 8));
+                    (*current)[row][column] = error != errors.end() ? error->second : u"#N/A"_s;
+                }
+            } else {
+                quint64 raw = 0;
+                for (int k = 7; k >= 0; --k) {
+                    raw = (raw << 8) | byte(body + 6 + std::size_t(k));
+                }
+                double value;
+                std::memcpy(&value, &raw, sizeof value);
+                if (std::isfinite(value)) {
+                    (*current)[row][column] = QString::number(value, 'f', QLocale::FloatingPointShortest);
+                }
+            }
+        } else if (current && id == 0x0207 && pendingString && length >= 2) {
+            const quint16 count = u16(body);
+            QString text;
+            if (biff8 && length >= 3) {
+                const bool wide = byte(body + 2) & 0x01;
+                for (quint16 k = 0; k < count && 3 + (k + 1) * (wide ? 2 : 1) <= length; ++k) {
+                    text += wide ? QChar(u16(body + 3 + 2 * std::size_t(k))) : QChar(char16_t(byte(body + 3 + k)));
+                }
+            } else {
+                QByteArray raw;
+                for (quint16 k = 0; k < count && 2 + k < length; ++k) {
+                    raw += char(byte(body + 2 + k));
+                }
+                text = QStringDecoder("GB18030").decode(raw); // Excel 95's own code page in a Chinese shop
+            }
+            (*current)[pendingString->first][pendingString->second] = text;
+            pendingString.reset();
+        }
+        at = body + length;
+    }
+    return sheets;
 }
 
 bool XlsProcess::run(const std::function<void(int fd)> &work,

@@ -9,6 +9,8 @@
 #include <QStringList>
 
 #include <functional>
+#include <map>
+#include <vector>
 
 /**
  * Reads a legacy .xls workbook with FreeXL in a child process, so that a damaged or hostile file can at worst take
@@ -29,6 +31,7 @@ public:
     {
         bool encryptedPackage = false; // an .xlsx locked with a password (EncryptionInfo beside the package)
         bool encryptedWorkbook = false; // a .xls whose workbook stream is encrypted (FILEPASS after its BOF)
+        bool excel95 = false; // the workbook opens with an Excel 5.0/95 (BIFF5/7) BOF
         // Where the workbook stream's name is spelt otherwise than FreeXL looks for it ("WORKBOOK", "book"):
         // the byte offsets of those names in the file.
         QList<qsizetype> oddlyNamedWorkbook;
@@ -38,6 +41,10 @@ public:
     static Layout inspect(const QByteArray &bytes);
     /// `bytes` with every odd spelling of the workbook stream's name written the way FreeXL looks for it.
     static QByteArray withPlainNames(QByteArray bytes, const Layout &layout);
+    /// Formula results by row and column (0-based), as the import reads them.
+    using FormulaCells = std::map<quint32, std::map<int, QString>>;
+    /// The last results of the formulas of each sheet, in workbook order (a chart sheet has none).
+    static std::vector<FormulaCells> formulaValues(const QByteArray &bytes);
     /// `bytes` with the records of every chart (a chart sheet's or one drawn in a sheet) made unknown to FreeXL;
     /// `changed` tells whether there was one.
     static QByteArray withoutCharts(QByteArray bytes, bool *changed);
