@@ -271,6 +271,28 @@ private Q_SLOTS:
         QCOMPARE(cli({u"--db"_s, url, u"list"_s, u"goods"_s}).out.count(u'\n'), 200);
     }
 
+    // Goods added here were stored with a package amount of 0, which the import of their own export then refused.
+    void addedGoodsTakeTheDialogsDefaultsAndImportBack()
+    {
+        const QString url = TestDatabase::freshUrl();
+        QCOMPARE(cli({u"--db"_s, url, u"init"_s}).code, 0);
+        const Result added = cli({u"--db"_s, url, u"add"_s, u"goods"_s, u"--name"_s, u"可乐"_s, u"--no"_s, u"K1"_s});
+        QCOMPARE(added.code, 0);
+        const QJsonArray goods =
+            QJsonDocument::fromJson(cli({u"--db"_s, url, u"list"_s, u"goods"_s, u"--format=json"_s}).out.toUtf8())
+                .array();
+        QCOMPARE(goods.size(), 1);
+        QCOMPARE(goods.first().toObject().value(u"F_PackageAmount"_s).toDouble(), 1.0);
+
+        QTemporaryDir dir;
+        const QString file = dir.filePath(u"goods.xlsx"_s);
+        QCOMPARE(cli({u"--db"_s, url, u"export"_s, u"goods"_s, file}).code, 0);
+        const QString other = TestDatabase::freshUrl();
+        QCOMPARE(cli({u"--db"_s, other, u"init"_s}).code, 0);
+        const Result imported = cli({u"--db"_s, other, u"import"_s, u"goods"_s, file});
+        QVERIFY2(imported.code == 0, qPrintable(imported.err));
+    }
+
     void itemCommandsRejectBadInput_data()
     {
         QTest::addColumn<QStringList>("args");
@@ -296,6 +318,11 @@ private Q_SLOTS:
             << 1;
         QTest::newRow("goods with a type that does not exist")
             << QStringList {u"add"_s, u"goods"_s, u"--name"_s, u"x"_s, u"--set"_s, u"F_ParentID=999999"_s} << 1;
+        QTest::newRow("goods without a number") << QStringList {u"add"_s, u"goods"_s, u"--name"_s, u"x"_s} << 1;
+        QTest::newRow("goods with a package amount of 0")
+            << QStringList {u"add"_s,  u"goods"_s, u"--name"_s, u"x"_s,
+                            u"--no"_s, u"X1"_s,    u"--set"_s,  u"F_PackageAmount=0"_s}
+            << 1;
         QTest::newRow("client with a client type that does not exist")
             << QStringList {u"add"_s, u"client"_s, u"--name"_s, u"x"_s, u"--set"_s, u"F_ParentID=999999"_s} << 1;
         QTest::newRow("delete bad id") << QStringList {u"delete"_s, u"unit"_s, u"abc"_s} << 2;

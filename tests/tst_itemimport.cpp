@@ -16,6 +16,7 @@
 #include <QFile>
 #include <QProcess>
 #include <QSqlQuery>
+#include <QStringEncoder>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -167,6 +168,50 @@ private Q_SLOTS:
         QCOMPARE(report.added, qint64(from.items->Count()));
         QCOMPARE(to.grid(), from.grid());
         QVERIFY(m_prompt->shown().isEmpty());
+    }
+
+    // Amounts as spreadsheets and clerks write them: every form the grid's numeric test accepts, with the same
+    // decimals rule as plain numbers (four for prices).
+    void amountsInTheFormsTheNumericTestAccepts_data()
+    {
+        QTest::addColumn<QString>("cell");
+        QTest::addColumn<QString>("value"); // empty: refused
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("thousands") << u"\"1,234.50\""_s << u"1234.5"_s << QString();
+        QTest::newRow("yuan sign") << u"¥12"_s << u"12"_s << QString();
+        QTest::newRow("full-width yuan sign") << u"￥12.00"_s << u"12"_s << QString();
+        QTest::newRow("dollar after") << u"12.5$"_s << u"12.5"_s << QString();
+        QTest::newRow("parentheses") << u"(3.50)"_s << u"-3.5"_s << QString();
+        QTest::newRow("sign after") << u"3.5-"_s << u"-3.5"_s << QString();
+        QTest::newRow("full-width digits") << u"１２３．４"_s << u"123.4"_s << QString();
+        QTest::newRow("exponent") << u"1.5E3"_s << u"1500"_s << QString();
+        QTest::newRow("blanks inside the sign") << u"¥ 8"_s << u"8"_s << QString();
+        QTest::newRow("trailing zeros beyond four decimals") << u"2.500000"_s << u"2.5"_s << QString();
+        QTest::newRow("five decimals") << u"¥1.23456"_s << QString() << u"[¥1.23456] 的小数超过 4 位"_s;
+        QTest::newRow("five decimals by exponent") << u"1.23456E-1"_s << QString() << u"的小数超过 4 位"_s;
+        QTest::newRow("comma in the decimals") << u"\"1.2,5\""_s << QString() << u"[1.2,5] 不是正确的金额"_s;
+        QTest::newRow("two signs") << u"-3-"_s << QString() << u"[-3-] 不是正确的金额"_s;
+        QTest::newRow("words") << u"十二"_s << QString() << u"[十二] 不是正确的金额"_s;
+    }
+    void amountsInTheFormsTheNumericTestAccepts()
+    {
+        QFETCH(QString, cell);
+        QFETCH(QString, value);
+        QFETCH(QString, reason);
+        auto db = smallShop();
+        QVERIFY(db);
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        const QString file = writeCsv(u"amount.csv"_s, u"编号,名称,单件进价\nM001,金额,"_s + cell + u"\n"_s);
+        const ItemImport::Report report = store.import(file, {});
+        if (value.isEmpty()) {
+            QVERIFY(!report.ok);
+            QCOMPARE(report.errors.size(), 1);
+            QVERIFY2(report.errors.at(0).reason.contains(reason), qPrintable(report.text()));
+            return;
+        }
+        QVERIFY2(report.ok, qPrintable(report.text()));
+        QCOMPARE(store.items->GetItemByItemNo(u"M001"_s)->F_PriceEnter().toString(),
+                 Currency::fromString(value)->toString());
     }
 
     void dryRunListsEveryBadRow()
@@ -473,7 +518,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("error");
         QTest::newRow("no name column") << u"编号,单位\nA1,瓶\n"_s << u"缺少必需的列 [名称]"_s;
         QTest::newRow("name twice") << u"编号,名称,F_ItemName\nA1,甲,乙\n"_s << u"B(名称) 与 C(F_ItemName) 是同一列"_s;
-        QTest::newRow("no header") << QString(u"x\n"_s).repeated(30) << u"没有可以识别的标题行"_s;
+        QTest::newRow("no header") << QString(u"x\n"_s).repeated(30) << u"没有标题行"_s;
     }
     void sheetsThatCannotBeReadAsAListStopTheImport()
     {
@@ -485,6 +530,67 @@ private Q_SLOTS:
         const ItemImport::Report report = store.import(writeCsv(u"header.csv"_s, text), {});
         QVERIFY(!report.ok);
         QVERIFY2(report.error.contains(error), qPrintable(report.error));
+    }
+
+    // Excel's "Unicode 文本" (tab-separated UTF-16LE) imports, and the report names the encoding it read.
+    void unicodeTextFromExcelImportsAndTheReportNamesItsEncoding()
+    {
+        auto db = smallShop();
+        QVERIFY(db);
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        QStringEncoder le("UTF-16LE");
+        const QByteArray bytes =
+            QByteArray("\xFF\xFE") + QByteArray(le.encode(u"编号\t名称\t单位\r\nU001\t统一\t瓶\r\n"_s));
+        QFile f(m_dir.filePath(u"unicode.txt"_s));
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(bytes);
+        f.close();
+        const ItemImport::Report report = store.import(f.fileName(), {});
+        QVERIFY2(report.ok, qPrintable(report.text()));
+        QCOMPARE(store.items->GetItemByItemNo(u"U001"_s)->F_ItemName(), u"统一"_s);
+        QVERIFY2(report.text().contains(u"读取 1 行(文字编码 UTF-16LE)"_s), qPrintable(report.text()));
+    }
+
+    // A cell quoted in a refusal never brings a replacement character or NUL into the report.
+    void reportLinesCarryNoReplacementCharacter()
+    {
+        auto db = smallShop();
+        QVERIFY(db);
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        const QString file = writeCsv(u"fffd.csv"_s, u"编号,名称,单件售价\nR001,坏\uFFFD,12\uFFFD\n"_s);
+        const ItemImport::Report report = store.import(file, {});
+        QVERIFY(!report.ok);
+        QVERIFY(!report.text().contains(QChar::ReplacementCharacter));
+        QVERIFY(!report.text().contains(QChar(0)));
+        QVERIFY2(report.text().contains(u"12?"_s), qPrintable(report.text()));
+    }
+
+    // Rows of data above where a header was looked for are not columns to ignore: one line says what was searched.
+    void sheetWithoutAHeaderRowIsReportedInOneLine_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("error");
+        QString many;
+        for (int row = 1; row <= 30; ++row) {
+            many += u"A%1,可乐%1,瓶,3.5\n"_s.arg(row);
+        }
+        QTest::newRow("data only, more rows than searched")
+            << many << u"第 1 到 20 行中没有标题行,标题行应有 [编号]、[名称] 等列"_s;
+        QTest::newRow("data only, a few rows") << u"A1,可乐,瓶\nA2,雪碧,瓶\n"_s << u"第 1 到 2 行中没有标题行"_s;
+        QTest::newRow("one row") << u"A1,可乐,瓶\n"_s << u"第 1 行不是标题行"_s;
+    }
+    void sheetWithoutAHeaderRowIsReportedInOneLine()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, error);
+        auto db = smallShop();
+        QVERIFY(db);
+        Store store(db, itemTypeNumber(ItemType::Goods));
+        const ItemImport::Report report = store.import(writeCsv(u"noheader.csv"_s, text), {});
+        QVERIFY(!report.ok);
+        QVERIFY2(report.error.contains(error), qPrintable(report.error));
+        QCOMPARE(report.ignoredColumns, QStringList());
+        QCOMPARE(report.text().count(u'\n'), 2); // the reason and the totals
     }
 
     void workbooksOfOtherProgramsAreCheckedToo_data()

@@ -7,6 +7,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cstring>
+
 using namespace Qt::StringLiterals;
 
 class WorkbookReaderTest : public QObject
@@ -56,6 +58,30 @@ private:
             *ok = read;
         }
         return rows;
+    }
+
+    QByteArray xlsBytes()
+    {
+        QFile in(make(u"xls"_s, u"plain.xls"_s));
+        return in.open(QIODevice::ReadOnly) ? in.readAll() : QByteArray();
+    }
+
+    // The compound file with the directory entry `from` renamed `to` (names are UTF-16 in a 64-byte field).
+    static QByteArray renameStream(QByteArray bytes, const QString &from, const QString &to)
+    {
+        QByteArray name(64, '\0');
+        std::memcpy(name.data(), from.utf16(), std::size_t(from.size()) * 2);
+        const qsizetype at = bytes.indexOf(name);
+        if (at < 0 || to.size() > 31) {
+            return QByteArray();
+        }
+        QByteArray renamed(64, '\0');
+        std::memcpy(renamed.data(), to.utf16(), std::size_t(to.size()) * 2);
+        bytes.replace(at, 64, renamed);
+        const quint16 length = quint16((to.size() + 1) * 2);
+        bytes[at + 64] = char(length & 0xFF);
+        bytes[at + 65] = char(length >> 8);
+        return bytes;
     }
 
     static QString readError(const QString &file, const WorkbookReader::Limits &limits = WorkbookReader::Limits())
@@ -119,6 +145,81 @@ private Q_SLOTS:
             u"3: A=A002 B=雪碧 C=2.5"_s,
         };
         QCOMPARE(rowsOf(reader, u"商品"_s), expected);
+    }
+
+    // Other programs spell the workbook stream "WORKBOOK" or "workbook"; Excel and LibreOffice open such files.
+    void legacyXlsWithTheWorkbookStreamInOtherLetterCase_data()
+    {
+        QTest::addColumn<QString>("spelling");
+        QTest::newRow("upper case") << u"WORKBOOK"_s;
+        QTest::newRow("lower case") << u"workbook"_s;
+    }
+
+    void legacyXlsWithTheWorkbookStreamInOtherLetterCase()
+    {
+        QFETCH(QString, spelling);
+        const QByteArray bytes = xlsBytes();
+        QVERIFY(!bytes.isEmpty());
+        const QString file = write(spelling + u".xls"_s, renameStream(bytes, u"Workbook"_s, spelling));
+        WorkbookReader reader(file);
+        QVERIFY2(reader.open(), qPrintable(reader.errorString()));
+        QCOMPARE(reader.sheetNames(), QStringList({u"商品"_s, u"其他"_s}));
+        QCOMPARE(rowsOf(reader, u"其他"_s), QStringList {u"1: A=名称"_s});
+        QCOMPARE(rowsOf(reader, u"商品"_s).size(), 3);
+    }
+
+    // FreeXL gives up on a workbook with a chart anywhere in it, and gives formulas no value; LibreOffice and Excel
+    // read both.
+    void legacyXlsWithChartsAndReferencesToOtherSheets()
+    {
+        WorkbookReader reader(QStringLiteral(QUILLON_TEST_DATA_DIR "/charts.xls"));
+        QVERIFY2(reader.open(), qPrintable(reader.errorString()));
+        QCOMPARE(reader.sheetNames(), QStringList({u"商品"_s, u"引用"_s, u"图表"_s}));
+        const QStringList goods = {u"1: A=编号 B=名称 C=单件进价"_s, u"2: A=A1 B=可乐 C=3"_s, u"3: A=A2 C=4"_s};
+        QCOMPARE(rowsOf(reader, u"商品"_s), goods);
+        // Formulas come as their last results, also across sheets.
+        QCOMPARE(rowsOf(reader, u"引用"_s), QStringList {u"1: A=A1ƒ B=6ƒ"_s});
+        QCOMPARE(rowsOf(reader, u"图表"_s), QStringList());
+    }
+
+    // Each says what the file is and what to do, never that the workbook has no sheets.
+    void unreadableLegacyFilesAreNamedForWhatTheyAre_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("reason");
+        const QByteArray xls = xlsBytes();
+        // An encrypted .xlsx is a compound file holding the encryption's description and the encrypted package.
+        QTest::newRow("xlsx with a password")
+            << renameStream(xls, u"Workbook"_s, u"EncryptionInfo"_s) << u"有密码保护"_s;
+        // FILEPASS right after the workbook's BOF marks an encrypted .xls.
+        QByteArray filepass = xls;
+        const qsizetype bof = filepass.indexOf(QByteArray("\x09\x08\x10\x00\x00\x06\x05\x00", 8));
+        QVERIFY(bof > 0);
+        filepass[bof + 20] = 0x2F;
+        filepass[bof + 21] = 0x00;
+        QTest::newRow("xls with a password") << filepass << u"有密码保护"_s;
+        QTest::newRow("compound file without a workbook")
+            << renameStream(xls, u"Workbook"_s, u"WordDocument"_s) << u"没有 Excel 工作簿数据"_s;
+        QFile excel95(QStringLiteral(QUILLON_TEST_DATA_DIR "/excel95.xls"));
+        QVERIFY(excel95.open(QIODevice::ReadOnly));
+        QTest::newRow("Excel 95 workbook") << excel95.readAll() << u"是 Excel 5.0/95 工作簿,无法读取"_s;
+        QTest::newRow("Excel 4.0 workbook")
+            << QByteArray("\x09\x04\x06\x00\x00\x00\x00\x01\x00\x00\x00\x00", 12) << u"Excel 4.0 工作簿,不支持"_s;
+        QTest::newRow("Excel 3.0 sheet") << QByteArray("\x09\x02\x06\x00\x00\x00\x10\x00\x00\x00\x00\x00", 12)
+                                         << u"Excel 3.0 工作表,不支持"_s;
+        QTest::newRow("Excel 2.x sheet") << QByteArray("\x09\x00\x04\x00\x02\x00\x10\x00\x00\x00\x00\x00", 12)
+                                         << u"Excel 2.x 工作表,不支持"_s;
+    }
+
+    void unreadableLegacyFilesAreNamedForWhatTheyAre()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, reason);
+        const QString file = write(u"legacy.xls"_s, bytes);
+        const QString error = readError(file);
+        QVERIFY2(error.contains(reason), qPrintable(error));
+        QVERIFY(error.contains(u"legacy.xls"_s));
+        QVERIFY2(!error.contains(u"没有表格"_s), qPrintable(error));
     }
 
     // FreeXL reads damaged files out of bounds; its reading runs in a child process, whose death is a clear error.
@@ -198,26 +299,67 @@ private Q_SLOTS:
     void csvInUtf8AndGbk_data()
     {
         QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("encoding");
         const QString text = u"编号,名称,备注\r\nA001,\"可乐, 大瓶\",\"说 \"\"好\"\"\n第二行\"\r\n\r\nA002,雪碧,\n"_s;
-        QTest::newRow("utf-8 with mark") << QByteArray("\xEF\xBB\xBF") + text.toUtf8();
-        QTest::newRow("utf-8") << text.toUtf8();
+        const QString tabs =
+            u"编号\t名称\t备注\r\nA001\t\"可乐, 大瓶\"\t\"说 \"\"好\"\"\n第二行\"\r\n\r\nA002\t雪碧\t\n"_s;
+        QTest::newRow("utf-8 with mark") << QByteArray("\xEF\xBB\xBF") + text.toUtf8() << u"UTF-8"_s;
+        QTest::newRow("utf-8") << text.toUtf8() << u"UTF-8"_s;
         QStringEncoder gbk("GBK");
-        QTest::newRow("gbk") << QByteArray(gbk.encode(text));
-        QTest::newRow("tabs")
-            << u"编号\t名称\t备注\r\nA001\t\"可乐, 大瓶\"\t\"说 \"\"好\"\"\n第二行\"\r\n\r\nA002\t雪碧\t\n"_s.toUtf8();
+        QTest::newRow("gbk") << QByteArray(gbk.encode(text)) << u"GB18030"_s;
+        QTest::newRow("tabs") << tabs.toUtf8() << u"UTF-8"_s;
+        // Excel's "Unicode 文本": tab-separated UTF-16LE with a byte-order mark.
+        QStringEncoder le("UTF-16LE");
+        QTest::newRow("utf-16le text") << QByteArray("\xFF\xFE") + QByteArray(le.encode(tabs)) << u"UTF-16LE"_s;
+        QStringEncoder be("UTF-16BE");
+        QTest::newRow("utf-16be") << QByteArray("\xFE\xFF") + QByteArray(be.encode(text)) << u"UTF-16BE"_s;
+        // 𠀀 (four bytes in GB18030) is beyond GBK; 喆 is in GBK's extension.
+        QStringEncoder gb18030("GB18030");
+        QTest::newRow("gb18030 beyond gbk")
+            << QByteArray(gb18030.encode(QString(text).replace(u"第二行"_s, u"𠀀喆"_s))) << u"GB18030"_s;
     }
     void csvInUtf8AndGbk()
     {
         QFETCH(QByteArray, bytes);
+        QFETCH(QString, encoding);
         WorkbookReader reader(write(u"list.csv"_s, bytes));
         QVERIFY2(reader.open(), qPrintable(reader.errorString()));
         QCOMPARE(reader.format(), WorkbookReader::Format::Csv);
+        QCOMPARE(reader.textEncoding(), encoding);
+        const QString second =
+            QString::fromUtf8(QTest::currentDataTag()).contains(u"gb18030"_s) ? u"𠀀喆"_s : u"第二行"_s;
         const QStringList expected = {
             u"1: A=编号 B=名称 C=备注"_s,
-            u"2: A=A001 B=可乐, 大瓶 C=说 \"好\"\n第二行"_s,
+            u"2: A=A001 B=可乐, 大瓶 C=说 \"好\"\n"_s + second,
             u"4: A=A002 B=雪碧"_s,
         };
         QCOMPARE(rowsOf(reader, QString()), expected);
+    }
+
+    // Text in none of the encodings read is refused in one line; no cell ever carries NUL or U+FFFD into a report.
+    void csvInAnUnknownEncodingIsRefusedInOneLine_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("bytes no encoding reads")
+            << QByteArray("\x81\x30\x81\xFF,\xFF\xFF\n", 9)
+            << u"文字编码无法识别;CSV 文件请存为 UTF-8、UTF-16(带 BOM)或 GB18030/GBK 编码"_s;
+        QStringEncoder le("UTF-16LE");
+        QTest::newRow("utf-16le without a mark")
+            << QByteArray(le.encode(u"编号,名称\nA1,可乐\n"_s)) << u"文字编码无法识别"_s;
+        QTest::newRow("nul in utf-8") << QByteArray("a,b\n\0\0,c\n", 9) << u"文字编码无法识别"_s;
+        QTest::newRow("utf-16le, an odd byte at the end")
+            << QByteArray("\xFF\xFE") + QByteArray(le.encode(u"名称\n可乐"_s)) + "\x41" << u"不是有效的 UTF-16LE"_s;
+    }
+    void csvInAnUnknownEncodingIsRefusedInOneLine()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, error);
+        const QString got = readError(write(u"strange.csv"_s, bytes));
+        QVERIFY2(got.contains(error), qPrintable(got));
+        QVERIFY(!got.contains(u'\n'));
+        QVERIFY(!got.contains(QChar(0)));
+        QVERIFY(!got.contains(QChar::ReplacementCharacter));
     }
 
     void hostileFilesStopWithAClearError_data()
@@ -409,6 +551,42 @@ private Q_SLOTS:
                  qPrintable(reader.errorString()));
         QCOMPARE(text.size(), qsizetype(3000000));
         QVERIFY(text == u"长&x"_s.repeated(1000000));
+    }
+
+    // Leniencies of other programs' workbooks that LibreOffice reads too.
+    void xlsxLeniencyOfOtherWritersIsRead_data()
+    {
+        QTest::addColumn<QString>("cells");
+        QTest::addColumn<QString>("shared");
+        QTest::addColumn<QStringList>("rows");
+        const QString sst =
+            u"'<sst><si/><si><t/></si><si><t>名称</t></si><si><r><t/></r></si><si><t>可乐</t></si></sst>'"_s;
+        QTest::newRow("empty shared strings")
+            << u"<row r=\"1\"><c r=\"A1\" t=\"s\"><v>0</v></c><c r=\"B1\" t=\"s\"><v>2</v></c></row>"
+               "<row r=\"2\"><c r=\"A2\" t=\"s\"><v>1</v></c><c r=\"B2\" t=\"s\"><v>3</v></c><c r=\"C2\" t=\"s\"><v>4</v></c></row>"_s
+            << sst << QStringList {u"1: B=名称"_s, u"2: C=可乐"_s};
+        QTest::newRow("cells and rows without references")
+            << u"<row><c t=\"s\"><v>2</v></c><c><v>3.5</v></c></row><row><c/><c t=\"s\"><v>4</v></c></row>"_s << sst
+            << QStringList {u"1: A=名称 B=3.5"_s, u"2: B=可乐"_s};
+        QTest::newRow("inline strings, booleans, errors")
+            << u"<row r=\"1\"><c r=\"A1\" t=\"inlineStr\"><is><t>雪碧</t></is></c><c r=\"B1\" "
+               u"t=\"inlineStr\"><is><r><t>大</t></r><r><t>瓶</t></r></is></c>"
+               "<c r=\"C1\" t=\"b\"><v>1</v></c><c r=\"D1\" t=\"e\"><v>#N/A</v></c><c r=\"E1\" t=\"inlineStr\"><is/></c></row>"_s
+            << sst << QStringList {u"1: A=雪碧 B=大瓶 C=1 D=#N/A"_s};
+    }
+    void xlsxLeniencyOfOtherWritersIsRead()
+    {
+        QFETCH(QString, cells);
+        QFETCH(QString, shared);
+        QFETCH(QStringList, rows);
+        const QString file =
+            zipBook(u"lenient.xlsx"_s, u"'<worksheet><sheetData>"_s + cells + u"</sheetData></worksheet>'"_s, shared);
+        QVERIFY(!file.isEmpty());
+        WorkbookReader reader(file);
+        QVERIFY2(reader.open(), qPrintable(reader.errorString()));
+        bool ok = false;
+        QCOMPARE(rowsOf(reader, QString(), &ok), rows);
+        QVERIFY2(ok, qPrintable(reader.errorString()));
     }
 
     void missingSheetNamesTheOnesThereAre()

@@ -348,6 +348,9 @@ int cmdAdd(Context &c)
     }
     auto item = std::make_shared<CItem>();
     item->setF_ItemTypeID(qint16(type));
+    if (type == ItemType::Goods) {
+        item->setF_PackageAmount(1.0f); // as the goods dialog starts a new one
+    }
     bool named = false;
     while (!c.args.isEmpty()) {
         const QString arg = c.args.takeFirst();
@@ -417,6 +420,17 @@ int cmdAdd(Context &c)
     } catch (const DbError &e) {
         c.err << u"读取数据库失败: "_s << e.message() << u'\n';
         return Failed;
+    }
+    // What the goods dialog would not save.
+    if (type == ItemType::Goods) {
+        if (item->F_ItemNo().trimmed().isEmpty()) {
+            c.err << u"请输入商品编号!\n"_s;
+            return Failed;
+        }
+        if (!(item->F_PackageAmount() > 0)) {
+            c.err << u"请输入正确的[包装数量]!\n"_s;
+            return Failed;
+        }
     }
     if (!items->SaveItem(item)) {
         return Failed;

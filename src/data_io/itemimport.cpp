@@ -12,6 +12,7 @@
 #include "itemtablemodel.h"
 #include "itemtype.h"
 #include "keyid.h"
+#include "module1core.h"
 #include "workbookreader.h"
 
 #include <QDate>
@@ -229,41 +230,65 @@ bool hasControlCharacter(const QString &text, bool allowLineBreaks)
     return false;
 }
 
+// Full-width digits, signs, point, comma and parentheses, as a Chinese input method types them, read as their
+// ASCII forms; the full-width yuan sign stays, being a currency sign of its own.
+QString asciiForms(const QString &text)
+{
+    QString out = text;
+    for (QChar &c : out) {
+        const char16_t u = c.unicode();
+        if (u == 0x3000) {
+            c = u' ';
+        } else if (u >= 0xFF01 && u <= 0xFF5E) {
+            c = QChar(char16_t(u - 0xFF01 + 0x21));
+        }
+    }
+    return out;
+}
+
+// An amount in any form the grid's numeric test accepts ("1,234.50", "¥12", "￥12.00", "(3.50)", "12-", "1.5E3"),
+// read exactly, its value allowed no more than `maxDecimals` decimals.
 std::optional<Currency> parseAmount(const QString &text, int maxDecimals, QString *reason)
 {
     const QString t = text.trimmed();
     if (t.isEmpty()) {
         return Currency();
     }
-    qsizetype i = t.startsWith(u'-') || t.startsWith(u'+') ? 1 : 0;
-    int digits = 0;
-    int decimals = 0;
-    int trailingZeros = 0;
-    bool point = false;
-    for (; i < t.size(); ++i) {
-        const char16_t c = t[i].unicode();
-        if (c >= u'0' && c <= u'9') {
-            ++digits;
-            if (point) {
-                ++decimals;
-                trailingZeros = c == u'0' ? trailingZeros + 1 : 0;
-            }
-        } else if (c == u'.' && !point) {
-            point = true;
-        } else {
-            *reason = u"[" + t + u"] 不是正确的金额"_s;
-            return std::nullopt;
-        }
-    }
-    if (digits == 0) {
+    const QString ascii = asciiForms(t);
+    if (!Module1::NumericValue(ascii)) {
         *reason = u"[" + t + u"] 不是正确的金额"_s;
         return std::nullopt;
     }
-    if (decimals - trailingZeros > maxDecimals) {
+    // What the numeric test allows around the number: parentheses or a sign for a negative one, a currency sign,
+    // blanks and thousands separators; the rest is the number itself.
+    QStringView n = QStringView(ascii).trimmed();
+    bool negative = false;
+    if (n.size() > 1 && n.front() == u'(' && n.back() == u')') {
+        negative = true;
+        n = n.mid(1, n.size() - 2).trimmed();
+    }
+    auto outer = [](QChar c) {
+        return c == u'+' || c == u'-' || c == u'$' || c == u'¥' || c == u'￥';
+    };
+    while (!n.isEmpty() && !n.startsWith(u"&") && outer(n.front())) {
+        negative = negative || n.front() == u'-';
+        n = n.mid(1).trimmed();
+    }
+    while (!n.isEmpty() && outer(n.back())) {
+        negative = negative || n.back() == u'-';
+        n = n.chopped(1).trimmed();
+    }
+    const QString plain = Currency::valText(n.toString().remove(u','));
+    qsizetype significant = plain.size();
+    while (plain.contains(u'.') && significant > 0 && plain[significant - 1] == u'0') {
+        --significant;
+    }
+    const qsizetype point = plain.indexOf(u'.');
+    if (point >= 0 && significant - point - 1 > maxDecimals) {
         *reason = u"[" + t + u"] 的小数超过 "_s + QString::number(maxDecimals) + u" 位"_s;
         return std::nullopt;
     }
-    const std::optional<Currency> value = Currency::fromString(t);
+    const std::optional<Currency> value = Currency::fromString(negative ? u"-"_s + plain : plain);
     if (!value) {
         *reason = u"[" + t + u"] 超出金额的范围"_s;
     }
@@ -480,13 +505,18 @@ QString ItemImport::Report::text() const
     for (const QString &item : created) {
         out += (written ? u"已新建: "_s : u"将新建: "_s) + item + u'\n';
     }
-    out += u"读取 "_s + QString::number(rows) + u" 行; "_s + (written ? u"新增 "_s : u"可新增 "_s)
-        + QString::number(added) + u" 条, "_s + (written ? u"更新 "_s : u"可更新 "_s) + QString::number(updated)
-        + u" 条, 无变化 "_s + QString::number(unchanged) + u" 条, 有错误 "_s + QString::number(badRows) + u" 行"_s;
+    out += u"读取 "_s + QString::number(rows) + u" 行"_s
+        + (encoding.isEmpty() ? QString() : u"(文字编码 "_s + encoding + u")"_s) + u"; "_s
+        + (written ? u"新增 "_s : u"可新增 "_s) + QString::number(added) + u" 条, "_s
+        + (written ? u"更新 "_s : u"可更新 "_s) + QString::number(updated) + u" 条, 无变化 "_s
+        + QString::number(unchanged) + u" 条, 有错误 "_s + QString::number(badRows) + u" 行"_s;
     if (!written) {
         out += u"; 没有写入数据库"_s;
     }
     out += u'\n';
+    // Cells are quoted in the refusals; what a terminal or a log cannot show stays out.
+    out.replace(QChar(0), u"\\0"_s);
+    out.replace(QChar::ReplacementCharacter, u'?');
     return out;
 }
 
@@ -535,6 +565,19 @@ ItemImport::Preview ItemImport::preview(const QString &file, const QString &shee
     }
     return result;
 }
+
+namespace {
+
+QString noHeader(int searchedRows, bool goods)
+{
+    const QString rows = searchedRows <= 0 ? u"表格是空的,"_s
+        : searchedRows == 1                ? u"第 1 行不是标题行,"_s
+                            : u"第 1 到 "_s + QString::number(searchedRows) + u" 行中没有标题行,"_s;
+    return rows + u"标题行应有 "_s + (goods ? u"[编号]、[名称]"_s : u"[名称]"_s)
+        + u" 等列(导出时写的标题,或字段名如 F_ItemNo、F_ItemName)"_s;
+}
+
+} // namespace
 
 ItemImport::Report ItemImport::run(const QString &file, const Options &options, const Progress &progress)
 {
@@ -596,6 +639,7 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
     if (!reader.open()) {
         return fatal(reader.errorString());
     }
+    report.encoding = reader.textEncoding();
 
     const QString kind = CItems::typeName(d->type);
     const bool goods = d->type == ItemType::Goods;
@@ -618,16 +662,19 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
     const auto parentColumn = CItem::columnIndex(u"F_ParentID"_s);
     const auto packageColumn = CItem::columnIndex(u"F_PackageAmount"_s);
     QString stopError;
+    int lastSearched = 0;
 
     auto handleHeader = [&](int rowNumber, const WorkbookReader::Row &cells) -> bool {
         QHash<QString, QString> seen; // what a column sets → its header
         QList<Mapping> found;
+        // What a row that turns out not to be the header would ignore is its data, not columns.
+        QStringList ignored;
         for (const WorkbookReader::Cell &cell : cells) {
             const std::optional<Mapping> target = targetOf(cell.text);
             const QString label = WorkbookReader::columnName(cell.column) + u"("_s + cell.text.trimmed() + u")"_s;
             if (!target) {
-                if (report.ignoredColumns.size() < 50) {
-                    report.ignoredColumns.append(label);
+                if (ignored.size() < 50) {
+                    ignored.append(label);
                 }
                 continue;
             }
@@ -639,17 +686,17 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
             if (m.target == Target::Column
                 && (key == u"F_ID"_s || key == u"F_ItemTypeID"_s
                     || (key == u"F_Tag1"_s && !goods && d->type != ItemType::GoodsType))) {
-                report.ignoredColumns.append(label);
+                ignored.append(label);
                 continue;
             }
             if ((m.target == Target::UnitName && !d->usesUnits())
                 || (m.target == Target::TypeName && !d->usesTypes())) {
-                report.ignoredColumns.append(label);
+                ignored.append(label);
                 continue;
             }
             if (m.target == Target::Column && belongsToOtherKinds(m.itemColumn, d->type)) {
                 // A client's bank on goods, a price on a unit: the sheet is likely of another kind.
-                report.ignoredColumns.append(label + u" — 不是"_s + kind + u"的资料,没有导入"_s);
+                ignored.append(label + u" — 不是"_s + kind + u"的资料,没有导入"_s);
                 continue;
             }
             if (seen.contains(key)) {
@@ -663,6 +710,7 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
         if (found.isEmpty()) {
             return true; // not the header yet
         }
+        report.ignoredColumns.append(ignored);
         headerRow = rowNumber;
         mappings = found;
         d->mappings = mappings;
@@ -708,10 +756,10 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
     auto handleRow = [&](int rowNumber, const WorkbookReader::Row &cells) -> bool {
         if (headerRow == 0) {
             if (rowNumber > kHeaderSearchRows) {
-                stopError =
-                    u"前 "_s + QString::number(kHeaderSearchRows) + u" 行中没有可以识别的标题行(如 编号、名称)"_s;
+                stopError = noHeader(kHeaderSearchRows, goods);
                 return false;
             }
+            lastSearched = rowNumber;
             return handleHeader(rowNumber, cells);
         }
         ++report.rows;
@@ -970,7 +1018,7 @@ ItemImport::Report ItemImport::run(const QString &file, const Options &options, 
         return fatal(stopError);
     }
     if (headerRow == 0) {
-        return fatal(u"表格中没有可以识别的标题行(如 编号、名称)"_s);
+        return fatal(noHeader(lastSearched, goods));
     }
     // Merged cells below the header leave all but their first cell empty: the rows would not say what they seem to.
     QStringList mergedInData;

@@ -59,6 +59,7 @@ public:
         QList<RowError> errors; // the first kMaxListedErrors refusals, in row order
         QStringList created; // units and types created (or to be created), as "单位 箱"
         QStringList ignoredColumns;
+        QString encoding; // the text encoding of a CSV file, as WorkbookReader::textEncoding()
         /// The report as lines of text: the refusals, then the totals.
         QString text() const;
     };

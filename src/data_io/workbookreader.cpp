@@ -8,8 +8,10 @@
 #include <QFileInfo>
 #include <QHash>
 #include <QIODevice>
+#include <QRegularExpression>
 #include <QSet>
 #include <QStringDecoder>
+#include <QTemporaryFile>
 #include <QXmlStreamReader>
 
 #include <zip.h>
@@ -19,6 +21,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -595,6 +598,7 @@ public:
             zip_discard(zip);
             zip = nullptr;
         }
+        xlsCopy.reset();
     }
 
     bool openXlsx();
@@ -602,6 +606,7 @@ public:
     bool readXlsxSheet(const SheetEntry &sheet, const WorkbookReader::RowHandler &handler);
     bool readXlsSheet(int index, const WorkbookReader::RowHandler &handler);
     bool readCsv(const WorkbookReader::RowHandler &handler);
+    bool detectCsvEncoding();
     std::unique_ptr<ZipEntryDevice> openPart(const QString &part, bool *missing = nullptr);
     bool readSmallPart(const QString &part, QByteArray *out);
     bool loadSharedStrings();
@@ -616,6 +621,18 @@ public:
     QList<WorkbookReader::Range> merged;
 
     zip_t *zip = nullptr;
+    struct CsvEncoding
+    {
+        const char *name = "UTF-8"; // for QStringDecoder
+        QString shown;
+        int bom = 0; // its length in bytes
+        char16_t separator = u',';
+    };
+    std::optional<CsvEncoding> csvEncoding;
+    // The .xls FreeXL reads: the file itself, or a private copy with the workbook stream's name spelt as it expects.
+    QString xlsPath;
+    std::unique_ptr<QTemporaryFile> xlsCopy;
+    std::vector<XlsProcess::FormulaCells> xlsFormulas;
     QString sharedStringsPart;
     QString stylesPart;
     bool date1904 = false;
@@ -1030,9 +1047,37 @@ bool WorkbookReaderPrivate::openXls()
     if (QFileInfo(file).size() > qMin(limits.maxPartBytes, kMaxXlsBytes)) {
         return fail(u"文件 "_s + file + u" 太大,不是能读取的 Excel 97-2003 工作簿"_s);
     }
-    XlsProcess reader(file);
+    QFile in(file);
+    if (!in.open(QIODevice::ReadOnly)) {
+        return fail(u"无法打开文件 "_s + file + u": "_s + in.errorString());
+    }
+    const QByteArray bytes = in.readAll();
+    in.close();
+    const XlsProcess::Layout layout = XlsProcess::inspect(bytes);
+    if (layout.encryptedPackage || layout.encryptedWorkbook) {
+        return fail(XlsProcess::passwordProtected(file));
+    }
+    xlsPath = file;
+    // FreeXL finds the workbook stream only by its usual spelling (other programs write "WORKBOOK" or "book") and
+    // gives up on charts; it reads a private copy without either.
+    bool charts = false;
+    const QByteArray plain = XlsProcess::withPlainNames(bytes, layout);
+    xlsFormulas = XlsProcess::formulaValues(plain);
+    const QByteArray readable = XlsProcess::withoutCharts(plain, &charts);
+    if (charts || !layout.oddlyNamedWorkbook.isEmpty()) {
+        xlsCopy = std::make_unique<QTemporaryFile>();
+        if (!xlsCopy->open() || xlsCopy->write(readable) != readable.size() || !xlsCopy->flush()) {
+            return fail(u"无法读取 "_s + file + u": "_s + xlsCopy->errorString());
+        }
+        xlsPath = xlsCopy->fileName();
+    }
+    XlsProcess reader(xlsPath, file);
     QStringList names;
     if (!reader.sheetNames(&names)) {
+        if (layout.excel95) {
+            return fail(u"文件 "_s + file
+                        + u" 是 Excel 5.0/95 工作簿,无法读取;请在 Excel 或 LibreOffice 中把它另存为 .xlsx 再导入"_s);
+        }
         return fail(reader.errorString());
     }
     for (const QString &name : std::as_const(names)) {
@@ -1043,11 +1088,56 @@ bool WorkbookReaderPrivate::openXls()
 
 bool WorkbookReaderPrivate::readXlsSheet(int index, const WorkbookReader::RowHandler &handler)
 {
-    XlsProcess reader(file);
+    XlsProcess reader(xlsPath, file);
     WorkbookReader::Row row;
     qint64 current = -1;
     bool stopped = false;
+    // The formulas' results come from the workbook itself, merged into the rows FreeXL gives.
+    static const XlsProcess::FormulaCells kNone;
+    const XlsProcess::FormulaCells &formulas =
+        std::size_t(index) < xlsFormulas.size() ? xlsFormulas[std::size_t(index)] : kNone;
+    auto formula = formulas.begin();
+    auto formulaCells = [&](quint32 r, WorkbookReader::Row &into) {
+        for (const auto &[column, text] : formula->second) {
+            if (!text.isEmpty()) {
+                if (!checkCell(int(r) + 1, column, text)) {
+                    return false;
+                }
+                into.erase(
+                    std::remove_if(into.begin(), into.end(), [&](const auto &cell) { return cell.column == column; }),
+                    into.end());
+                into.push_back({column, text, true});
+            }
+        }
+        std::sort(into.begin(), into.end(), [](const auto &a, const auto &b) { return a.column < b.column; });
+        return true;
+    };
+    // Rows that hold only formulas, up to (not including) `limit`.
+    auto formulaRows = [&](qint64 limit) {
+        while (!stopped && formula != formulas.end() && (limit < 0 || qint64(formula->first) < limit)) {
+            WorkbookReader::Row only;
+            if (!formulaCells(formula->first, only)) {
+                return false;
+            }
+            if (!only.empty() && !handler(int(formula->first) + 1, only)) {
+                stopped = true;
+            }
+            ++formula;
+        }
+        return !stopped;
+    };
     auto flush = [&] {
+        if (current >= 0) {
+            if (!formulaRows(current)) {
+                return false;
+            }
+            if (formula != formulas.end() && qint64(formula->first) == current) {
+                if (!formulaCells(formula->first, row)) {
+                    return false;
+                }
+                ++formula;
+            }
+        }
         if (!row.empty() && !handler(int(current) + 1, row)) {
             stopped = true;
         }
@@ -1079,9 +1169,53 @@ bool WorkbookReaderPrivate::readXlsSheet(int index, const WorkbookReader::RowHan
     if (!error.isEmpty() && !stopped) {
         return false;
     }
-    if (!stopped) {
-        flush();
+    if (!stopped && flush()) {
+        formulaRows(-1);
     }
+    return error.isEmpty() || stopped;
+}
+
+bool WorkbookReaderPrivate::detectCsvEncoding()
+{
+    QFile in(file);
+    if (!in.open(QIODevice::ReadOnly)) {
+        return fail(u"无法打开文件 "_s + file + u": "_s + in.errorString());
+    }
+    const QByteArray probe = in.read(1 << 20);
+    const bool whole = in.atEnd();
+    CsvEncoding found;
+    auto decodes = [&](const char *name, qsizetype from, qsizetype cut) {
+        // A character the probe's end cut in two is no fault of the file.
+        QStringDecoder test(name);
+        const QString text = test.decode(QByteArrayView(probe).sliced(from, probe.size() - from - (whole ? 0 : cut)));
+        return test.isValid() && !test.hasError() && !text.contains(QChar(0))
+            && (!text.contains(QChar::ReplacementCharacter) || probe.contains("\xEF\xBF\xBD"));
+    };
+    if (probe.startsWith("\xFF\xFE")) {
+        found = {"UTF-16LE", u"UTF-16LE"_s, 2};
+    } else if (probe.startsWith("\xFE\xFF")) {
+        found = {"UTF-16BE", u"UTF-16BE"_s, 2};
+    } else if (probe.startsWith("\xEF\xBB\xBF")) {
+        found = {"UTF-8", u"UTF-8"_s, 3};
+    } else if (decodes("UTF-8", 0, 3)) {
+        found = {"UTF-8", u"UTF-8"_s, 0};
+    } else if (decodes("GB18030", 0, 3)) {
+        found = {"GB18030", u"GB18030"_s, 0};
+    } else {
+        return fail(u"文件 "_s + file
+                    + u" 的文字编码无法识别;CSV 文件请存为 UTF-8、UTF-16(带 BOM)或 GB18030/GBK 编码"_s);
+    }
+    if (found.bom == 2 && (in.size() % 2 != 0 || !decodes(found.name, 2, 1))) {
+        return fail(u"文件 "_s + file + u" 不是有效的 "_s + found.shown + u" 文字"_s);
+    }
+    // The separator the header line uses most: comma, tab or semicolon.
+    QStringDecoder decoder(found.name);
+    const QString text = decoder.decode(probe.sliced(found.bom));
+    const qsizetype end = text.indexOf(QRegularExpression(u"[\r\n]"_s));
+    const QStringView head = QStringView(text).left(end < 0 ? text.size() : end);
+    const qsizetype commas = head.count(u','), tabs = head.count(u'\t'), semis = head.count(u';');
+    found.separator = tabs > commas && tabs >= semis ? u'\t' : semis > commas && semis > tabs ? u';' : u',';
+    csvEncoding = found;
     return true;
 }
 
@@ -1094,44 +1228,15 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
     if (in.size() > limits.maxPartBytes) {
         return fail(u"文件 "_s + file + u" 超过 "_s + QString::number(limits.maxPartBytes >> 20) + u" MB"_s);
     }
-    // UTF-8 when the beginning reads as UTF-8 (a character cut at the probe's end aside), GBK otherwise.
-    const QByteArray probe = in.peek(1 << 20);
-    QStringConverter::Encoding encoding = QStringConverter::Utf8;
-    bool gbk = false;
-    {
-        QStringDecoder test(QStringConverter::Utf8);
-        QByteArray head = probe;
-        // Back off a UTF-8 sequence that the probe cut.
-        for (int k = 0; k < 3 && !head.isEmpty() && (uchar(head.back()) & 0x80); ++k) {
-            if ((uchar(head.back()) & 0xC0) == 0xC0) {
-                head.chop(1);
-                break;
-            }
-            head.chop(1);
-        }
-        const QString decoded = test.decode(head);
-        gbk = test.hasError() || (decoded.contains(QChar::ReplacementCharacter) && !head.contains("\xEF\xBF\xBD"));
+    if (!csvEncoding) {
+        return fail(u"文件没有打开"_s);
     }
-    QStringDecoder decoder = gbk ? QStringDecoder("GBK") : QStringDecoder(encoding);
+    QStringDecoder decoder(csvEncoding->name);
     if (!decoder.isValid()) {
-        return fail(u"本机不能解码 GBK 文字"_s);
+        return fail(u"本机不能解码 "_s + csvEncoding->shown + u" 文字"_s);
     }
-    // The separator the header line uses most: comma, tab or semicolon.
-    char separator = ',';
-    {
-        qsizetype end = 0;
-        while (end < probe.size() && probe[end] != '\n' && probe[end] != '\r') {
-            ++end;
-        }
-        const QByteArray first = probe.left(end);
-        const qsizetype commas = first.count(','), tabs = first.count('\t'), semis = first.count(';');
-        if (tabs > commas && tabs >= semis) {
-            separator = '\t';
-        } else if (semis > commas && semis > tabs) {
-            separator = ';';
-        }
-    }
-    const QChar sep = QLatin1Char(separator);
+    char16_t separator = csvEncoding->separator;
+    const QChar sep(separator);
 
     WorkbookReader::Row row;
     QString field;
@@ -1172,6 +1277,9 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
     while (!in.atEnd()) {
         const QByteArray chunk = in.read(1 << 16);
         QString text = decoder.decode(chunk);
+        if (text.contains(QChar(0))) {
+            return fail(u"文件 "_s + file + u" 含有空字符,不是 "_s + csvEncoding->shown + u" 文字文件"_s);
+        }
         if (first) {
             first = false;
             if (text.startsWith(QChar(0xFEFF))) {
@@ -1228,7 +1336,7 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
         }
     }
     if (decoder.hasError()) {
-        return fail(u"文件 "_s + file + u" 不是有效的 UTF-8 或 GBK 文字"_s);
+        return fail(u"文件 "_s + file + u" 中有不是 "_s + csvEncoding->shown + u" 的文字,无法读取"_s);
     }
     if (fieldStarted || !field.isEmpty() || column > 0 || !row.empty()) {
         if (endRow() < 0) {
@@ -1237,6 +1345,38 @@ bool WorkbookReaderPrivate::readCsv(const WorkbookReader::RowHandler &handler)
     }
     return true;
 }
+
+namespace {
+
+// Excel before version 5 wrote a bare record stream that opens with its BOF record (id, length, version, type); no
+// reader here handles those.
+QString oldExcelFormat(const QByteArray &magic)
+{
+    if (magic.size() < 8) {
+        return QString();
+    }
+    auto u16 = [&](int at) {
+        return quint16(uchar(magic[at]) | (uchar(magic[at + 1]) << 8));
+    };
+    const quint16 id = u16(0);
+    const quint16 length = u16(2);
+    const quint16 type = u16(6);
+    if (id == 0x0009 && length == 4) {
+        return u" Excel 2.x 工作表"_s;
+    }
+    if (id == 0x0209 && length == 6) {
+        return u" Excel 3.0 工作表"_s;
+    }
+    if (id == 0x0409 && length == 6) {
+        return type == 0x0100 ? u" Excel 4.0 工作簿"_s : u" Excel 4.0 工作表"_s;
+    }
+    if (id == 0x0809 && (length == 8 || length == 16)) {
+        return u"没有封装的 Excel 5.0/95 工作表"_s;
+    }
+    return QString();
+}
+
+} // namespace
 
 WorkbookReader::WorkbookReader(const QString &file)
     : d(std::make_unique<WorkbookReaderPrivate>())
@@ -1254,6 +1394,7 @@ void WorkbookReader::setLimits(const Limits &limits)
 bool WorkbookReader::open()
 {
     d->closeAll();
+    d->csvEncoding.reset();
     d->sheets.clear();
     d->error.clear();
     // Not even a probe of the live database: closing it would drop SQLite's locks on the file.
@@ -1270,6 +1411,11 @@ bool WorkbookReader::open()
         d->format = Format::Xls;
         return d->openXls();
     }
+    if (const QString old = oldExcelFormat(magic); !old.isEmpty()) {
+        d->format = Format::Unknown;
+        return d->fail(u"文件 "_s + d->file + u" 是"_s + old
+                       + u",不支持;请在 Excel 或 LibreOffice 中把它另存为 .xlsx 再导入"_s);
+    }
     if (magic.startsWith("PK\x03\x04")) {
         d->format = Format::Xlsx;
         return d->openXlsx();
@@ -1278,7 +1424,7 @@ bool WorkbookReader::open()
     if (suffix == u"csv"_s || suffix == u"txt"_s) {
         d->format = Format::Csv;
         d->sheets.push_back({QFileInfo(d->file).completeBaseName(), QString()});
-        return true;
+        return d->detectCsvEncoding();
     }
     d->format = Format::Unknown;
     return d->fail(u"文件 "_s + d->file + u" 不是工作簿(.xlsx、.xls)或 CSV 文件"_s);
@@ -1335,6 +1481,11 @@ bool WorkbookReader::readSheet(const QString &sheet, const RowHandler &handler)
 QList<WorkbookReader::Range> WorkbookReader::mergedRanges() const
 {
     return d->merged;
+}
+
+QString WorkbookReader::textEncoding() const
+{
+    return d->csvEncoding ? d->csvEncoding->shown : QString();
 }
 
 QString WorkbookReader::errorString() const

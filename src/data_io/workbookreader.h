@@ -16,9 +16,9 @@ class WorkbookReaderPrivate;
 /**
  * Reads the cells of one sheet of a spreadsheet file row by row, without holding the sheet in memory: Office Open
  * XML workbooks (.xlsx, streamed out of the zip), legacy Excel 97-2003 workbooks (.xls, through FreeXL) and CSV text
- * (UTF-8, with or without byte-order mark, or GBK). Every cell comes as the text a clerk sees: numbers in plain
- * decimal notation, cells formatted as dates as "yyyy-MM-dd" (or "yyyy-MM-dd HH:mm:ss"), booleans as 1 and 0, a
- * formula as its last calculated value.
+ * (UTF-8 with or without byte-order mark, UTF-16 with one, or GB18030, which includes GBK). Every cell comes as the
+ * text a clerk sees: numbers in plain decimal notation, cells formatted as dates as "yyyy-MM-dd" (or "yyyy-MM-dd
+ * HH:mm:ss"), booleans as 1 and 0, a formula as its last calculated value.
  *
  * Guards against hostile files: a part that inflates beyond its limit or far beyond its packed size, more than
  * 1,048,576 rows or 16,384 columns, and cells longer than 32,767 characters stop the read with an error. Not
@@ -74,6 +74,8 @@ public:
     bool readSheet(const QString &sheet, const RowHandler &handler);
     /// The merged areas of the sheet read last (known once the read has ended).
     QList<Range> mergedRanges() const;
+    /// The text encoding of a CSV file ("UTF-8", "UTF-16LE", "UTF-16BE", "GB18030"), empty for a workbook.
+    QString textEncoding() const;
     QString errorString() const;
 
     /// "A" for column 0, "AB" for 27.

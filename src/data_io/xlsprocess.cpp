@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QLocale>
+#include <QStringDecoder>
 
 #include <freexl.h>
 
@@ -11,9 +12,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -34,7 +37,8 @@ enum Record : char {
     kEnd = 'Z',
 };
 
-enum Failure : quint32 { kOpen = 1, kInfo, kName, kSelect, kDimensions, kCell };
+// A failure's body is what failed and a number: the row for kCell, FreeXL's code for kOpen.
+enum Failure : quint32 { kOpen = 1, kInfo, kName, kSelect, kDimensions, kCell, kPassword };
 
 // No reply for this long means the child hangs.
 constexpr int kSilenceMs = 60000;
@@ -110,8 +114,14 @@ void failure(Writer &out, quint32 what, quint32 row = 0)
 void listSheets(const char *path, Writer &out)
 {
     const void *xls = nullptr;
-    if (freexl_open(path, &xls) != FREEXL_OK) {
-        failure(out, kOpen);
+    if (const int opened = freexl_open(path, &xls); opened != FREEXL_OK) {
+        failure(out, kOpen, quint32(opened));
+        return;
+    }
+    unsigned int protection = 0;
+    if (freexl_get_info(xls, FREEXL_BIFF_PASSWORD, &protection) == FREEXL_OK && protection == FREEXL_BIFF_OBFUSCATED) {
+        failure(out, kPassword);
+        freexl_close(xls);
         return;
     }
     unsigned int count = 0;
@@ -191,25 +201,338 @@ T readAs(const char *from)
     return value;
 }
 
+// Where each byte of the workbook stream ("Workbook", or "Book" in Excel 5.0/95) lies in the compound file, found
+// through its directory and allocation tables; empty when the file does not hold one that can be followed.
+std::vector<qsizetype> workbookStream(const QByteArray &bytes)
+{
+    const auto *data = reinterpret_cast<const uchar *>(bytes.constData());
+    const qsizetype size = bytes.size();
+    auto u16 = [&](qsizetype at) {
+        return at >= 0 && at + 2 <= size ? quint16(data[at] | (data[at + 1] << 8)) : quint16(0);
+    };
+    auto u32 = [&](qsizetype at) {
+        return at >= 0 && at + 4 <= size ? quint32(u16(at) | (quint32(u16(at + 2)) << 16)) : quint32(0xFFFFFFFF);
+    };
+    if (size < 512) {
+        return {};
+    }
+    const int shift = u16(30);
+    if (shift != 9 && shift != 12) {
+        return {};
+    }
+    const qsizetype sector = qsizetype(1) << shift;
+    const qsizetype sectors = (size - sector + sector - 1) / sector;
+    auto offset = [&](quint32 s) {
+        return (qsizetype(s) + 1) * sector;
+    };
+    constexpr quint32 kLast = 0xFFFFFFFA; // every sector number from here on marks an end or a free sector
+
+    // The FAT: its sectors are listed in the header, then in a chain of DIFAT sectors.
+    std::vector<quint32> fatSectors;
+    for (int k = 0; k < 109; ++k) {
+        if (const quint32 s = u32(76 + 4 * k); s < kLast) {
+            fatSectors.push_back(s);
+        }
+    }
+    for (quint32 d = u32(68), steps = 0; d < kLast && steps < sectors; ++steps) {
+        const qsizetype at = offset(d);
+        for (qsizetype k = 0; k + 1 < sector / 4; ++k) {
+            if (const quint32 s = u32(at + 4 * k); s < kLast) {
+                fatSectors.push_back(s);
+            }
+        }
+        d = u32(at + sector - 4);
+    }
+    std::vector<quint32> fat;
+    for (const quint32 s : fatSectors) {
+        for (qsizetype k = 0; k < sector / 4 && qsizetype(fat.size()) < sectors; ++k) {
+            fat.push_back(u32(offset(s) + 4 * k));
+        }
+    }
+    auto chain = [&](quint32 first) {
+        std::vector<quint32> list;
+        for (quint32 s = first; s < kLast && s < fat.size() && qsizetype(list.size()) < sectors; s = fat[s]) {
+            list.push_back(s);
+        }
+        return list;
+    };
+
+    // The directory: the root entry (the mini stream's home) and the workbook stream.
+    quint32 rootStart = kLast;
+    quint32 bookStart = kLast;
+    quint32 bookSize = 0;
+    for (const quint32 d : chain(u32(48))) {
+        for (qsizetype at = offset(d); at + 128 <= offset(d) + sector && at + 128 <= size; at += 128) {
+            const quint16 length = u16(at + 64);
+            QString name;
+            for (qsizetype k = 0; k + 2 < length && k < 62; k += 2) {
+                name += QChar(u16(at + k));
+            }
+            if (data[at + 66] == 5) {
+                rootStart = u32(at + 116);
+            } else if (data[at + 66] == 2 && (name == u"Workbook" || name == u"Book")) {
+                bookStart = u32(at + 116);
+                bookSize = u32(at + 120);
+            }
+        }
+    }
+    if (bookStart >= kLast || bookSize == 0 || bookSize > quint32(size)) {
+        return {};
+    }
+    // Where each byte of the workbook stream lies in the file.
+    std::vector<qsizetype> where;
+    where.reserve(bookSize);
+    if (bookSize >= 4096) {
+        for (const quint32 s : chain(bookStart)) {
+            for (qsizetype k = 0; k < sector && where.size() < bookSize; ++k) {
+                where.push_back(offset(s) + k);
+            }
+        }
+    } else {
+        std::vector<qsizetype> mini;
+        for (const quint32 s : chain(rootStart)) {
+            for (qsizetype k = 0; k < sector; ++k) {
+                mini.push_back(offset(s) + k);
+            }
+        }
+        std::vector<quint32> miniFat;
+        for (const quint32 s : chain(u32(60))) {
+            for (qsizetype k = 0; k < sector / 4; ++k) {
+                miniFat.push_back(u32(offset(s) + 4 * k));
+            }
+        }
+        for (quint32 m = bookStart, steps = 0; m < kLast && steps < miniFat.size() + 1 && where.size() < bookSize;
+             m = m < miniFat.size() ? miniFat[m] : kLast, ++steps) {
+            for (qsizetype k = 0; k < 64 && where.size() < bookSize; ++k) {
+                const std::size_t at = std::size_t(m) * 64 + std::size_t(k);
+                if (at >= mini.size()) {
+                    return {};
+                }
+                where.push_back(mini[at]);
+            }
+        }
+    }
+    if (where.size() < bookSize) {
+        return {};
+    }
+    return where;
+}
+
 } // namespace
 
-XlsProcess::XlsProcess(const QString &file)
+QString XlsProcess::passwordProtected(const QString &file)
+{
+    return u"文件 "_s + file + u" 有密码保护,无法读取;请在 Excel 或 WPS 中打开它,取消密码后另存,再导入"_s;
+}
+
+XlsProcess::XlsProcess(const QString &file, const QString &shownAs)
     : m_file(file)
+    , m_shownAs(shownAs.isEmpty() ? file : shownAs)
 { }
+
+XlsProcess::Layout XlsProcess::inspect(const QByteArray &bytes)
+{
+    Layout layout;
+    const auto *data = reinterpret_cast<const uchar *>(bytes.constData());
+    const qsizetype size = bytes.size();
+    auto u16 = [&](qsizetype at) {
+        return quint16(data[at] | (data[at + 1] << 8));
+    };
+    // Directory entries fill whole sectors, so each starts on a 128-byte boundary past the 512-byte header: a name
+    // of up to 31 UTF-16 units, its length in bytes with the terminator, then the entry's type (2: a stream).
+    bool plainWorkbook = false;
+    bool encryptionInfo = false;
+    QList<qsizetype> odd;
+    for (qsizetype at = 512; at + 128 <= size; at += 128) {
+        const quint16 length = u16(at + 64);
+        if (data[at + 66] != 2 || length < 4 || length > 64 || length % 2 != 0 || u16(at + length - 2) != 0) {
+            continue;
+        }
+        QString name;
+        for (qsizetype k = 0; k + 2 < length; k += 2) {
+            name += QChar(u16(at + k));
+        }
+        if (name == u"Workbook" || name == u"Book") {
+            plainWorkbook = true;
+        } else if (name.compare(u"Workbook", Qt::CaseInsensitive) == 0
+                   || name.compare(u"Book", Qt::CaseInsensitive) == 0) {
+            odd.append(at);
+        } else if (name == u"EncryptionInfo") {
+            encryptionInfo = true;
+        }
+    }
+    layout.encryptedPackage = encryptionInfo;
+    if (!plainWorkbook) {
+        layout.oddlyNamedWorkbook = odd;
+    }
+    // The workbook stream opens with the globals' BOF (BIFF8: length 16, version 0x0600; BIFF5/7: length 8, version
+    // 0x0500; type 5); Excel puts FILEPASS (0x002F) right after it when the workbook is encrypted. A stream starts
+    // on a sector, or on a 64-byte block of the mini stream when it is short.
+    for (qsizetype at = 512; at + 32 <= size; at += 64) {
+        if (u16(at) != 0x0809 || u16(at + 6) != 0x0005) {
+            continue;
+        }
+        const quint16 length = u16(at + 2);
+        const quint16 version = u16(at + 4);
+        if (!((length == 16 && version == 0x0600) || (length == 8 && version == 0x0500))) {
+            continue;
+        }
+        layout.excel95 = version == 0x0500;
+        if (at + 4 + length + 2 <= size && u16(at + 4 + length) == 0x002F) {
+            layout.encryptedWorkbook = true;
+        }
+        break;
+    }
+    return layout;
+}
+
+QByteArray XlsProcess::withPlainNames(QByteArray bytes, const Layout &layout)
+{
+    for (const qsizetype at : layout.oddlyNamedWorkbook) {
+        const bool book = bytes[at + 64] == 10; // "Book" and its terminator
+        const QString name = book ? u"Book"_s : u"Workbook"_s;
+        for (qsizetype k = 0; k < name.size(); ++k) {
+            bytes[at + 2 * k] = char(name[k].unicode() & 0xFF);
+            bytes[at + 2 * k + 1] = char(name[k].unicode() >> 8);
+        }
+    }
+    return bytes;
+}
+
+QByteArray XlsProcess::withoutCharts(QByteArray bytes, bool *changed)
+{
+    *changed = false;
+    const std::vector<qsizetype> where = workbookStream(bytes);
+    auto *data = reinterpret_cast<uchar *>(bytes.data());
+    // FreeXL gives up on a workbook with a chart substream (a chart sheet, or a chart inside a sheet, each between its
+    // own BOF of type 0x0020 and EOF); renaming its records to an id no reader knows leaves only the cells.
+    auto streamU16 = [&](std::size_t at) {
+        return at + 2 <= where.size() ? quint16(data[where[at]] | (data[where[at + 1]] << 8)) : quint16(0);
+    };
+    std::vector<quint16> substreams;
+    for (std::size_t at = 0; at + 4 <= where.size();) {
+        const quint16 id = streamU16(at);
+        const quint16 length = streamU16(at + 2);
+        if (id == 0x0809) {
+            substreams.push_back(streamU16(at + 6));
+        }
+        if (std::find(substreams.begin(), substreams.end(), quint16(0x0020)) != substreams.end()) {
+            data[where[at]] = 0xFF;
+            data[where[at + 1]] = 0x1F;
+            *changed = true;
+        }
+        if (id == 0x000A && !substreams.empty()) {
+            substreams.pop_back();
+        }
+        at += 4 + length;
+    }
+    return bytes;
+}
+
+std::vector<XlsProcess::FormulaCells> XlsProcess::formulaValues(const QByteArray &bytes)
+{
+    std::vector<FormulaCells> sheets;
+    const std::vector<qsizetype> where = workbookStream(bytes);
+    const auto *data = reinterpret_cast<const uchar *>(bytes.constData());
+    auto byte = [&](std::size_t at) {
+        return at < where.size() ? data[where[at]] : uchar(0);
+    };
+    auto u16 = [&](std::size_t at) {
+        return quint16(byte(at) | (byte(at + 1) << 8));
+    };
+    // FreeXL gives no value for a formula; its last result is in the FORMULA record (0x0006): row, column, format,
+    // then eight bytes, a double unless the last two are FFFF, when the first tells a string (in the STRING record
+    // 0x0207 that follows), a boolean, an error or an empty text.
+    int depth = 0;
+    bool biff8 = true;
+    FormulaCells *current = nullptr;
+    std::optional<std::pair<quint32, int>> pendingString;
+    for (std::size_t at = 0; at + 4 <= where.size();) {
+        const quint16 id = u16(at);
+        const quint16 length = u16(at + 2);
+        const std::size_t body = at + 4;
+        if (body + length > where.size()) {
+            break;
+        }
+        if (id == 0x0809) {
+            const quint16 type = u16(body + 2);
+            if (depth == 0) {
+                biff8 = u16(body) == 0x0600;
+                if (type != 0x0005) {
+                    sheets.emplace_back();
+                    current = &sheets.back();
+                }
+            }
+            ++depth;
+        } else if (id == 0x000A) {
+            if (--depth <= 0) {
+                depth = 0;
+                current = nullptr;
+            }
+        } else if (current && depth == 1 && id == 0x0006 && length >= 14) {
+            const quint32 row = u16(body);
+            const int column = u16(body + 2);
+            pendingString.reset();
+            if (u16(body + 12) == 0xFFFF) {
+                const uchar kind = byte(body + 6);
+                if (kind == 0) {
+                    pendingString = std::make_pair(row, column);
+                } else if (kind == 1) {
+                    (*current)[row][column] = byte(body + 8) ? u"1"_s : u"0"_s;
+                } else if (kind == 2) {
+                    static const std::map<uchar, QString> errors = {
+                        {0x00, u"#NULL!"_s}, {0x07, u"#DIV/0!"_s}, {0x0F, u"#VALUE!"_s}, {0x17, u"#REF!"_s},
+                        {0x1D, u"#NAME?"_s}, {0x24, u"#NUM!"_s},   {0x2A, u"#N/A"_s}};
+                    const auto error = errors.find(byte(body + 8));
+                    (*current)[row][column] = error != errors.end() ? error->second : u"#N/A"_s;
+                }
+            } else {
+                quint64 raw = 0;
+                for (int k = 7; k >= 0; --k) {
+                    raw = (raw << 8) | byte(body + 6 + std::size_t(k));
+                }
+                double value;
+                std::memcpy(&value, &raw, sizeof value);
+                if (std::isfinite(value)) {
+                    (*current)[row][column] = QString::number(value, 'f', QLocale::FloatingPointShortest);
+                }
+            }
+        } else if (current && id == 0x0207 && pendingString && length >= 2) {
+            const quint16 count = u16(body);
+            QString text;
+            if (biff8 && length >= 3) {
+                const bool wide = byte(body + 2) & 0x01;
+                for (quint16 k = 0; k < count && 3 + (k + 1) * (wide ? 2 : 1) <= length; ++k) {
+                    text += wide ? QChar(u16(body + 3 + 2 * std::size_t(k))) : QChar(char16_t(byte(body + 3 + k)));
+                }
+            } else {
+                QByteArray raw;
+                for (quint16 k = 0; k < count && 2 + k < length; ++k) {
+                    raw += char(byte(body + 2 + k));
+                }
+                text = QStringDecoder("GB18030").decode(raw); // Excel 95's own code page in a Chinese shop
+            }
+            (*current)[pendingString->first][pendingString->second] = text;
+            pendingString.reset();
+        }
+        at = body + length;
+    }
+    return sheets;
+}
 
 bool XlsProcess::run(const std::function<void(int fd)> &work,
                      const std::function<bool(char kind, const QByteArray &body)> &take)
 {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) {
-        m_error = u"无法读取 "_s + m_file + u": "_s + QString::fromLocal8Bit(std::strerror(errno));
+        m_error = u"无法读取 "_s + m_shownAs + u": "_s + QString::fromLocal8Bit(std::strerror(errno));
         return false;
     }
     const pid_t pid = ::fork();
     if (pid < 0) {
         ::close(fds[0]);
         ::close(fds[1]);
-        m_error = u"无法读取 "_s + m_file + u": "_s + QString::fromLocal8Bit(std::strerror(errno));
+        m_error = u"无法读取 "_s + m_shownAs + u": "_s + QString::fromLocal8Bit(std::strerror(errno));
         return false;
     }
     if (pid == 0) {
@@ -289,7 +612,7 @@ bool XlsProcess::run(const std::function<void(int fd)> &work,
         return m_error.isEmpty();
     }
     if (!ended || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        m_error = u"文件 "_s + m_file + u" 已损坏,无法作为 Excel 97-2003 工作簿(.xls)读取"_s
+        m_error = u"文件 "_s + m_shownAs + u" 已损坏,无法作为 Excel 97-2003 工作簿(.xls)读取"_s
             + (silent ? u"(读取没有响应)"_s : u"(读取意外中止)"_s);
         return false;
     }
@@ -311,16 +634,28 @@ bool XlsProcess::sheetNames(QStringList *names)
                 names->append(QString::fromUtf8(body));
                 return true;
             }
-            if (kind == kFailure && body.size() >= 4) {
+            if (kind == kFailure && body.size() >= 8) {
                 const auto what = readAs<quint32>(body.constData());
-                m_error = what == kOpen ? u"文件 "_s + m_file + u" 不是能读取的 Excel 97-2003 工作簿(.xls)"_s
-                    : what == kName     ? u"工作簿 "_s + m_file + u" 的表格名称无法读取"_s
-                                        : u"工作簿 "_s + m_file + u" 中没有表格"_s;
+                const auto code = qint32(readAs<quint32>(body.constData() + 4));
+                if (what == kPassword) {
+                    m_error = passwordProtected(m_shownAs);
+                } else if (what == kOpen && code == FREEXL_BIFF_WORKBOOK_NOT_FOUND) {
+                    m_error = u"文件 "_s + m_shownAs
+                        + u" 是 Office 复合文档,但其中没有 Excel 工作簿数据(可能是 Word 文档或其他 Office 文件)"_s;
+                } else if (what == kOpen && code == FREEXL_INSUFFICIENT_MEMORY) {
+                    m_error = u"内存不足,无法读取 "_s + m_shownAs;
+                } else if (what == kOpen) {
+                    m_error = u"文件 "_s + m_shownAs + u" 已损坏,无法作为 Excel 97-2003 工作簿(.xls)读取"_s;
+                } else if (what == kName) {
+                    m_error = u"工作簿 "_s + m_shownAs + u" 的表格名称无法读取"_s;
+                } else {
+                    m_error = u"工作簿 "_s + m_shownAs + u" 的目录无法读取(文件已损坏)"_s;
+                }
             }
             return kind != kFailure;
         });
     if (ok && names->isEmpty()) {
-        m_error = u"工作簿 "_s + m_file + u" 中没有表格"_s;
+        m_error = u"工作簿 "_s + m_shownAs + u" 中没有工作表(只有图表或宏表)"_s;
         return false;
     }
     return ok;
@@ -361,7 +696,7 @@ bool XlsProcess::readSheet(int index, const QString &name, const std::function<b
                 return false;
             }
             default:
-                m_error = u"文件 "_s + m_file + u" 的读取结果无法识别"_s;
+                m_error = u"文件 "_s + m_shownAs + u" 的读取结果无法识别"_s;
                 return false;
             }
         });
