@@ -325,11 +325,11 @@ private Q_SLOTS:
     {
         const QString url = TestDatabase::freshUrl();
         Seat a = openSeat(url);
-        const qint32 first = cli(url, {u"add"_s, u"goods"_s, u"--name"_s, u"酱油"_s}).toInt();
+        const qint32 first = cli(url, {u"add"_s, u"goods"_s, u"--name"_s, u"酱油"_s, u"--no"_s, u"SP11"_s}).toInt();
         QTRY_VERIFY_WITH_TIMEOUT(a.goods().SearchItemByID(first), kWaitMs);
         QSignalSpy resets(&a.goods(), &CItems::ListReset);
         sql(url, u"DELETE FROM T_ChangeLog"_s);
-        const qint32 second = cli(url, {u"add"_s, u"goods"_s, u"--name"_s, u"料酒"_s}).toInt();
+        const qint32 second = cli(url, {u"add"_s, u"goods"_s, u"--name"_s, u"料酒"_s, u"--no"_s, u"SP12"_s}).toInt();
         QTRY_VERIFY_WITH_TIMEOUT(a.goods().SearchItemByID(second), kWaitMs);
         QVERIFY(resets.size() >= 1);
         QVERIFY(a.goods().SearchItemByID(first));
@@ -346,7 +346,7 @@ private Q_SLOTS:
         QString ready;
         QTRY_VERIFY_WITH_TIMEOUT((ready += QString::fromUtf8(watch.readAllStandardError())).contains(u"正在监视"_s),
                                  kWaitMs);
-        const QString id = cli(url, {u"add"_s, u"goods"_s, u"--name"_s, u"茶叶"_s});
+        const QString id = cli(url, {u"add"_s, u"goods"_s, u"--name"_s, u"茶叶"_s, u"--no"_s, u"SP13"_s});
         cli(url, {u"add"_s, u"unit"_s, u"--name"_s, u"斤"_s});
         cli(url, {u"rename"_s, u"goods"_s, id, u"红茶"_s});
         cli(url, {u"delete"_s, u"goods"_s, id, u"--yes"_s});
