@@ -1103,8 +1103,9 @@ bool WorkbookReaderPrivate::readXlsSheet(int index, const WorkbookReader::RowHan
                 if (!checkCell(int(r) + 1, column, text)) {
                     return false;
                 }
+                const auto at = column; // clang does not let a lambda capture a structured binding
                 into.erase(
-                    std::remove_if(into.begin(), into.end(), [&](const auto &cell) { return cell.column == column; }),
+                    std::remove_if(into.begin(), into.end(), [at](const auto &cell) { return cell.column == at; }),
                     into.end());
                 into.push_back({column, text, true});
             }
